@@ -1,0 +1,840 @@
+/*
+ * libtorvane: what the daemons, command-line tools and CGI handlers of a home router share.
+ *
+ * This header is the manual. One section per module:
+ *
+ *   Console trace            __stdprintf_info__, my_gettid
+ *   Lists and maps           list_*, strCmpNoCase, MapBy*, TxtMapBy*
+ *   QoS tree                 root queueing disciplines, classes, leaf queueing disciplines
+ *   QoS scripts and report   start_qos, stop_qos, restart_qos, show_ifqos
+ *   Rules and schedules      add_qos_rule, add_sched and their kin
+ *   Rule scripts and report  restart_rule, renew_qos_rule, show_rule
+ *   Process helpers          commands through the shell, signals, probes, UUIDs
+ *   IPC helpers              System V shared memory, and the semaphore that is the library's lock
+ *
+ * Usable from C99 and C++. Link with -ltorvane; the library itself needs only libc.
+ *
+ * What holds everywhere
+ * ---------------------
+ * Results.    Every module has its own result codes, and two of them have opposite senses: the QoS tree
+ *             operations return 0 for success, the rule, schedule and script operations return 1 for success.
+ *             Each function says which it is.
+ * Traces.     "Traces TEXT" below means: the library opens "/dev/console" in mode "a", writes a coloured header
+ *             (see __stdprintf_info__) and TEXT, and closes the console again, once per trace. A console that cannot
+ *             be opened suppresses that line and changes nothing else; errno is what it was before the trace.
+ * Ownership.  Records that the library makes (root_qdisc, qos_class, qos_rule, qos_sched) are the library's: use the
+ *             pointers until the record is deleted, and never free them. Blocks passed in are copied; the caller
+ *             keeps its own.
+ * Null.       Unless a function says otherwise, an interface name that is null names no interface, a null block or
+ *             buffer makes the operation fail with the result named in its description, and FILE and list-head
+ *             pointers must be valid.
+ * Threads.    The QoS trees, rules and schedules are process-global and have no lock: use them from one thread, or
+ *             hold a lock of your own around every call (downdown and upup make one that also works between
+ *             processes). Functions that keep no state may be called from any thread; where a function is not safe
+ *             to call at any time from any thread, its description says so.
+ * Names.      Interface names, MAC texts, domain and URL texts go into shell scripts as they stand. Never pass text
+ *             that came from a user without checking it first.
+ * Byte order. IPv4 addresses in rules are plain numbers with the first octet in the top byte, on every host.
+ */
+#ifndef TORVANE_H
+#define TORVANE_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(__GNUC__)
+#define TORVANE_PRINTF(format_at, values_at) __attribute__((format(printf, format_at, values_at)))
+#pragma GCC visibility push(default)
+#else
+#define TORVANE_PRINTF(format_at, values_at)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Console trace
+ * ------------------------------------------------------------------------------------------------------------------
+ * The line that every module of the library writes when it reports something. A program that wants its own lines to
+ * look alike writes the header with __stdprintf_info__ to a stream that it opened on "/dev/console", then the message
+ * with its newline, and closes the stream.
+ */
+
+/*
+ * Writes the trace header to `stream`: no newline, and the stream stays open and unflushed.
+ *
+ *   stream  where to write; the caller's
+ *   file    source-file name without its ending, left-justified in 20 columns
+ *   line    source line, right-justified in 5
+ *   func    function name without parentheses, right-justified in 16
+ *
+ * Wider texts are printed whole. The header carries the process id and the kernel thread id, and its colour is
+ * 31 + thread id modulo 8 (the value 38 is written as it stands), so that the lines of one thread share a colour.
+ * For process 312, thread 315 it reads, between the escape sequences that start and end the colour:
+ * "[312  |315   quorra_qos          :   97 root_qdisc_find_by_name()]:::".
+ *
+ * Returns the number of bytes written, or a negative number when the stream reports an error.
+ * Any thread; concurrent writers to one stream are kept apart by the stream's own lock.
+ */
+int __stdprintf_info__(FILE *stream, const char *file, int line, const char *func);
+
+/* The calling thread's kernel thread id (that of the main thread is the process id). Never fails. Any thread. */
+int my_gettid(void);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Lists and maps
+ * ------------------------------------------------------------------------------------------------------------------
+ * A circular doubly linked list whose nodes are embedded in the records they chain, and tables that map a 32-bit id
+ * to a value or a text and back. Nothing here allocates, frees, locks or traces.
+ *
+ * A list is a head node that is part of no record; an empty list's head points to itself in both fields, and a list
+ * is made empty by setting it so. From a node back to its record one subtracts the node's offset in the record
+ * (offsetof). List operations do not check their pointers; the caller serialises the use of a list.
+ */
+typedef struct list_node {
+  struct list_node *next;
+  struct list_node *prev;
+} list_node;
+
+/* 1 when the list of `head` has no entry, else 0. Do not ask it of an entry that list_del has unlinked. */
+int list_empty(const list_node *head);
+
+/* Links `node` between two adjacent nodes: (node, head->prev, head) appends, (node, x->prev, x) inserts before x. */
+void list_add(list_node *node, list_node *prev, list_node *next);
+
+/* Links `node` at the end of the list of `head`. */
+void list_add_tail(list_node *node, list_node *head);
+
+/* Unlinks `entry` from its neighbours. The entry's own two pointers stay as they were. */
+void list_del(list_node *entry);
+
+/* `replacement` takes the place of `old` between its neighbours. The pointers in `old` stay as they were. */
+void list_replace(list_node *old, list_node *replacement);
+
+/* Unlinks `entry` and links it at the END of the list of `head`, which may be the list it was on. */
+void list_move(list_node *entry, list_node *head);
+
+/*
+ * Compares two texts without regard to the case of the letters A to Z; no other byte is folded and no locale counts.
+ *
+ * Returns 0 when equal or both null, -1 when only `a` is null, 1 when only `b` is null, else the difference of the
+ * first bytes that differ, as unsigned values after folding to lower case (`a` minus `b`).
+ */
+int strCmpNoCase(const char *a, const char *b);
+
+/*
+ * A map table is an array of rows ended by a row whose id is 0xFFFFFFFF; the value or text of that row is what a
+ * lookup by id gives when nothing matches ("Unknown" in the library's own text tables). Lookups scan from the first
+ * row and take the first match. Tables and texts are the caller's and are only read.
+ */
+typedef struct map_entry {
+  uint32_t id;
+  uint32_t value;
+} map_entry;
+
+typedef struct txt_map_entry {
+  uint32_t id;
+  const char *text;
+} txt_map_entry;
+
+/* The value of the first row with this id, or the end row's value. */
+uint32_t MapById(const map_entry *table, uint32_t id);
+
+/*
+ * The reverse lookup: the id of the first row with this value. The scan stops at the first row whose VALUE is
+ * 0xFFFFFFFF and then gives that row's id, so a table used in reverse must end with such a value and hold it nowhere
+ * before. Tables that use 0xFFFFFFFF for "no such mapping" are for MapById only.
+ */
+uint32_t MapByEvt(const map_entry *table, uint32_t value);
+
+/* The text of the first row with this id, or the end row's text. */
+const char *TxtMapById(const txt_map_entry *table, uint32_t id);
+
+/* The id of the first row with exactly this text; 0xFFFFFFFF when there is none or `text` is null. */
+uint32_t TxtMapByTxt(const txt_map_entry *table, const char *text);
+
+/* As TxtMapByTxt, compared with strCmpNoCase. */
+uint32_t TxtMapByTxtNoCase(const txt_map_entry *table, const char *text);
+
+/*
+ * The id of the first row whose text is exactly `n` bytes long and equals the first `n` bytes of `text`, which needs
+ * no terminator there; 0xFFFFFFFF when there is none or `text` is null.
+ */
+uint32_t TxtMapByTxtWithLen(const txt_map_entry *table, const char *text, uint32_t n);
+
+/*
+ * The id of the first row whose text occurs anywhere in `haystack` (an empty text occurs in every one); 0xFFFFFFFF
+ * when there is none or `haystack` is null.
+ */
+uint32_t TxtMapByTxtStr(const txt_map_entry *table, const char *haystack);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * QoS tree
+ * ------------------------------------------------------------------------------------------------------------------
+ * Per interface one tree: a root queueing discipline, under it classes, and on every class without children a leaf
+ * queueing discipline. The tree also owns the interface's classification rules. Building a tree touches nothing but
+ * memory; start_qos below turns it into a script and applies it.
+ *
+ * A class id is at once the minor number of the class handle 1:id, the firewall mark that selects the class while it
+ * is a leaf, and, shifted left by 4, the handle of its leaf queueing discipline.
+ *
+ * Results of the tree operations unless one says otherwise:
+ *   0  done
+ *   1  no such interface or class
+ *   2  exists already
+ *   3  out of memory, or an unknown root type
+ *   4  not allowed here, or a null block
+ */
+
+/* Root types, as reports name them. */
+enum {
+  QOS_ROOT_PFIFO_FAST = 0, /* "R_pfifo_fast": the kernel's default queue; takes no classes */
+  QOS_ROOT_HTB = 1,        /* "R_HTB": hierarchical token bucket; takes classes with htb_params */
+  QOS_ROOT_HFSC = 2,       /* "R_HFSC": hierarchical fair service curve; takes classes with hfsc_params */
+  QOS_ROOT_PRIO = 3        /* "R_PRIO": priority bands; its classes are made with it */
+};
+
+/* Class types. A class gets its type from its root. */
+enum { QOS_CLASS_HTB = 0, QOS_CLASS_HFSC = 1, QOS_CLASS_PRIO = 2 };
+
+/* Leaf queueing disciplines. */
+enum {
+  QOS_LEAF_PFIFO = 0, /* "L_pfifo": first in, first out, counted in packets */
+  QOS_LEAF_SFQ = 1,   /* "L_SFQ": stochastic fairness queueing */
+  QOS_LEAF_RED = 2,   /* "L_RED": random early detection */
+  QOS_LEAF_TBF = 3    /* "L_TBF": token bucket filter */
+};
+
+/* Service curves of an HFSC class, the `kind` of hfsc_curve_text. */
+enum {
+  QOS_CURVE_UL = 0, /* "ul": upper limit */
+  QOS_CURVE_SC = 1, /* "sc": real time and link sharing in one */
+  QOS_CURVE_LS = 2, /* "ls": link sharing */
+  QOS_CURVE_RT = 3  /* "rt": real time, on classes without children */
+};
+
+/* Marks for connections whose connection mark is 100, 200, ... 800, in that order; used when `enable` is not 0. */
+typedef struct automark {
+  uint8_t enable;
+  uint16_t mark[8];
+} automark;
+
+/* Parameters of QOS_ROOT_PFIFO_FAST. */
+typedef struct root_params_pfifo {
+  uint32_t txqueuelen; /* transmit queue length of the interface, packets */
+} root_params_pfifo;
+
+/* Parameters of QOS_ROOT_HTB and QOS_ROOT_HFSC. */
+typedef struct root_params_tree {
+  uint16_t default_class; /* class id that takes traffic without a mark */
+  struct automark automark;
+} root_params_tree;
+
+/* Parameters of QOS_ROOT_PRIO. */
+typedef struct root_params_prio {
+  uint8_t bands;       /* number of bands; the kernel takes 2 to 16 */
+  uint8_t priomap[16]; /* band, counted from 0, of each of the 16 packet priorities */
+  struct automark automark;
+} root_params_prio;
+
+typedef struct root_qdisc {
+  uint32_t link_rate[2]; /* speeds of the link, kbit/s; the first is the rate of default class 3 */
+  uint32_t phy_rate[2];  /* physical speeds, kbit/s; the first is the rate of default classes 1 and 2 */
+  char ifname[32];       /* interface name, at most 31 characters, always terminated */
+  uint32_t type;         /* QOS_ROOT_* */
+  list_node node;        /* in qos_root */
+  list_node classes;     /* top-level classes (qos_class.node), in the order they were added */
+  list_node rules;       /* rules (qos_rule.node), ascending by index */
+  union {
+    root_params_pfifo pfifo;
+    root_params_tree tree;
+    root_params_prio prio;
+  } params; /* by type */
+} root_qdisc;
+
+typedef struct htb_params {
+  uint32_t rate;   /* guaranteed rate, kbit/s */
+  uint32_t ceil;   /* rate when others leave room, kbit/s */
+  uint32_t burst;  /* bytes; 0 leaves it to tc */
+  uint32_t cburst; /* bytes; 0 leaves it to tc */
+  uint32_t prio;   /* 0 is served first */
+} htb_params;
+
+/* One service curve; set when `rate` is not 0. */
+typedef struct hfsc_curve {
+  uint32_t umax; /* largest unit of work, bytes; 0 leaves it out */
+  uint32_t dmax; /* its delay bound, milliseconds; 0 leaves it out */
+  uint32_t rate; /* kbit/s */
+} hfsc_curve;
+
+typedef struct hfsc_params {
+  hfsc_curve ul, sc, ls, rt;
+} hfsc_params;
+
+typedef struct leaf_qdisc {
+  uint32_t type; /* QOS_LEAF_* */
+  union {
+    struct {
+      uint32_t limit; /* packets; 0 leaves it to tc */
+    } pfifo;
+    struct {
+      uint8_t perturb; /* seconds between changes of the hash, 0 for never; ONE byte, the first of the block */
+    } sfq;
+    struct {
+      uint32_t min, max; /* average queue sizes between which packets are marked or dropped, bytes */
+      uint32_t burst;    /* packets */
+      uint32_t limit;    /* hard queue size, bytes */
+      uint32_t avpkt;    /* average packet, bytes */
+    } red;
+    struct {
+      uint32_t latency; /* milliseconds */
+      uint32_t rate;    /* kbit/s */
+      uint32_t burst;   /* bytes */
+    } tbf;
+  } params; /* by type */
+} leaf_qdisc;
+
+typedef struct qos_class {
+  uint32_t type;      /* QOS_CLASS_* */
+  char name[32];      /* "Class1", "Class2", ... on the bands of a PRIO root, else empty */
+  uint16_t id;        /* unique in its tree, save for top-level classes added twice */
+  list_node node;     /* in the parent's `children` or the root's `classes` */
+  list_node children; /* child classes (qos_class.node), in the order they were added */
+  union {
+    htb_params htb;
+    hfsc_params hfsc;
+  } params;        /* by type; a PRIO class has none */
+  leaf_qdisc leaf; /* in use only while `children` is empty; kept, and used again, when it gets empty */
+} qos_class;
+
+/* Every interface's tree (root_qdisc.node), in the order they were added. Statically empty. */
+extern list_node qos_root;
+
+/*
+ * The tree of the interface `ifname`, valid until del_root_qdisc, or null. Traces "%s not found!!\n" with the name
+ * when there is none.
+ */
+root_qdisc *root_qdisc_find_by_name(const char *ifname);
+
+/*
+ * Makes the tree of an interface.
+ *
+ *   speeds  link rate (two values), then physical rate (two values), kbit/s; which of a pair is up and which is down
+ *           is the caller's affair, the library uses the first of each
+ *   ifname  interface name; at most 31 characters are kept
+ *   type    QOS_ROOT_*
+ *   params  the parameter block of that type: root_params_pfifo, root_params_tree (HTB, HFSC) or root_params_prio
+ *
+ * HTB and HFSC trees start with three classes: 1 at the top and 2 below it at phy_rate[0], and 3 below 1 at
+ * link_rate[0]; class 2 carries SFQ with perturb 10. An HTB class gets rate and ceil alike, bursts of 1000000 bytes
+ * (class 1) or 6000 bytes; an HFSC class gets its `ul` and `sc` rates, all else 0. A PRIO tree gets one class per
+ * band, with the ids 1 to `bands`.
+ *
+ * Returns 0 when the tree exists now, even when memory ran out for some of those classes; 2 when the interface had
+ * one; 3 when memory ran out or the type is unknown (then traces "Internel error occur at not define root qdisc
+ * type\n"); 1 when `ifname` is null; 4 when `speeds` or `params` is null. Whenever the result is not 0 nothing has
+ * changed.
+ */
+int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, const void *params);
+
+/*
+ * Deletes the tree of an interface with all its classes. Its rules are NOT freed: delete them first, or their memory
+ * is lost. The running system is not touched (stop_qos).
+ *
+ * Returns 0, or 1 when there is no tree (traced by the lookup). A tree whose `type` was overwritten with an unknown
+ * code is deleted, but its classes are not; traces "Internel error occur at not define root qdisc type\n".
+ */
+int del_root_qdisc(const char *ifname);
+
+/*
+ * Adds a class to a tree of type HTB or HFSC.
+ *
+ *   parent_id  an existing class, or 0 for the top level
+ *   class_id   the new class; with a parent it must be new in the whole tree. With parent 0 this is not checked, and
+ *              lookups find the first class with the id, parents before children
+ *   params     htb_params or hfsc_params, by the tree's type
+ *
+ * The new class has no children and a pfifo leaf without limit. A leaf that gets its first child stops being one: its
+ * leaf queueing discipline and filter are no longer written.
+ *
+ * Returns 0; 1 when the interface (traced by the lookup) or the parent does not exist; 2 when `class_id` exists; 3
+ * when memory runs out; 4 when the tree's type takes no classes or `params` is null. On failure nothing has changed.
+ */
+int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const void *params);
+
+/*
+ * Deletes a class and everything below it. That it may be the default class or the mark of a rule is not checked.
+ * Returns 0, or 1 when the interface (traced by the lookup) or the class does not exist.
+ */
+int del_class(const char *ifname, uint16_t class_id);
+
+/*
+ * Sets the leaf queueing discipline of a class without children. The leaf's type code is not checked.
+ * Returns 0; 1 when the interface (traced by the lookup) or the class does not exist; 4 when the class has children
+ * or `leaf` is null.
+ */
+int add_leaf_qdisc(const char *ifname, uint16_t class_id, const leaf_qdisc *leaf);
+
+/*
+ * Sets a leaf back to what a new class has: pfifo without limit.
+ * Returns 0, or 1 when the interface (traced by the lookup) or the class does not exist or the class has children.
+ */
+int del_leaf_qdisc(const char *ifname, uint16_t class_id);
+
+/*
+ * 1 when the class exists and has no children, so that it can take marked traffic; else 0. An unknown interface is
+ * traced by the lookup.
+ */
+int check_Key(const char *ifname, uint16_t class_id);
+
+/*
+ * Copies the automatic marks of an interface to `out`.
+ * Returns 1 when they are enabled, else 0. `out` is left alone, with the result 0, when the interface does not exist
+ * (traced by the lookup), has a type without automatic marks (pfifo_fast or unknown), or `out` is null.
+ */
+int get_automark_value(const char *ifname, automark *out);
+
+/* The head of an interface's rule list, valid until del_root_qdisc; null, traced by the lookup, when it has no tree. */
+list_node *find_rule_list_by_name(const char *ifname);
+
+/*
+ * The class with this id, valid until it is deleted, or null: parents before children, siblings in the order they
+ * were added. An unknown interface is traced by the lookup.
+ */
+qos_class *class_find(const char *ifname, uint16_t class_id);
+
+/* The same search below one list head: a tree's `classes` or a class's `children`. */
+qos_class *class_find_in_list(list_node *head, uint16_t class_id);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * QoS scripts and report
+ * ------------------------------------------------------------------------------------------------------------------
+ * A tree is applied by a shell script of tc, ifconfig and iptables commands, made anew on every call with mode 0700
+ * and run through the shell (see __system for what else happens while a command runs). There is one start and one
+ * stop script for all interfaces, "/var/tmp/qos_start" and "/var/tmp/qos_stop": two processes that start QoS at the
+ * same time overwrite each other's. What the commands in a script report is not looked at; they write their errors to
+ * the standard error of the calling process.
+ */
+
+/*
+ * Writes and runs the start script: removes the interface's root queueing discipline, makes the tree's (for
+ * pfifo_fast: sets the interface's queue length), its classes, leaves and one firewall-mark filter per leaf, then
+ * renews the rule chains (renew_qos_rule).
+ *
+ * A leaf with an unknown type code traces "An error occur at not define leaf qdisc type\n" and spoils its own tc
+ * command and its filter's, which is appended to it.
+ *
+ * Returns 1 when the script was written and run; 0 when the interface has no tree (traced by the lookup; no file is
+ * touched), when the script cannot be created (the previous one, if any, stays) or could not be written whole (it is
+ * not run).
+ */
+int start_qos(const char *ifname);
+
+/*
+ * Writes and runs the stop script, which removes the interface's root queueing discipline, hooks and rule chains. The
+ * tree and the rules in memory stay. Returns as start_qos.
+ */
+int stop_qos(const char *ifname);
+
+/* stop_qos, then start_qos. Returns 0 without starting when the stop returned 0, else what start_qos returned. */
+int restart_qos(const char *ifname);
+
+/*
+ * Restarts every interface in turn; after each, whatever came of it, traces "Start %s's Qos!!\n" with its name.
+ * Traces "Qos list empty!!\n" when no interface has a tree.
+ */
+void restart_qos_all(void);
+
+/*
+ * Writes one service curve as tc takes it: its name by QOS_CURVE_* ("Unknown" for another `kind`), then umax and dmax
+ * as far as they are not 0, then the rate, each followed by a blank and the whole without a newline.
+ */
+void hfsc_curve_text(FILE *out, const hfsc_curve *curve, uint32_t kind);
+
+/*
+ * Writes the tc commands of every class below a list head, parents before children, for the interface `ifname`.
+ * `head` is the `classes` of a tree in qos_root or the `children` of a class; the owner of the list is the parent in
+ * the commands (1:0 for a tree's own list and for class 1).
+ */
+void do_leaf2cmd(FILE *out, const char *ifname, list_node *head);
+
+/*
+ * Traces an interface's tree: name, speeds, root type and its parameters, then what show_class gives. An unknown
+ * interface gives the one line "didn't found qos setting in this interface!\n", an unknown root type "An error occur
+ * at not define root qdisc type\n" in place of the parameters and classes.
+ */
+void show_ifqos(const char *ifname);
+
+/* Traces the classes and leaves of an interface's tree, or "didn't found qos setting in this interface!\n". */
+void show_class(const char *ifname);
+
+/*
+ * Traces the classes below a list head (as do_leaf2cmd takes it) with their handles PARENT:ID, and the leaf of each
+ * class without children; the lines of leaves carry the function name "show_leaf". A line whose console cannot be
+ * opened is left out alone.
+ */
+void draw_class(list_node *head);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Rules and schedules
+ * ------------------------------------------------------------------------------------------------------------------
+ * A rule says which packets that leave an interface get which firewall mark, TOS, DSCP or VLAN tag. An interface's
+ * rules are in root_qdisc.rules, ascending by index. A rule may name a schedule, a numbered time window; schedules
+ * are one list for all interfaces.
+ *
+ * Results: 1 done, 0 failed; the opposite of the tree operations, made to be tested as truth values.
+ */
+
+/* Match kinds: BIT NUMBERS of qos_match.match_flags (set with 1u << QOS_MATCH_IP). */
+enum {
+  QOS_MATCH_802_1P = 0,   /* "QF_802_1P": prio_1p */
+  QOS_MATCH_802_1Q = 1,   /* "QF_802_1Q": vlan_id */
+  QOS_MATCH_MAC = 2,      /* "QF_MAC": src_mac */
+  QOS_MATCH_IP = 3,       /* "QF_IP": the four addresses */
+  QOS_MATCH_DSCP = 4,     /* "QF_DSCP": dscp_mode, dscp */
+  QOS_MATCH_TOS = 5,      /* "QF_TOS": tos, precedence */
+  QOS_MATCH_ALG = 6,      /* "QF_ALG": alg */
+  QOS_MATCH_PKTLEN = 7,   /* "QF_PKTLEN": pkt_len */
+  QOS_MATCH_PROTOCOL = 8, /* "QF_PROTOCOL": protocol, ports, TCP flags */
+  QOS_MATCH_DOMAIN = 9,   /* "QF_DOMAIN": domain */
+  QOS_MATCH_URL = 10      /* "QF_URL": url */
+};
+
+/* qos_match.protocol */
+enum { QOS_PROTO_TCP = 0, QOS_PROTO_UDP = 1, QOS_PROTO_ICMP = 2, QOS_PROTO_BOTH = 3, QOS_PROTO_ALL = 4 };
+
+/* qos_match.alg: connection-tracking helpers */
+enum { QOS_ALG_SIP = 0, QOS_ALG_Q931 = 1, QOS_ALG_FTP = 2 };
+
+/* Bit numbers of the TCP flag bytes. */
+enum { QOS_TCP_SYN = 0, QOS_TCP_ACK = 1, QOS_TCP_FIN = 2, QOS_TCP_RST = 3, QOS_TCP_URG = 4, QOS_TCP_PSH = 5 };
+
+/* Targets: BIT NUMBERS of qos_target.target_flags. */
+enum {
+  QOS_TARGET_MARK = 0, /* mark */
+  QOS_TARGET_TOS = 1,  /* set_mode is the TOS id, set_value the precedence */
+  QOS_TARGET_DSCP = 2, /* set_mode is 0 for a raw value, 1 for a class id, in set_value */
+  QOS_TARGET_VLAN = 3, /* vlan_prio, vlan_tag_id, vlan_double */
+  QOS_TARGET_LOG = 4   /* shown by no command: drawing the rule traces "LOG target not implement!!\n" */
+};
+
+/*
+ * What a rule matches; only fields whose bit is set in `match_flags` count. Zero the record first. Texts need no
+ * terminator when they fill their field.
+ *
+ * TOS ids: 16 "Minimize-Delay", 8 "Maximize-Throughput", 4 "Maximize-Reliability", 2 "Minimize-Cost",
+ * 0 "Normal-Service". DSCP class ids: 0 to 7 "CS0" to "CS7", 8 "BE", 9 to 11 "AF11" to "AF13", 12 to 14 "AF21" to
+ * "AF23", 15 to 17 "AF31" to "AF33", 18 to 20 "AF41" to "AF43", 21 "EF".
+ */
+typedef struct qos_match {
+  uint32_t match_flags;                /* bits by QOS_MATCH_* */
+  uint8_t prio_1p;                     /* 802.1p priority */
+  uint16_t vlan_id;                    /* 802.1Q VLAN id */
+  char src_mac[20];                    /* MAC address text, given to iptables as it stands */
+  uint32_t src_ip_start, src_ip_end;   /* inclusive; the range counts when both are not 0 */
+  uint32_t dst_ip_start, dst_ip_end;   /* first octet in the top byte: 192.168.1.2 is 0xC0A80102 */
+  uint32_t dscp_mode;                  /* 0: `dscp` holds a raw value; 1: a DSCP class id; else nothing is matched */
+  uint32_t dscp;                       /* a raw value is the FIRST BYTE of the field in memory */
+  uint32_t tos;                        /* TOS id */
+  uint8_t precedence;                  /* IP precedence */
+  uint32_t protocol;                   /* QOS_PROTO_*; a rule with another code is not written */
+  uint16_t sport_min, sport_max;       /* inclusive; a port range counts when both its ends are not 0 */
+  uint16_t dport_min, dport_max;       /* ports count with TCP, UDP and both */
+  uint8_t tcp_flag_mask, tcp_flag_set; /* flags examined, and those of them that must be set; count if both not 0 */
+  uint32_t pkt_len;                    /* bytes: minimum in the upper 16 bits, maximum in the lower 16 */
+  uint32_t alg;                        /* QOS_ALG_* */
+  char url[256];                       /* URL text */
+  char domain[256];                    /* domain name */
+  uint8_t sched_index;                 /* schedule number; 0 for always */
+} qos_match;
+
+/* What a rule does with a packet; one command is written per target. Zero the record first. */
+typedef struct qos_target {
+  uint32_t target_flags; /* bits by QOS_TARGET_* */
+  uint32_t mark;         /* class id of a leaf of the interface's tree */
+  uint32_t set_mode;     /* by target; TOS comes before DSCP, and both read it when both bits are set */
+  uint32_t set_value;    /* a precedence or raw DSCP value is the FIRST BYTE of the field in memory */
+  uint8_t vlan_prio;     /* 802.1p priority of the tag to add */
+  uint16_t vlan_tag_id;  /* VLAN id of the tag to add */
+  uint8_t vlan_double;   /* not 0: a double tag */
+  uint8_t : 8;           /* padding */
+  uint8_t log;           /* not 0: the report says that the rule logs; nothing else does */
+} qos_target;
+
+typedef struct qos_rule {
+  list_node node; /* in root_qdisc.rules */
+  uint8_t index;
+  qos_match match;
+  qos_target target;
+} qos_rule;
+
+typedef struct qos_sched {
+  list_node node;     /* in sched_root */
+  uint8_t index;      /* 1 to 255; 0 is no schedule */
+  uint8_t days;       /* bit 0 Sunday to bit 6 Saturday; none of them set means every day */
+  uint8_t all_day;    /* 1: the whole day; else from start to stop */
+  uint8_t start_hour; /* hours 0 to 23, minutes 0 to 59 */
+  uint8_t stop_hour;
+  uint8_t start_min;
+  uint8_t stop_min;
+} qos_sched;
+
+/* Every schedule (qos_sched.node), in the order they were added. Statically empty. */
+extern list_node sched_root;
+
+/*
+ * Adds a rule to an interface.
+ *
+ *   index   the rule's number, unique on the interface; commands are written in its order
+ *   match   a qos_match (600 bytes), copied
+ *   target  a qos_target (24 bytes), copied
+ *
+ * Returns 1; or 0 with the list unchanged, and a trace that tells why: "QoS tree not found!!\n" (after the lookup's
+ * own), "Index already exist!!\n", "Mark key not found!!\n" when the mark target is set and `mark` is no class
+ * without children (check_Key), "Memory allocate fail!!\n". A null `match` or `target` gives 0 without a trace.
+ */
+uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
+
+/*
+ * Replaces a rule: del_qos_rule, then add_qos_rule, and 0 as soon as one of them gives 0. When the add fails the old
+ * rule is gone. A null `match` or `target` gives 0 before anything is deleted.
+ */
+uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
+
+/* Deletes a rule. Returns 1; 0 when it does not exist or traces "QoS tree not found!!\n" when the interface has no tree. */
+uint32_t del_qos_rule(const char *ifname, uint8_t index);
+
+/*
+ * Adds a schedule from bytes in the order of the fields of qos_sched: index, days, all_day, start_hour. Only these
+ * FOUR are read; stop_hour, start_min and stop_min start at 0, and a caller that needs them sets them in the record
+ * that search_sched gives. A second schedule with the same index is taken, and lookups find the older.
+ *
+ * Returns 1; 0 when the index is 0, `sched` is null or memory runs out. Traces nothing.
+ */
+uint32_t add_sched(const uint8_t *sched);
+
+/* The first schedule with this index, valid until it is deleted; null for index 0 or when there is none. */
+qos_sched *search_sched(uint8_t index);
+
+/* Deletes the first schedule with this index; rules that name it stay. Returns 1, or 0 when there is none. */
+uint32_t del_sched(uint8_t index);
+
+/* Deletes every schedule. Returns 1. */
+uint32_t del_all_sched(void);
+
+/*
+ * Writes a schedule as options of the iptables time match, with a blank at the end, for example
+ * "-m time --timestart 8:00 --timestop 18:30 --days Mon,Tue,Wed,Thu,Fri ".
+ *
+ *   dst   where the text and its terminator go: room for `size` + 1 bytes (note the one)
+ *   size  longest text wanted, in bytes without the terminator; 83 is always enough
+ *
+ * Returns 1; or 0, with `dst` untouched and the trace "schedule index not found!!\n", when there is no such schedule,
+ * when the text is longer than `size`, or when `dst` is null.
+ */
+uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size);
+
+/*
+ * Writes the names of the TCP flags that are set (bits by QOS_TCP_*, others ignored), each followed by a comma:
+ * "SYN,ACK,". All 32 bytes of `out` are written, zeroes after the text. A null `out` is ignored.
+ */
+void tcp_flag_text(char out[32], uint8_t flags);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Rule scripts and report
+ * ------------------------------------------------------------------------------------------------------------------
+ * An interface's rules become two chains of the mangle table: QOS_<interface> with a command per rule and target, and
+ * QOS_<interface>_AUTO, which re-marks connections that carry a connection mark by the tree's automatic marks. Packets
+ * that leave the interface, forwarded or sent by the router itself, go to the first chain, whose first entry sends
+ * those with a connection mark on to the second.
+ */
+
+/*
+ * Writes the commands that renew an interface's chains to an open script: flushes, deletes and makes both chains,
+ * hooks them in once, then the rules of the list (draw_rule) and, when enabled, the eight automatic marks. An unknown
+ * interface is traced by the lookup of the marks.
+ */
+void renew_qos_rule(FILE *out, const char *ifname, list_node *rules);
+
+/* Writes the commands that unhook and delete an interface's chains to an open script. */
+void remove_qos_rule(FILE *out, const char *ifname);
+
+/*
+ * Writes the rules of one interface alone to "/var/tmp/qos_rule_" followed by its name, with mode 0700, and runs that
+ * script; the queueing disciplines are not touched.
+ *
+ * Returns 1 when it was written and run; 0, tracing "QoS struct not fuond!!\n" (after the lookup's own) when the
+ * interface has no tree, "Can't open tmp file!!\n" when the script cannot be created, and nothing when it could not
+ * be written whole (it is not run).
+ */
+uint32_t restart_rule(const char *ifname);
+
+/*
+ * Writes the commands of one rule, one per target, and two (TCP, then UDP) per target when it matches both protocols;
+ * none when it has no target or an unknown protocol code.
+ *
+ * Traces, and goes on without the part: "get %s match type\n" with the kind's name for a match bit that makes no
+ * option of its own ("QF_PROTOCOL" always, "Unknown" for bits 11 to 31); "LOG target not implement!!\n"; "match buffer
+ * is too small or index not found, schedule string doesn't attach %d %d!!\n" with 1024 and the length of the options
+ * so far when the schedule cannot be written.
+ */
+void draw_rule(FILE *out, qos_rule *rule, const char *chain);
+
+/*
+ * Traces every rule of an interface, ascending: its number, matches, schedule and targets; the lines carry the
+ * function names "show_rule", "show_match" and "show_target". Traces "QoS tree not found, no rule found!!\n" (after
+ * the lookup's own) when the interface has no tree. A line whose console cannot be opened is left out alone.
+ */
+void show_rule(const char *ifname);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Process helpers
+ * ------------------------------------------------------------------------------------------------------------------
+ * Commands go to "/bin/sh -c" as they are formatted: quoting values is the caller's work. A formatted command holds
+ * at most 1023 bytes; a longer one is not run cut short but refused: traces "command too long\n" and returns -1 (null
+ * from _system_read), as does a null format.
+ */
+
+/*
+ * Formats a command and runs it with system(3): waits for it, ignoring SIGINT and SIGQUIT and blocking SIGCHLD in the
+ * calling thread meanwhile.
+ *
+ *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
+ *
+ * Returns what system(3) returned: a wait status, or -1. Any thread.
+ */
+int __system(const char *file, int line, const char *func, const char *fmt, ...) TORVANE_PRINTF(4, 5);
+
+/*
+ * Formats a command, traces "sys cmd:%s\n" with it, runs it with "/bin/sh -c" from a vfork and waits for any one
+ * child: in a process with other children that may be another one.
+ *
+ * Returns the length of the command in bytes, whatever came of running it. Not for processes whose children are
+ * waited for elsewhere at the same time.
+ */
+int _execl(const char *fmt, ...) TORVANE_PRINTF(1, 2);
+
+/*
+ * Formats a command and starts it with its standard output readable from the stream that is returned; all output
+ * streams of the process are flushed first. Returns null when it cannot be started. End it with _system_close. Any
+ * thread.
+ */
+FILE *_system_read(const char *fmt, ...) TORVANE_PRINTF(1, 2);
+
+/* Closes a stream of _system_read and waits for its command. Returns its wait status, or -1 (also for null). */
+int _system_close(FILE *stream);
+
+/*
+ * Starts a command, reads nothing of its output, and waits for it to end. Prints "execute command (%s) success\n" on
+ * standard output when it could be started, else "execute command (%s) fail\n".
+ *
+ * Returns 0 when the command could be started, whatever its exit status; else -1, also for null.
+ */
+int exec_system(const char *command);
+
+/*
+ * kill(2), guarded: for the process ids 0, -1 and 1 it signals nothing, traces "kill %d\n" with the id and returns -1.
+ * Other negative ids address process groups as usual.
+ *
+ *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
+ *
+ * Returns what kill(2) returned. Any thread.
+ */
+int __kill(const char *file, int line, const char *func, int pid, int sig);
+
+/* 1 when stat(2) on `path` succeeds, else 0, also for null. Any thread. */
+int _isFileExist(const char *path);
+
+/*
+ * Always 0, also for a module that is loaded: its reading of "/proc/modules" goes on while the stream is at its end,
+ * which a stream just opened never is. Kept for callers built on that answer. Traces "open /proc/modules fail!\n" when
+ * the file cannot be opened. Any thread.
+ */
+int _isModuleExist(const char *name);
+
+/*
+ * Traces what a signal action does: "Default\n", "Ignore\n", or "This signal is not using default or ignore
+ * handler\n".
+ *
+ *   action  a record whose first word, of pointer size, is the handler (SIG_DFL, SIG_IGN or a function). Where struct
+ *           sigaction begins with its flags, as on MIPS, pass the address of its handler field. Null traces nothing
+ */
+void show_handler(const void *action);
+
+/*
+ * A number from rand(3), seeded once per process from "/dev/urandom", or from the time when that cannot be read. Not
+ * for secrets. Two threads that make the first call at once may both seed.
+ */
+int get_random(void);
+
+/*
+ * Makes four UUIDs from a MAC address: the last one to four of a series whose last byte counts up from the MAC's.
+ *
+ *   mac  6 bytes
+ *   out  280 bytes, or null to store nothing: four texts of 32 digits in 33 bytes each, then from byte 132 four texts
+ *        with dashes of 36 characters in 37 bytes each, all terminated
+ *
+ * The last byte is not reduced when counting passes 255: it becomes three digits and the text is cut to its field, so
+ * the UUIDs of a MAC that ends in fd, fe or ff are not all different.
+ *
+ * Returns 0, or -1 when `mac` is null. Any thread.
+ */
+int WscGenerateUUID(const unsigned char *mac, char *out);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * IPC helpers
+ * ------------------------------------------------------------------------------------------------------------------
+ * System V objects by key, readable and writable by everyone (mode 0666). They outlive the processes that made them,
+ * until sem_delete, ipcrm or a reboot. Results: 0 success, 1 failure. Traces here have a short header without the
+ * process id. Safe from any thread and any number of processes.
+ */
+
+/*
+ * Opens the shared-memory segment of `key`, or creates it with `size` bytes; it is not attached (shmat(2)).
+ *
+ *   id  receives the segment's id, -1 on failure
+ *
+ * Returns 0; or 1, tracing "key=%d shmget fail\n", for example when an existing segment is smaller than `size`. A null
+ * `id` gives 1 and makes nothing.
+ */
+int shm_create(int key, int size, int *id);
+
+/*
+ * Opens or creates the semaphore of `key` and sets it free, EVERY time: a second caller releases the lock that
+ * another holds, so create it once, at start-up, before the processes that share it run.
+ *
+ *   id  receives the set's id, -1 when it cannot be had
+ *
+ * Returns 0; or 1, tracing "key=%d semget fail\n" or "semid=%d semctl fail\n". A null `id` gives 1 and makes nothing.
+ */
+int sem_create(int key, int *id);
+
+/* Removes a semaphore; whoever waits for it fails. Returns 0, also when there was none. */
+int sem_delete(int id);
+
+/*
+ * Takes the semaphore, waiting while another holds it. When a process ends, however it ends, the kernel gives back
+ * what it had taken.
+ *
+ *   file, line, func  source position of the caller, for the traces
+ *   trace             low byte not 0: traces the start and the end with the caller's position
+ *
+ * Returns 0; or 1 when the semaphore is gone or the wait was interrupted by a signal (it is not tried again): then
+ * traces "%s:%d:::%s:::semid=%d down fail\n" and writes the reason to standard error ("sem down: ...").
+ * Not recursive: a thread that takes it twice waits for ever.
+ */
+int downdown(int id, const char *file, int line, const char *func, int trace);
+
+/* Gives the semaphore back; parameters as downdown. Returns 0; or 1, traced and told likewise ("sem up: ..."). */
+int upup(int id, const char *file, int line, const char *func, int trace);
+
+#ifdef __cplusplus
+}
+#endif
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
+
+#endif

@@ -1,0 +1,270 @@
+// Mangle-table commands made from an interface's rules.
+#include "iptables/iptables.h"
+#include "log/trace.h"
+#include "misc/script.h"
+#include "string/bounded_text.h"
+
+using torvane::BoundedText;
+using torvane::first_byte;
+using torvane::has_bit;
+
+namespace {
+
+constexpr char trace_module[] = "quorra_iptables";
+
+constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, {0xFFFFFFFFu, "Unknown"}};
+constexpr uint32_t append_action = 0;
+constexpr uint32_t delete_action = 1;
+
+constexpr size_t match_text_size = 1024;
+using MatchText = BoundedText<match_text_size>;
+using ProtocolText = BoundedText<128>;
+using TargetText = BoundedText<64>;
+
+void write_hooks(FILE *out, uint32_t action_id, const char *ifname) {
+  const char *action = TxtMapById(chain_actions, action_id);
+  fprintf(out, "iptables -t mangle %s FORWARD -o %s -g QOS_%s 2>/dev/null\n", action, ifname, ifname);
+  fprintf(out, "iptables -t mangle %s OUTPUT -o %s -g QOS_%s 2>/dev/null\n", action, ifname, ifname);
+  fprintf(out, "iptables -t mangle %s QOS_%s -m connmark ! --mark 0 -j QOS_%s_AUTO 2>/dev/null\n", action, ifname,
+          ifname);
+}
+
+// One command on the rule chain, then the same on the automatic chain.
+void write_for_both_chains(FILE *out, const char *option, const char *ifname) {
+  fprintf(out, "iptables -t mangle %s QOS_%s 2>/dev/null\n", option, ifname);
+  fprintf(out, "iptables -t mangle %s QOS_%s_AUTO 2>/dev/null\n", option, ifname);
+}
+
+void write_chain_removal(FILE *out, const char *ifname) {
+  write_for_both_chains(out, "-F", ifname);
+  write_for_both_chains(out, "-X", ifname);
+}
+
+void append_ports(ProtocolText &text, const qos_match &match) {
+  if (match.sport_min != 0 && match.sport_max != 0)
+    text.append("--sport %u:%u ", match.sport_min, match.sport_max);
+  if (match.dport_min != 0 && match.dport_max != 0)
+    text.append("--dport %u:%u ", match.dport_min, match.dport_max);
+}
+
+void append_tcp(ProtocolText &text, const qos_match &match) {
+  text.append("-p tcp ");
+  append_ports(text, match);
+  if (match.tcp_flag_mask != 0 && match.tcp_flag_set != 0) {
+    char mask[torvane::flag_text_size], set[torvane::flag_text_size];
+    tcp_flag_text(mask, match.tcp_flag_mask);
+    tcp_flag_text(set, match.tcp_flag_set);
+    text.append("--tcp-flag %s %s ", mask, set);
+  }
+}
+
+void append_udp(ProtocolText &text, const qos_match &match) {
+  text.append("-p udp ");
+  append_ports(text, match);
+}
+
+void append_ip_ranges(MatchText &text, const qos_match &match) {
+  const bool source = match.src_ip_start != 0 && match.src_ip_end != 0;
+  const bool destination = match.dst_ip_start != 0 && match.dst_ip_end != 0;
+  if (source || destination)
+    text.append("-m iprange ");
+  if (source)
+    text.append("--src-range %u.%u.%u.%u-%u.%u.%u.%u ", TORVANE_OCTETS(match.src_ip_start),
+                TORVANE_OCTETS(match.src_ip_end));
+  if (destination)
+    text.append("--dst-range %u.%u.%u.%u-%u.%u.%u.%u ", TORVANE_OCTETS(match.dst_ip_start),
+                TORVANE_OCTETS(match.dst_ip_end));
+}
+
+void append_dscp(MatchText &text, const qos_match &match) {
+  if (match.dscp_mode == 0)
+    text.append("-m dscp --dscp 0x%x ", first_byte(match.dscp));
+  else if (match.dscp_mode == 1)
+    text.append("-m dscp --dscp-class %s ", TxtMapById(torvane::dscp_names, match.dscp));
+}
+
+void append_vlan(MatchText &text, const qos_match &match) {
+  const bool id = has_bit(match.match_flags, QOS_MATCH_802_1Q);
+  const bool priority = has_bit(match.match_flags, QOS_MATCH_802_1P);
+  if (id || priority)
+    text.append("-m VLAN ");
+  if (id)
+    text.append("--vlan-id %d ", match.vlan_id);
+  if (priority)
+    text.append("--vlan-prio %d ", match.prio_1p);
+}
+
+// The texts of a match block may fill their fields to the last byte, so each is printed with its field's size.
+void append_match(MatchText &text, const qos_match &match, unsigned bit) {
+  switch (bit) {
+    case QOS_MATCH_802_1P:
+    case QOS_MATCH_802_1Q:
+      break; // append_vlan: one match for both
+    case QOS_MATCH_MAC:
+      text.append("-m mac --mac-source %.*s ", static_cast<int>(sizeof(match.src_mac)), match.src_mac);
+      break;
+    case QOS_MATCH_IP:
+      append_ip_ranges(text, match);
+      break;
+    case QOS_MATCH_DSCP:
+      append_dscp(text, match);
+      break;
+    case QOS_MATCH_TOS:
+      text.append("-m tos --tos %s --precedence %d ", TxtMapById(torvane::tos_names, match.tos), match.precedence);
+      break;
+    case QOS_MATCH_ALG:
+      text.append("-m helper --helper %s ", TxtMapById(torvane::helper_names, match.alg));
+      break;
+    case QOS_MATCH_PKTLEN:
+      text.append("-m length --length %u:%u ", match.pkt_len >> 16, match.pkt_len & 0xffff);
+      break;
+    case QOS_MATCH_DOMAIN:
+      text.append("-m domain --name \"%.*s\" ", static_cast<int>(sizeof(match.domain)), match.domain);
+      break;
+    case QOS_MATCH_URL:
+      text.append("-m urlfilter --url %.*s ", static_cast<int>(sizeof(match.url)), match.url);
+      break;
+    default:
+      // The protocol's options stand in a text of their own, so it comes here too and is reported; so it always was.
+      TRACE_AS("draw_rule", "get %s match type\n", TxtMapById(torvane::match_names, bit));
+      break;
+  }
+}
+
+void append_schedule(MatchText &text, uint8_t sched_index) {
+  if (get_sched_str(sched_index, text.text + text.length, static_cast<uint32_t>(text.room())))
+    text.length += strlen(text.text + text.length);
+  else
+    TRACE_AS("draw_rule", "match buffer is too small or index not found, schedule string doesn't attach %d %d!!\n",
+             static_cast<int>(match_text_size), static_cast<int>(text.length));
+}
+
+void make_match_text(MatchText &text, const qos_match &match) {
+  for (unsigned bit = 0; bit < 32; bit++)
+    if (has_bit(match.match_flags, bit))
+      append_match(text, match, bit);
+  append_vlan(text, match);
+  if (match.sched_index != 0)
+    append_schedule(text, match.sched_index);
+}
+
+void make_target_text(TargetText &text, const qos_target &target, unsigned bit) {
+  switch (bit) {
+    case QOS_TARGET_MARK:
+      text.append("-j MARK --set-mark 0x%x ", target.mark);
+      break;
+    case QOS_TARGET_TOS:
+      text.append("-j TOS --set-tos %s --set-precedence %d ", TxtMapById(torvane::tos_names, target.set_mode),
+                  static_cast<int>(first_byte(target.set_value)));
+      break;
+    case QOS_TARGET_DSCP:
+      if (target.set_mode == 0)
+        text.append("-j DSCP --set-dscp 0x%x ", first_byte(target.set_value));
+      else if (target.set_mode == 1)
+        text.append("-j DSCP --set-dscp %s ", TxtMapById(torvane::dscp_names, target.set_value));
+      break;
+    case QOS_TARGET_VLAN:
+      text.append("-j MKVLAN --set-vlan-id %d --set-vlan-prio %d %s ", target.vlan_tag_id, target.vlan_prio,
+                  target.vlan_double ? "--double" : "");
+      break;
+    default:
+      TRACE_AS("draw_rule", "LOG target not implement!!\n");
+      break;
+  }
+}
+
+} // namespace
+
+extern "C" {
+
+void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
+  const qos_match &match = rule->match;
+
+  MatchText matches;
+  make_match_text(matches, match);
+
+  // Each target is written once per protocol text.
+  ProtocolText protocols[2];
+  unsigned protocol_count = 1;
+  if (has_bit(match.match_flags, QOS_MATCH_PROTOCOL)) {
+    switch (match.protocol) {
+      case QOS_PROTO_TCP:
+        append_tcp(protocols[0], match);
+        break;
+      case QOS_PROTO_UDP:
+        append_udp(protocols[0], match);
+        break;
+      case QOS_PROTO_ICMP:
+        protocols[0].append("-p icmp ");
+        break;
+      case QOS_PROTO_BOTH:
+        append_tcp(protocols[0], match);
+        append_udp(protocols[1], match);
+        protocol_count = 2;
+        break;
+      case QOS_PROTO_ALL:
+        protocols[0].append("-p all ");
+        break;
+      default:
+        return;
+    }
+  }
+
+  for (unsigned bit = QOS_TARGET_MARK; bit <= QOS_TARGET_LOG; bit++) {
+    if (!has_bit(rule->target.target_flags, bit))
+      continue;
+    TargetText target;
+    make_target_text(target, rule->target, bit);
+    if (target.length == 0)
+      continue;
+    for (unsigned i = 0; i < protocol_count; i++)
+      fprintf(out, "iptables -t mangle %s %s %s%s%s\n", TxtMapById(chain_actions, append_action), chain,
+              protocols[i].text, matches.text, target.text);
+  }
+}
+
+void remove_qos_rule(FILE *out, const char *ifname) {
+  write_hooks(out, delete_action, ifname);
+  write_chain_removal(out, ifname);
+}
+
+void renew_qos_rule(FILE *out, const char *ifname, list_node *rules) {
+  write_chain_removal(out, ifname);
+  write_for_both_chains(out, "-N", ifname);
+  write_hooks(out, delete_action, ifname); // a hook left from an earlier run must not be doubled
+  write_hooks(out, append_action, ifname);
+
+  BoundedText<64> chain;
+  chain.append("QOS_%s", ifname);
+  for (qos_rule &rule : torvane::rules_of(rules))
+    draw_rule(out, &rule, chain.text);
+
+  automark automatic;
+  if (!get_automark_value(ifname, &automatic))
+    return;
+  int connection_mark = 100;
+  for (const uint16_t mark : automatic.mark) {
+    fprintf(out, "iptables -t mangle -A QOS_%s_AUTO -m connmark --mark %d -j MARK --set-mark 0x%0x 2>/dev/null\n",
+            ifname, connection_mark, mark);
+    connection_mark += 100;
+  }
+}
+
+uint32_t restart_rule(const char *ifname) {
+  list_node *rules = find_rule_list_by_name(ifname);
+  if (!rules) {
+    TRACE("QoS struct not fuond!!\n");
+    return 0;
+  }
+  BoundedText<64> path; // an interface of a tree has 31 characters at most
+  path.append("/var/tmp/qos_rule_%s", ifname);
+  FILE *out = torvane::open_script(path.text);
+  if (!out) {
+    TRACE("Can't open tmp file!!\n");
+    return 0;
+  }
+  renew_qos_rule(out, ifname, rules);
+  return torvane::run_script(out, path.text, trace_module, __LINE__, __func__);
+}
+
+} // extern "C"

@@ -1,0 +1,297 @@
+// The QoS trees in memory: root queueing disciplines, classes and leaves of every interface.
+#include <stdlib.h>
+#include <string.h>
+
+#include "log/trace.h"
+#include "qos/qos.h"
+
+using torvane::classes_of;
+using torvane::find_root;
+using torvane::is_leaf;
+using torvane::list_make_empty;
+
+namespace torvane {
+
+extern const txt_map_entry root_type_names[] = {{QOS_ROOT_PFIFO_FAST, "R_pfifo_fast"},
+                                                {QOS_ROOT_HTB, "R_HTB"},
+                                                {QOS_ROOT_HFSC, "R_HFSC"},
+                                                {QOS_ROOT_PRIO, "R_PRIO"},
+                                                {0xFFFFFFFFu, "Unknown"}};
+
+extern const txt_map_entry class_type_names[] = {
+    {QOS_CLASS_HTB, "C_HTB"}, {QOS_CLASS_HFSC, "C_HFSC"}, {QOS_CLASS_PRIO, "C_PRIO"}, {0xFFFFFFFFu, "Unknown"}};
+
+extern const txt_map_entry leaf_type_names[] = {{QOS_LEAF_PFIFO, "L_pfifo"},
+                                                {QOS_LEAF_SFQ, "L_SFQ"},
+                                                {QOS_LEAF_RED, "L_RED"},
+                                                {QOS_LEAF_TBF, "L_TBF"},
+                                                {0xFFFFFFFFu, "Unknown"}};
+
+extern const txt_map_entry curve_names[] = {
+    {QOS_CURVE_UL, "ul"}, {QOS_CURVE_SC, "sc"}, {QOS_CURVE_LS, "ls"}, {QOS_CURVE_RT, "rt"}, {0xFFFFFFFFu, "Unknown"}};
+
+root_qdisc *find_root(const char *ifname) {
+  if (!ifname)
+    return nullptr;
+  for (root_qdisc &root : roots())
+    if (strcmp(root.ifname, ifname) == 0)
+      return &root;
+  return nullptr;
+}
+
+uint16_t owner_of(list_node *head) {
+  for (root_qdisc &root : roots())
+    if (&root.classes == head)
+      return 0;
+  return record_of<qos_class>(head, offsetof(qos_class, children))->id;
+}
+
+} // namespace torvane
+
+namespace {
+
+constexpr char trace_module[] = "quorra_qos";
+
+// Blocks are copied byte for byte between programs and this library: their sizes are the interface.
+static_assert(sizeof(automark) == 18 && sizeof(root_params_tree) == 20 && sizeof(root_params_prio) == 36);
+static_assert(sizeof(root_qdisc::params) == 36 && sizeof(qos_class::params) == 48 && sizeof(leaf_qdisc) == 24);
+static_assert(sizeof(htb_params) == 20 && sizeof(hfsc_params) == 48);
+static_assert(offsetof(root_params_tree, automark) == 2 && offsetof(root_params_prio, automark) == 18);
+static_assert(sizeof(void *) != 4 || (sizeof(list_node) == 8 && sizeof(root_qdisc) == 112 && sizeof(qos_class) == 128));
+
+constexpr uint32_t no_class_type = 0xFFFFFFFFu;
+
+constexpr map_entry class_type_of_root[] = {{QOS_ROOT_PFIFO_FAST, no_class_type},
+                                            {QOS_ROOT_HTB, QOS_CLASS_HTB},
+                                            {QOS_ROOT_HFSC, QOS_CLASS_HFSC},
+                                            {QOS_ROOT_PRIO, no_class_type},
+                                            {0xFFFFFFFFu, no_class_type}};
+
+// Ids and bursts (bytes) of the classes that every HTB and HFSC tree starts with.
+constexpr uint16_t top_class = 1;
+constexpr uint16_t fair_class = 2;
+constexpr uint16_t link_class = 3;
+constexpr uint32_t top_burst = 1000000;
+constexpr uint32_t class_burst = 6000;
+constexpr uint8_t fair_class_perturb = 10; // seconds
+
+// Bytes of the parameter block of a root type; 0 for an unknown type.
+size_t root_params_size(uint32_t type) {
+  switch (type) {
+    case QOS_ROOT_PFIFO_FAST:
+      return sizeof(root_params_pfifo);
+    case QOS_ROOT_HTB:
+    case QOS_ROOT_HFSC:
+      return sizeof(root_params_tree);
+    case QOS_ROOT_PRIO:
+      return sizeof(root_params_prio);
+    default:
+      return 0;
+  }
+}
+
+// A class of the given type without children and with a pfifo leaf, at the end of `siblings`; null without memory.
+qos_class *append_class(list_node *siblings, uint32_t type, uint16_t id) {
+  auto *tc_class = static_cast<qos_class *>(calloc(1, sizeof(qos_class)));
+  if (!tc_class)
+    return nullptr;
+  tc_class->type = type;
+  tc_class->id = id;
+  list_make_empty(&tc_class->children);
+  list_add_tail(&tc_class->node, siblings);
+  return tc_class;
+}
+
+int add_class_to(root_qdisc *root, uint16_t parent_id, uint16_t class_id, const void *params) {
+  const uint32_t type = MapById(class_type_of_root, root->type);
+  if (type == no_class_type || !params)
+    return 4;
+
+  list_node *siblings = &root->classes;
+  if (parent_id != 0) {
+    qos_class *parent = class_find_in_list(&root->classes, parent_id);
+    if (!parent)
+      return 1;
+    if (class_find_in_list(&root->classes, class_id))
+      return 2;
+    siblings = &parent->children;
+  }
+
+  qos_class *tc_class = append_class(siblings, type, class_id);
+  if (!tc_class)
+    return 3;
+  memcpy(&tc_class->params, params, type == QOS_CLASS_HTB ? sizeof(htb_params) : sizeof(hfsc_params));
+  return 0;
+}
+
+void add_default_class(root_qdisc *root, uint16_t parent_id, uint16_t class_id, uint32_t rate, uint32_t burst) {
+  if (root->type == QOS_ROOT_HTB) {
+    const htb_params params = {rate, rate, burst, burst, 0};
+    add_class_to(root, parent_id, class_id, &params);
+  } else {
+    hfsc_params params = {};
+    params.ul.rate = rate;
+    params.sc.rate = rate;
+    add_class_to(root, parent_id, class_id, &params);
+  }
+}
+
+// As many as memory allows: a tree without some of them is still a tree.
+void add_default_classes(root_qdisc *root) {
+  add_default_class(root, 0, top_class, root->phy_rate[0], top_burst);
+  add_default_class(root, top_class, fair_class, root->phy_rate[0], class_burst);
+  add_default_class(root, top_class, link_class, root->link_rate[0], class_burst);
+
+  if (qos_class *fair = class_find_in_list(&root->classes, fair_class)) {
+    fair->leaf.type = QOS_LEAF_SFQ;
+    fair->leaf.params.sfq.perturb = fair_class_perturb;
+  }
+}
+
+void add_bands(root_qdisc *root) {
+  for (uint16_t band = 1; band <= root->params.prio.bands; band++) {
+    qos_class *tc_class = append_class(&root->classes, QOS_CLASS_PRIO, band);
+    if (!tc_class)
+      return;
+    snprintf(tc_class->name, sizeof(tc_class->name), "Class%d", band);
+  }
+}
+
+void delete_classes(list_node *head) {
+  for (qos_class &tc_class : classes_of(head)) {
+    delete_classes(&tc_class.children);
+    list_del(&tc_class.node);
+    free(&tc_class);
+  }
+}
+
+} // namespace
+
+extern "C" {
+
+list_node qos_root = {&qos_root, &qos_root};
+
+root_qdisc *root_qdisc_find_by_name(const char *ifname) {
+  root_qdisc *root = find_root(ifname);
+  if (!root)
+    TRACE("%s not found!!\n", ifname ? ifname : "(null)");
+  return root;
+}
+
+int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, const void *params) {
+  if (!ifname)
+    return 1;
+  if (find_root(ifname))
+    return 2;
+  const size_t params_size = root_params_size(type);
+  if (params_size == 0) {
+    TRACE("Internel error occur at not define root qdisc type\n");
+    return 3;
+  }
+  if (!speeds || !params)
+    return 4;
+
+  auto *root = static_cast<root_qdisc *>(calloc(1, sizeof(root_qdisc)));
+  if (!root)
+    return 3;
+  memcpy(root->link_rate, speeds, sizeof(root->link_rate));
+  memcpy(root->phy_rate, speeds + 2, sizeof(root->phy_rate));
+  memcpy(root->ifname, ifname, strnlen(ifname, sizeof(root->ifname) - 1));
+  root->type = type;
+  list_make_empty(&root->classes);
+  list_make_empty(&root->rules);
+  memcpy(&root->params, params, params_size);
+  list_add_tail(&root->node, &qos_root);
+
+  if (type == QOS_ROOT_HTB || type == QOS_ROOT_HFSC)
+    add_default_classes(root);
+  else if (type == QOS_ROOT_PRIO)
+    add_bands(root);
+  return 0;
+}
+
+int del_root_qdisc(const char *ifname) {
+  root_qdisc *root = root_qdisc_find_by_name(ifname);
+  if (!root)
+    return 1;
+  if (root_params_size(root->type) != 0)
+    delete_classes(&root->classes);
+  else
+    TRACE("Internel error occur at not define root qdisc type\n");
+  list_del(&root->node);
+  free(root);
+  return 0;
+}
+
+int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const void *params) {
+  root_qdisc *root = root_qdisc_find_by_name(ifname);
+  return root ? add_class_to(root, parent_id, class_id, params) : 1;
+}
+
+int del_class(const char *ifname, uint16_t class_id) {
+  qos_class *tc_class = class_find(ifname, class_id);
+  if (!tc_class)
+    return 1;
+  delete_classes(&tc_class->children);
+  list_del(&tc_class->node);
+  free(tc_class);
+  return 0;
+}
+
+int add_leaf_qdisc(const char *ifname, uint16_t class_id, const leaf_qdisc *leaf) {
+  qos_class *tc_class = class_find(ifname, class_id);
+  if (!tc_class)
+    return 1;
+  if (!is_leaf(*tc_class) || !leaf)
+    return 4;
+  tc_class->leaf = *leaf;
+  return 0;
+}
+
+int del_leaf_qdisc(const char *ifname, uint16_t class_id) {
+  qos_class *tc_class = class_find(ifname, class_id);
+  if (!tc_class || !is_leaf(*tc_class))
+    return 1;
+  tc_class->leaf = {};
+  return 0;
+}
+
+int check_Key(const char *ifname, uint16_t class_id) {
+  const qos_class *tc_class = class_find(ifname, class_id);
+  return tc_class && is_leaf(*tc_class);
+}
+
+int get_automark_value(const char *ifname, automark *out) {
+  const root_qdisc *root = root_qdisc_find_by_name(ifname);
+  if (!root || !out)
+    return 0;
+  if (root->type == QOS_ROOT_HTB || root->type == QOS_ROOT_HFSC)
+    *out = root->params.tree.automark;
+  else if (root->type == QOS_ROOT_PRIO)
+    *out = root->params.prio.automark;
+  else
+    return 0;
+  return out->enable != 0;
+}
+
+list_node *find_rule_list_by_name(const char *ifname) {
+  root_qdisc *root = root_qdisc_find_by_name(ifname);
+  return root ? &root->rules : nullptr;
+}
+
+qos_class *class_find(const char *ifname, uint16_t class_id) {
+  root_qdisc *root = root_qdisc_find_by_name(ifname);
+  return root ? class_find_in_list(&root->classes, class_id) : nullptr;
+}
+
+qos_class *class_find_in_list(list_node *head, uint16_t class_id) {
+  for (qos_class &tc_class : classes_of(head)) {
+    if (tc_class.id == class_id)
+      return &tc_class;
+    if (qos_class *below = class_find_in_list(&tc_class.children, class_id))
+      return below;
+  }
+  return nullptr;
+}
+
+} // extern "C"

@@ -1,0 +1,115 @@
+// The console report of an interface's QoS tree: every line is a trace of its own.
+#include "log/trace.h"
+#include "qos/qos.h"
+
+using torvane::classes_of;
+using torvane::find_root;
+using torvane::is_leaf;
+
+namespace {
+
+constexpr char trace_module[] = "quorra_qos";
+
+constexpr char no_setting[] = "didn't found qos setting in this interface!\n";
+
+void report_leaf(const leaf_qdisc &leaf) {
+  const char *name = TxtMapById(torvane::leaf_type_names, leaf.type);
+  const auto &params = leaf.params;
+  switch (leaf.type) {
+    case QOS_LEAF_PFIFO:
+      TRACE_AS("show_leaf", "leaf qdisc:      %s limit = %u\n", name, params.pfifo.limit);
+      break;
+    case QOS_LEAF_SFQ:
+      TRACE_AS("show_leaf", "leaf qdisc:      %s perturb = %d sec\n", name, params.sfq.perturb);
+      break;
+    case QOS_LEAF_RED:
+      TRACE_AS("show_leaf", "leaf qdisc:      %s %u byte, %u byte, %u packets, %u byte, %u byte\n", name,
+               params.red.min, params.red.max, params.red.burst, params.red.limit, params.red.avpkt);
+      break;
+    case QOS_LEAF_TBF:
+      TRACE_AS("show_leaf", "leaf qdisc:      %s %u ms, %u kbps, %u byte\n", name, params.tbf.latency, params.tbf.rate,
+               params.tbf.burst);
+      break;
+    default:
+      TRACE_AS("show_leaf", "An error occur at not define leaf qdisc type\n");
+      break;
+  }
+}
+
+void report_class(const qos_class &tc_class, unsigned parent) {
+  const char *name = TxtMapById(torvane::class_type_names, tc_class.type);
+  if (tc_class.type == QOS_CLASS_HTB) {
+    const htb_params &htb = tc_class.params.htb;
+    TRACE_AS("draw_class", "class:           %s handle %3d:%-3d %10u kbps %10u kbps %10u byte %10u byte prio:%2u\n",
+             name, parent, tc_class.id, htb.rate, htb.ceil, htb.burst, htb.cburst, htb.prio);
+  } else if (tc_class.type == QOS_CLASS_HFSC) {
+    const hfsc_params &hfsc = tc_class.params.hfsc;
+    TRACE_AS("draw_class", "class:           %s handle %3d:%-3d\n", name, parent, tc_class.id);
+    TRACE_AS("draw_class", "                 ul:%9u byte/%9u ms/%9u kbps   sc:%9u byte/%9u ms/%9u kbps\n", hfsc.ul.umax,
+             hfsc.ul.dmax, hfsc.ul.rate, hfsc.sc.umax, hfsc.sc.dmax, hfsc.sc.rate);
+    TRACE_AS("draw_class", "                 ls:%9u byte/%9u ms/%9u kbps   rt:%9u byte/%9u ms/%9u kbps\n", hfsc.ls.umax,
+             hfsc.ls.dmax, hfsc.ls.rate, hfsc.rt.umax, hfsc.rt.dmax, hfsc.rt.rate);
+  }
+}
+
+void report_classes(list_node *head, unsigned owner) {
+  for (qos_class &tc_class : classes_of(head)) {
+    report_class(tc_class, tc_class.id == 1 ? 1 : owner);
+    if (is_leaf(tc_class))
+      report_leaf(tc_class.leaf);
+    else
+      report_classes(&tc_class.children, tc_class.id);
+  }
+}
+
+} // namespace
+
+extern "C" {
+
+void draw_class(list_node *head) {
+  report_classes(head, torvane::owner_of(head));
+}
+
+void show_class(const char *ifname) {
+  root_qdisc *root = find_root(ifname);
+  if (!root) {
+    TRACE(no_setting);
+    return;
+  }
+  report_classes(&root->classes, 0);
+}
+
+void show_ifqos(const char *ifname) {
+  const root_qdisc *root = find_root(ifname);
+  if (!root) {
+    TRACE(no_setting);
+    return;
+  }
+  TRACE("Interface:       %s\n", root->ifname);
+  TRACE("Speed:           PHY=%10u/%-10u kbit/s, LINK=%10u/%-10u kbit/s\n", root->phy_rate[0], root->phy_rate[1],
+        root->link_rate[0], root->link_rate[1]);
+  TRACE("Root QDisc Type: %s\n", TxtMapById(torvane::root_type_names, root->type));
+
+  switch (root->type) {
+    case QOS_ROOT_PFIFO_FAST:
+      TRACE("Queue length:    %u\n", root->params.pfifo.txqueuelen);
+      return;
+    case QOS_ROOT_HTB:
+    case QOS_ROOT_HFSC:
+      TRACE("Default Class ID:%d\n", root->params.tree.default_class);
+      break;
+    case QOS_ROOT_PRIO: {
+      const uint8_t *map = root->params.prio.priomap;
+      TRACE("Band:            %d\n", root->params.prio.bands);
+      TRACE("PrioMap:\t        %d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d\n", map[0], map[1], map[2], map[3],
+            map[4], map[5], map[6], map[7], map[8], map[9], map[10], map[11], map[12], map[13], map[14], map[15]);
+      break;
+    }
+    default:
+      TRACE("An error occur at not define root qdisc type\n");
+      return;
+  }
+  show_class(ifname);
+}
+
+} // extern "C"
