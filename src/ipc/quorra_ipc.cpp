@@ -12,11 +12,11 @@ constexpr char trace_module[] = "quorra_ipc";
 
 constexpr int create_for_everyone = IPC_CREAT | 0666;
 
-// The argument of semctl, which the C library leaves to its callers to declare.
+// The argument of semctl, which the C library leaves to its callers to declare. It is passed whole, so all of it counts.
 union SemctlArgument {
   int value;
-  struct semid_ds *status;
-  unsigned short *values;
+  struct semid_ds *status; // cppcheck-suppress unusedStructMember
+  unsigned short *values;  // cppcheck-suppress unusedStructMember
 };
 
 // One step up or down. With SEM_UNDO the kernel takes it back when the process ends, so that a holder that crashes

@@ -136,7 +136,9 @@ std::vector<Trace> console() {
   std::string::const_iterator from = text.begin();
   while (std::regex_search(from, text.cend(), at, header, std::regex_constants::match_continuous)) {
     const std::string::const_iterator body = at[0].second;
-    std::string::const_iterator next = std::search(body, text.cend(), "\x1b[1m", "\x1b[1m" + 4);
+    const std::string::size_type end = text.find("\x1b[1m", static_cast<size_t>(body - text.cbegin()));
+    const std::string::const_iterator next =
+        end == std::string::npos ? text.cend() : text.cbegin() + static_cast<std::ptrdiff_t>(end);
     Trace trace;
     trace.has_process = at[2].matched;
     trace.colour = std::stoi(at[1]);
