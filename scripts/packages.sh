@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the commands in the project's root: makes sure that Debian packages are there.
 
 # require_packages PACKAGE...: installs what is missing; where it may not, says so in one line and ends the program.
