@@ -25,9 +25,9 @@
  * Ownership.  Records that the library makes (root_qdisc, qos_class, qos_rule, qos_sched) are the library's: use the
  *             pointers until the record is deleted, and never free them. Blocks passed in are copied; the caller
  *             keeps its own.
- * Null.       Unless a function says otherwise, an interface name that is null names no interface, a null block or
- *             buffer makes the operation fail with the result named in its description, and FILE and list-head
- *             pointers must be valid.
+ * Null.       Unless a function says otherwise, an interface name that is null names no interface (what writes commands
+ *             writes none for it), a null block or buffer makes the operation fail with the result named in its
+ *             description, and FILE, record and list-head pointers must be valid.
  * Threads.    The QoS trees, rules and schedules are process-global and have no lock: use them from one thread, or
  *             hold a lock of your own around every call (downdown and upup make one that also works between
  *             processes). Functions that keep no state may be called from any thread; where a function is not safe
@@ -426,8 +426,8 @@ qos_class *class_find_in_list(list_node *head, uint16_t class_id);
  * command and its filter's, which is appended to it.
  *
  * Returns 1 when the script was written and run; 0 when the interface has no tree (traced by the lookup; no file is
- * touched), when the script cannot be created (the previous one, if any, stays) or could not be written whole (it is
- * not run).
+ * touched), when the script cannot be created (the previous one, if any, stays) or could not
+ * be written whole (what there is of it stays and is not run).
  */
 int start_qos(const char *ifname);
 
@@ -628,7 +628,7 @@ uint32_t del_all_sched(void);
  * "-m time --timestart 8:00 --timestop 18:30 --days Mon,Tue,Wed,Thu,Fri ".
  *
  *   dst   where the text and its terminator go: room for `size` + 1 bytes (note the one)
- *   size  longest text wanted, in bytes without the terminator; 83 is always enough
+ *   size  longest text wanted, in bytes without the terminator; 82 is always enough
  *
  * Returns 1; or 0, with `dst` untouched and the trace "schedule index not found!!\n", when there is no such schedule,
  * when the text is longer than `size`, or when `dst` is null.
@@ -666,18 +666,18 @@ void remove_qos_rule(FILE *out, const char *ifname);
  *
  * Returns 1 when it was written and run; 0, tracing "QoS struct not fuond!!\n" (after the lookup's own) when the
  * interface has no tree, "Can't open tmp file!!\n" when the script cannot be created, and nothing when it could not
- * be written whole (it is not run).
+ * be written whole (what there is of it stays and is not run).
  */
 uint32_t restart_rule(const char *ifname);
 
 /*
  * Writes the commands of one rule, one per target, and two (TCP, then UDP) per target when it matches both protocols;
- * none when it has no target or an unknown protocol code.
+ * none when it has no target or an unknown protocol code (then its targets are not looked at either).
  *
  * Traces, and goes on without the part: "get %s match type\n" with the kind's name for a match bit that makes no
  * option of its own ("QF_PROTOCOL" always, "Unknown" for bits 11 to 31); "LOG target not implement!!\n"; "match buffer
  * is too small or index not found, schedule string doesn't attach %d %d!!\n" with 1024 and the length of the options
- * so far when the schedule cannot be written.
+ * so far when the schedule cannot be written, after get_sched_str's own trace.
  */
 void draw_rule(FILE *out, qos_rule *rule, const char *chain);
 

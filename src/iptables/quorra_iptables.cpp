@@ -97,13 +97,13 @@ extern "C" {
 list_node sched_root = {&sched_root, &sched_root};
 
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target) {
+  if (!match || !target)
+    return 0;
   list_node *rules = find_rule_list_by_name(ifname);
   if (!rules) {
     TRACE("QoS tree not found!!\n");
     return 0;
   }
-  if (!match || !target)
-    return 0;
 
   list_node *successor = rules;
   for (qos_rule &other : rules_of(rules)) {

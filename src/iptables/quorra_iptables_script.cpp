@@ -224,11 +224,15 @@ void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
 }
 
 void remove_qos_rule(FILE *out, const char *ifname) {
+  if (!ifname)
+    return;
   write_hooks(out, delete_action, ifname);
   write_chain_removal(out, ifname);
 }
 
 void renew_qos_rule(FILE *out, const char *ifname, list_node *rules) {
+  if (!ifname)
+    return;
   write_chain_removal(out, ifname);
   write_for_both_chains(out, "-N", ifname);
   write_hooks(out, delete_action, ifname); // a hook left from an earlier run must not be doubled

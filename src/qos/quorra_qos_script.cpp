@@ -133,7 +133,8 @@ void hfsc_curve_text(FILE *out, const hfsc_curve *curve, uint32_t kind) {
 }
 
 void do_leaf2cmd(FILE *out, const char *ifname, list_node *head) {
-  write_classes(out, ifname, head, torvane::owner_of(head));
+  if (ifname)
+    write_classes(out, ifname, head, torvane::owner_of(head));
 }
 
 int start_qos(const char *ifname) {

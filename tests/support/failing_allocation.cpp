@@ -3,38 +3,45 @@
 #include <dlfcn.h>
 #include <stddef.h>
 
-#include <atomic>
-
 #include "support/sandbox.h"
 
+// Sanitizers call these before they are ready themselves: nothing here may be instrumented (the build says so), come
+// from a template that another file instruments, or need a guard.
 namespace {
 
-std::atomic<unsigned> calls_left{0};
-std::atomic<bool> failed{false};
+unsigned calls_left;
+bool failed;
 
 bool fails_now() {
-  if (calls_left.load(std::memory_order_relaxed) == 0 || --calls_left != 0)
+  if (__atomic_load_n(&calls_left, __ATOMIC_RELAXED) == 0 || __atomic_sub_fetch(&calls_left, 1, __ATOMIC_SEQ_CST) != 0)
     return false;
-  failed = true;
+  __atomic_store_n(&failed, true, __ATOMIC_SEQ_CST);
   return true;
 }
 
-template <typename Function>
-Function next_definition(const char *name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+// The next definition of `name`, looked up once and kept in `found`.
+void *next_definition(void *&found, const char *name) {
+  void *function = __atomic_load_n(&found, __ATOMIC_ACQUIRE);
+  if (!function) {
+    function = dlsym(RTLD_NEXT, name);
+    __atomic_store_n(&found, function, __ATOMIC_RELEASE);
+  }
+  return function;
 }
+
+void *real_malloc, *real_calloc, *real_realloc;
 
 } // namespace
 
 namespace sandbox {
 
 void fail_allocation(unsigned n) {
-  failed = false;
-  calls_left = n;
+  __atomic_store_n(&failed, false, __ATOMIC_SEQ_CST);
+  __atomic_store_n(&calls_left, n, __ATOMIC_SEQ_CST);
 }
 
 bool allocation_failed() {
-  return failed;
+  return __atomic_load_n(&failed, __ATOMIC_SEQ_CST);
 }
 
 } // namespace sandbox
@@ -42,17 +49,20 @@ bool allocation_failed() {
 extern "C" {
 
 void *malloc(size_t size) {
-  static const auto real = next_definition<void *(*)(size_t)>("malloc");
+  using Function = void *(*)(size_t);
+  const auto real = reinterpret_cast<Function>(next_definition(real_malloc, "malloc"));
   return fails_now() ? nullptr : real(size);
 }
 
 void *calloc(size_t count, size_t size) {
-  static const auto real = next_definition<void *(*)(size_t, size_t)>("calloc");
+  using Function = void *(*)(size_t, size_t);
+  const auto real = reinterpret_cast<Function>(next_definition(real_calloc, "calloc"));
   return fails_now() ? nullptr : real(count, size);
 }
 
 void *realloc(void *block, size_t size) {
-  static const auto real = next_definition<void *(*)(void *, size_t)>("realloc");
+  using Function = void *(*)(void *, size_t);
+  const auto real = reinterpret_cast<Function>(next_definition(real_realloc, "realloc"));
   return fails_now() ? nullptr : real(block, size);
 }
 

@@ -1,0 +1,528 @@
+#include <errno.h>
+
+#include <memory>
+
+#include "iptables/rule_builders.h"
+
+namespace {
+
+using rules::bits;
+using rules::Lines;
+using rules::make_rule;
+using rules::marking_rule;
+using rules::traced;
+using Indexes = std::vector<int>;
+
+// Programs and library exchange these blocks byte for byte.
+static_assert(sizeof(qos_match) == 600 && offsetof(qos_match, match_flags) == 0 && offsetof(qos_match, prio_1p) == 4 &&
+              offsetof(qos_match, vlan_id) == 6 && offsetof(qos_match, src_mac) == 8 &&
+              offsetof(qos_match, src_ip_start) == 28 && offsetof(qos_match, src_ip_end) == 32 &&
+              offsetof(qos_match, dst_ip_start) == 36 && offsetof(qos_match, dst_ip_end) == 40 &&
+              offsetof(qos_match, dscp_mode) == 44 && offsetof(qos_match, dscp) == 48 &&
+              offsetof(qos_match, tos) == 52 && offsetof(qos_match, precedence) == 56 &&
+              offsetof(qos_match, protocol) == 60 && offsetof(qos_match, sport_min) == 64 &&
+              offsetof(qos_match, sport_max) == 66 && offsetof(qos_match, dport_min) == 68 &&
+              offsetof(qos_match, dport_max) == 70 && offsetof(qos_match, tcp_flag_mask) == 72 &&
+              offsetof(qos_match, tcp_flag_set) == 73 && offsetof(qos_match, pkt_len) == 76 &&
+              offsetof(qos_match, alg) == 80 && offsetof(qos_match, url) == 84 && offsetof(qos_match, domain) == 340 &&
+              offsetof(qos_match, sched_index) == 596);
+static_assert(sizeof(qos_target) == 24 && offsetof(qos_target, target_flags) == 0 && offsetof(qos_target, mark) == 4 &&
+              offsetof(qos_target, set_mode) == 8 && offsetof(qos_target, set_value) == 12 &&
+              offsetof(qos_target, vlan_prio) == 16 && offsetof(qos_target, vlan_tag_id) == 18 &&
+              offsetof(qos_target, vlan_double) == 20 && offsetof(qos_target, log) == 22);
+static_assert(offsetof(qos_rule, node) == 0 && offsetof(qos_rule, index) == sizeof(list_node));
+static_assert(offsetof(qos_sched, index) == sizeof(list_node) &&
+              offsetof(qos_sched, stop_min) == sizeof(list_node) + 6);
+
+const bool no_schedules_at_start = list_empty(&sched_root) && sched_root.prev == &sched_root;
+
+class Rules : public rules::World {
+ protected:
+  void SetUp() override {
+    World::SetUp();
+    add_tree("eth1");
+  }
+};
+
+class Schedules : public rules::World {
+ protected:
+  static std::vector<qos_sched *> all() {
+    std::vector<qos_sched *> found;
+    for (list_node *node = sched_root.next; node != &sched_root; node = node->next) {
+      EXPECT_EQ(node, node->next->prev);
+      found.push_back(reinterpret_cast<qos_sched *>(reinterpret_cast<char *>(node) - offsetof(qos_sched, node)));
+    }
+    return found;
+  }
+};
+
+uint32_t add_sched_of(uint8_t index, uint8_t days = 0, uint8_t all_day = 1, uint8_t start_hour = 0) {
+  const uint8_t sched[4] = {index, days, all_day, start_hour};
+  return add_sched(sched);
+}
+
+std::string sched_text(uint8_t index) {
+  char text[128] = "untouched";
+  return get_sched_str(index, text, sizeof(text) - 1) ? text : "(none)";
+}
+
+TEST_F(Rules, AreKeptAscendingByIndex) {
+  for (const unsigned index : {5u, 2u, 9u})
+    ASSERT_EQ(1u, add(index, marking_rule()));
+  EXPECT_EQ((Indexes{2, 5, 9}), indexes());
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Rules, EveryIndexCanBeTakenInAnyOrder) {
+  Indexes every;
+  for (int i = 0; i < 256; i++) {
+    const unsigned index = (static_cast<unsigned>(i) * 91 + 17) & 255; // visits each value once
+    ASSERT_EQ(1u, add(index, marking_rule())) << index;
+    every.push_back(i);
+  }
+  EXPECT_EQ(every, indexes());
+}
+
+TEST_F(Rules, BlocksAreCopiedToTheLastByte) {
+  qos_match match;
+  qos_target target;
+  for (size_t i = 0; i < sizeof(match); i++)
+    reinterpret_cast<unsigned char *>(&match)[i] = static_cast<unsigned char>(i * 7 + 1);
+  for (size_t i = 0; i < sizeof(target); i++)
+    reinterpret_cast<unsigned char *>(&target)[i] = static_cast<unsigned char>(i * 11 + 3);
+  target.target_flags = ~bits(QOS_TARGET_MARK);
+  const std::string match_bytes(reinterpret_cast<char *>(&match), sizeof(match));
+  const std::string target_bytes(reinterpret_cast<char *>(&target), sizeof(target));
+
+  ASSERT_EQ(1u, add_qos_rule("eth1", 7, &match, &target));
+  memset(&match, 0, sizeof(match)); // the caller's own blocks are its own again
+  memset(&target, 0, sizeof(target));
+
+  const qos_rule *rule = records().at(0);
+  EXPECT_EQ(7, rule->index);
+  EXPECT_EQ(0, memcmp(match_bytes.data(), &rule->match, 600));
+  EXPECT_EQ(0, memcmp(target_bytes.data(), &rule->target, 24));
+}
+
+TEST_F(Rules, AnIndexThatExistsIsRefusedAndTheOldRuleStays) {
+  qos_rule old = marking_rule();
+  old.match.tos = 16;
+  ASSERT_EQ(1u, add(4, old));
+  for (const uint32_t mark : {3u, 77u}) { // told even before a mark that is no class
+    qos_rule other = marking_rule();
+    other.target.mark = mark;
+    EXPECT_EQ(0u, add(4, other));
+    EXPECT_EQ(Lines{"quorra_iptables add_qos_rule: Index already exist!!\n"}, traced());
+  }
+  ASSERT_EQ(Indexes{4}, indexes());
+  EXPECT_EQ(16u, records()[0]->match.tos);
+  EXPECT_EQ(2u, records()[0]->target.mark);
+}
+
+TEST_F(Rules, AMarkMustBeAClassWithoutChildren) {
+  const htb_params params = {1, 1, 0, 0, 0};
+  ASSERT_EQ(0, add_class("eth1", 1, 65535, &params));
+  const struct {
+    uint32_t mark;
+    uint32_t result;
+  } cases[] = {{2, 1}, {3, 1},     {65535, 1},   {1, 0},           {0, 0},
+               {4, 0}, {65534, 0}, {0x10002, 0}, {0xFFFFFFFFu, 0}, {0x80000003u, 0}};
+  for (const auto &row : cases) {
+    qos_rule rule = marking_rule();
+    rule.target.mark = row.mark;
+    EXPECT_EQ(row.result, add(9, rule)) << row.mark;
+    EXPECT_EQ(row.result ? Lines() : Lines{"quorra_iptables add_qos_rule: Mark key not found!!\n"}, traced());
+    EXPECT_EQ(row.result ? Indexes{9} : Indexes(), indexes()) << row.mark;
+    EXPECT_EQ(row.result, del_qos_rule("eth1", 9));
+
+    rule.target.target_flags = ~bits(QOS_TARGET_MARK); // no mark target, no check
+    EXPECT_EQ(1u, add(9, rule)) << row.mark;
+    EXPECT_EQ(1u, del_qos_rule("eth1", 9));
+  }
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Rules, AMarkFollowsTheTreeAsItIsNow) {
+  const htb_params params = {1, 1, 0, 0, 0};
+  ASSERT_EQ(0, add_class("eth1", 2, 20, &params));
+  EXPECT_EQ(0u, add(1, marking_rule()));
+  ASSERT_EQ(0, del_class("eth1", 20));
+  EXPECT_EQ(1u, add(1, marking_rule()));
+  ASSERT_EQ(0, del_class("eth1", 2));
+  EXPECT_EQ(Indexes{1}, indexes()); // a class that goes away takes no rule with it
+}
+
+TEST_F(Rules, BandsCanBeMarksAndAQueueWithoutClassesHasNone) {
+  add_tree("prio0", QOS_ROOT_PRIO);
+  add_tree("fifo0", QOS_ROOT_PFIFO_FAST);
+  qos_rule rule = marking_rule();
+  for (uint32_t mark = 0; mark <= 4; mark++) {
+    rule.target.mark = mark;
+    EXPECT_EQ(mark >= 1 && mark <= 3 ? 1u : 0u, add(mark, rule, "prio0")) << mark;
+    EXPECT_EQ(0u, add(mark, rule, "fifo0")) << mark;
+  }
+  EXPECT_EQ(1u, add(1, make_rule(0, bits(QOS_TARGET_TOS)), "fifo0"));
+}
+
+TEST_F(Rules, AnInterfaceWithoutTreeIsToldByTheLookupAndByTheOperation) {
+  const qos_rule rule = marking_rule();
+  EXPECT_EQ(0u, add(1, rule, "eth7"));
+  EXPECT_EQ((Lines{"quorra_qos root_qdisc_find_by_name: eth7 not found!!\n",
+                   "quorra_iptables add_qos_rule: QoS tree not found!!\n"}),
+            traced());
+  const Lines told_by_delete = {"quorra_qos root_qdisc_find_by_name: eth7 not found!!\n",
+                                "quorra_iptables del_qos_rule: QoS tree not found!!\n"};
+  EXPECT_EQ(0u, del_qos_rule("eth7", 1));
+  EXPECT_EQ(told_by_delete, traced());
+  EXPECT_EQ(0u, modify_qos_rule("eth7", 1, &rule.match, &rule.target));
+  EXPECT_EQ(told_by_delete, traced());
+}
+
+TEST_F(Rules, NullBlocksAndNamesFail) {
+  const qos_rule rule = marking_rule();
+  ASSERT_EQ(1u, add(1, rule));
+  EXPECT_EQ(0u, add_qos_rule("eth1", 2, nullptr, &rule.target));
+  EXPECT_EQ(0u, add_qos_rule("eth1", 2, &rule.match, nullptr));
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 1, nullptr, &rule.target));
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 1, &rule.match, nullptr));
+  EXPECT_EQ(Lines(), traced());
+  EXPECT_EQ(Indexes{1}, indexes()); // a modify without its blocks deletes nothing
+
+  EXPECT_EQ(0u, add_qos_rule(nullptr, 2, &rule.match, &rule.target));
+  EXPECT_EQ("quorra_iptables add_qos_rule: QoS tree not found!!\n", traced().back());
+  EXPECT_EQ(0u, del_qos_rule(nullptr, 1));
+  EXPECT_EQ("quorra_iptables del_qos_rule: QoS tree not found!!\n", traced().back());
+  EXPECT_EQ(0u, modify_qos_rule(nullptr, 1, &rule.match, &rule.target));
+  EXPECT_EQ(Indexes{1}, indexes());
+}
+
+TEST_F(Rules, DeletingUnlinksThatRuleAlone) {
+  for (const unsigned index : {0u, 1u, 2u, 3u, 255u})
+    ASSERT_EQ(1u, add(index, marking_rule()));
+  EXPECT_EQ(1u, del_qos_rule("eth1", 2));
+  EXPECT_EQ((Indexes{0, 1, 3, 255}), indexes());
+  EXPECT_EQ(1u, del_qos_rule("eth1", 0));
+  EXPECT_EQ(1u, del_qos_rule("eth1", 255));
+  EXPECT_EQ((Indexes{1, 3}), indexes());
+  EXPECT_EQ(0u, del_qos_rule("eth1", 2));
+  EXPECT_EQ(1u, add(2, marking_rule()));
+  EXPECT_EQ((Indexes{1, 2, 3}), indexes());
+  EXPECT_EQ(Lines(), traced()); // a rule that does not exist is no trace
+}
+
+TEST_F(Rules, ModifyReplacesARuleInItsPlace) {
+  for (const unsigned index : {1u, 2u, 3u})
+    ASSERT_EQ(1u, add(index, marking_rule()));
+  qos_rule changed = make_rule(bits(QOS_MATCH_TOS), bits(QOS_TARGET_TOS));
+  changed.match.tos = 8;
+  EXPECT_EQ(1u, modify_qos_rule("eth1", 2, &changed.match, &changed.target));
+  EXPECT_EQ((Indexes{1, 2, 3}), indexes());
+  EXPECT_EQ(8u, records()[1]->match.tos);
+  EXPECT_EQ(bits(QOS_TARGET_TOS), records()[1]->target.target_flags);
+  EXPECT_EQ(0u, records()[0]->match.tos);
+
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 4, &changed.match, &changed.target)); // there is none to replace
+  EXPECT_EQ((Indexes{1, 2, 3}), indexes());
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Rules, AModifyWhoseAddFailsHasDeletedTheOldRule) {
+  for (const unsigned index : {1u, 2u, 3u})
+    ASSERT_EQ(1u, add(index, marking_rule()));
+  qos_rule wrong = marking_rule();
+  wrong.target.mark = 1;
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 2, &wrong.match, &wrong.target));
+  EXPECT_EQ(Lines{"quorra_iptables add_qos_rule: Mark key not found!!\n"}, traced());
+  EXPECT_EQ((Indexes{1, 3}), indexes());
+
+  const qos_rule right = marking_rule();
+  sandbox::fail_allocation(1);
+  const uint32_t result = modify_qos_rule("eth1", 3, &right.match, &right.target);
+  sandbox::fail_allocation(0);
+  EXPECT_EQ(0u, result);
+  EXPECT_EQ(Lines{"quorra_iptables add_qos_rule: Memory allocate fail!!\n"}, traced());
+  EXPECT_EQ(Indexes{1}, indexes());
+}
+
+TEST_F(Rules, WithoutMemoryTheListStaysAsItWas) {
+  ASSERT_EQ(1u, add(1, marking_rule()));
+  ASSERT_EQ(1u, add(9, marking_rule()));
+  const qos_rule rule = marking_rule();
+  unsigned failures = 0;
+  for (unsigned n = 1; n < 50; n++) {
+    sandbox::fail_allocation(n);
+    const uint32_t result = add(5, rule);
+    const bool failed = sandbox::allocation_failed();
+    sandbox::fail_allocation(0);
+    if (!failed) {
+      EXPECT_EQ(1u, result);
+      break;
+    }
+    failures++;
+    EXPECT_EQ(0u, result);
+    EXPECT_EQ(Lines{"quorra_iptables add_qos_rule: Memory allocate fail!!\n"}, traced());
+    EXPECT_EQ((Indexes{1, 9}), indexes());
+  }
+  EXPECT_EQ(1u, failures); // the record is all that a rule takes
+  EXPECT_EQ((Indexes{1, 5, 9}), indexes());
+}
+
+TEST_F(Rules, InterfacesHaveListsOfTheirOwn) {
+  add_tree("eth2", QOS_ROOT_HFSC);
+  EXPECT_EQ(1u, add(1, marking_rule(), "eth1"));
+  EXPECT_EQ(1u, add(1, marking_rule(), "eth2"));
+  EXPECT_EQ(1u, add(2, marking_rule(), "eth2"));
+  EXPECT_EQ(1u, del_qos_rule("eth2", 1));
+  EXPECT_EQ(Indexes{1}, indexes("eth1"));
+  EXPECT_EQ(Indexes{2}, indexes("eth2"));
+}
+
+TEST_F(Rules, OutliveTheirTreeWhenTheyAreNotDeletedFirst) {
+  add_tree("eth2");
+  ASSERT_EQ(1u, add(6, marking_rule(), "eth2"));
+  qos_rule *rule = records("eth2").at(0);
+  ASSERT_EQ(0, del_root_qdisc("eth2"));
+  EXPECT_EQ(6, rule->index); // still there, for nobody
+  EXPECT_EQ(2u, rule->target.mark);
+  free(rule);
+
+  add_tree("eth2");
+  EXPECT_EQ(Indexes(), indexes("eth2"));
+}
+
+TEST_F(Rules, ADeletedScheduleLeavesTheRulesThatNameIt) {
+  ASSERT_EQ(1u, add_sched_of(3));
+  qos_rule rule = marking_rule();
+  rule.match.sched_index = 3;
+  ASSERT_EQ(1u, add(1, rule));
+  ASSERT_EQ(1u, del_sched(3));
+  EXPECT_EQ(Indexes{1}, indexes());
+  EXPECT_EQ(3, records()[0]->match.sched_index);
+}
+
+TEST_F(Rules, AConsoleThatCannotBeOpenedChangesNoResult) {
+  ASSERT_EQ(1u, add(1, marking_rule()));
+  qos_rule wrong = marking_rule();
+  wrong.target.mark = 1;
+  char text[128] = "untouched";
+  {
+    const sandbox::UnopenableConsole silence;
+    EXPECT_EQ(0u, add(1, marking_rule()));
+    EXPECT_EQ(0u, add(2, wrong));
+    EXPECT_EQ(0u, add(2, marking_rule(), "eth7"));
+    EXPECT_EQ(0u, del_qos_rule("eth7", 2));
+    EXPECT_EQ(0u, modify_qos_rule("eth7", 2, &wrong.match, &wrong.target));
+    EXPECT_EQ(0u, get_sched_str(1, text, sizeof(text) - 1));
+    sandbox::fail_allocation(1);
+    const uint32_t result = add(2, marking_rule());
+    sandbox::fail_allocation(0);
+    EXPECT_EQ(0u, result);
+    EXPECT_EQ(1u, add(2, marking_rule()));
+  }
+  EXPECT_STREQ("untouched", text);
+  EXPECT_EQ((Indexes{1, 2}), indexes());
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Rules, AFailureLeavesErrnoAlone) {
+  const qos_rule rule = marking_rule();
+  errno = E2BIG;
+  add(1, rule, "eth7");
+  EXPECT_EQ(E2BIG, errno);
+  const sandbox::UnopenableConsole silence;
+  errno = E2BIG;
+  del_qos_rule("eth7", 1);
+  EXPECT_EQ(E2BIG, errno);
+}
+
+TEST_F(Schedules, ThereAreNoneBeforeTheFirstIsAdded) {
+  EXPECT_TRUE(no_schedules_at_start);
+}
+
+TEST_F(Schedules, AddReadsFourBytesAndLeavesTheRestZero) {
+  const std::unique_ptr<uint8_t[]> four(new uint8_t[4]{3, 0x3E, 2, 8}); // a fifth would not be ours to read
+  ASSERT_EQ(1u, add_sched(four.get()));
+  const uint8_t seven[7] = {4, 0xFF, 1, 22, 23, 24, 25};
+  ASSERT_EQ(1u, add_sched(seven));
+
+  const uint8_t expected[2][7] = {{3, 0x3E, 2, 8, 0, 0, 0}, {4, 0xFF, 1, 22, 0, 0, 0}};
+  ASSERT_EQ(2u, all().size());
+  for (size_t i = 0; i < 2; i++)
+    EXPECT_EQ(0, memcmp(expected[i], &all()[i]->index, 7)) << i;
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, IndexZeroAndNullAreNoSchedules) {
+  EXPECT_EQ(0u, add_sched_of(0));
+  EXPECT_EQ(0u, add_sched(nullptr));
+  EXPECT_TRUE(all().empty());
+  ASSERT_EQ(1u, add_sched_of(1));
+  EXPECT_EQ(nullptr, search_sched(0));
+  EXPECT_EQ(0u, del_sched(0));
+  EXPECT_EQ(1u, all().size());
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, StayInTheOrderTheyWereAddedUpToTheLastIndex) {
+  for (int i = 255; i >= 1; i--)
+    ASSERT_EQ(1u, add_sched_of(static_cast<uint8_t>(i), static_cast<uint8_t>(i / 2)));
+  ASSERT_EQ(255u, all().size());
+  for (int i = 255; i >= 1; i--) {
+    const qos_sched *sched = all()[static_cast<size_t>(255 - i)];
+    EXPECT_EQ(i, sched->index);
+    EXPECT_EQ(sched, search_sched(static_cast<uint8_t>(i)));
+  }
+  EXPECT_EQ(1u, del_sched(128));
+  EXPECT_EQ(nullptr, search_sched(128));
+  EXPECT_EQ(0u, del_sched(128));
+  EXPECT_EQ(254u, all().size());
+  EXPECT_EQ(1u, del_all_sched());
+  EXPECT_TRUE(list_empty(&sched_root));
+  EXPECT_EQ(1u, del_all_sched()); // also when there is none
+  EXPECT_EQ(nullptr, search_sched(1));
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, OfTwoWithOneIndexTheOlderIsFoundAndDeletedFirst) {
+  ASSERT_EQ(1u, add_sched_of(5, 0x01));
+  ASSERT_EQ(1u, add_sched_of(6));
+  ASSERT_EQ(1u, add_sched_of(5, 0x02));
+  EXPECT_EQ(3u, all().size());
+  EXPECT_EQ(0x01, search_sched(5)->days);
+  EXPECT_EQ("-m time --timestart 00:00 --timestop 23:59 --days Sun ", sched_text(5));
+  EXPECT_EQ(1u, del_sched(5));
+  EXPECT_EQ(0x02, search_sched(5)->days);
+  EXPECT_EQ("-m time --timestart 00:00 --timestop 23:59 --days Mon ", sched_text(5));
+  EXPECT_EQ(1u, del_sched(5));
+  EXPECT_EQ(0u, del_sched(5));
+}
+
+TEST_F(Schedules, WithoutMemoryNoneIsAdded) {
+  ASSERT_EQ(1u, add_sched_of(1));
+  unsigned failures = 0;
+  for (unsigned n = 1; n < 50; n++) {
+    sandbox::fail_allocation(n);
+    const uint32_t result = add_sched_of(2);
+    const bool failed = sandbox::allocation_failed();
+    sandbox::fail_allocation(0);
+    if (!failed) {
+      EXPECT_EQ(1u, result);
+      break;
+    }
+    failures++;
+    EXPECT_EQ(0u, result);
+    EXPECT_EQ(1u, all().size());
+  }
+  EXPECT_EQ(1u, failures);
+  EXPECT_EQ(2u, all().size());
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, TextHoldsHoursAndDays) {
+  const struct {
+    uint8_t days, all_day, start_hour, stop_hour, start_min, stop_min;
+    const char *text;
+  } cases[] = {
+      {0x3E, 0, 8, 18, 0, 30, "-m time --timestart 8:00 --timestop 18:30 --days Mon,Tue,Wed,Thu,Fri "},
+      {0, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 "},
+      {0, 1, 9, 17, 15, 45, "-m time --timestart 00:00 --timestop 23:59 "},
+      {0, 0, 0, 0, 0, 0, "-m time --timestart 0:00 --timestop 0:00 "},
+      {0, 2, 23, 5, 59, 7, "-m time --timestart 23:59 --timestop 5:07 "},
+      {0, 255, 10, 11, 1, 2, "-m time --timestart 10:01 --timestop 11:02 "},
+      {0x80, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 "},
+      {0x01, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Sun "},
+      {0x02, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Mon "},
+      {0x04, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Tue "},
+      {0x08, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Wed "},
+      {0x10, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Thu "},
+      {0x20, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Fri "},
+      {0x40, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Sat "},
+      {0xC1, 1, 0, 0, 0, 0, "-m time --timestart 00:00 --timestop 23:59 --days Sun,Sat "},
+      {0x7F, 0, 1, 2, 3, 4, "-m time --timestart 1:03 --timestop 2:04 --days Sun,Mon,Tue,Wed,Thu,Fri,Sat "},
+      {0xFF, 0, 255, 255, 255, 255,
+       "-m time --timestart 255:255 --timestop 255:255 --days Sun,Mon,Tue,Wed,Thu,Fri,Sat "},
+  };
+  for (const auto &row : cases) {
+    ASSERT_EQ(1u, add_sched_of(9, row.days, row.all_day, row.start_hour));
+    qos_sched *sched = search_sched(9);
+    sched->stop_hour = row.stop_hour;
+    sched->start_min = row.start_min;
+    sched->stop_min = row.stop_min;
+    EXPECT_EQ(row.text, sched_text(9));
+    EXPECT_EQ(1u, del_sched(9));
+  }
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, TextIsWrittenWholeWithItsTerminatorOrNotAtAll) {
+  add_office_hours(3, 0x3E);
+  const std::string text = "-m time --timestart 8:00 --timestop 18:30 --days Mon,Tue,Wed,Thu,Fri ";
+  const auto length = static_cast<uint32_t>(text.size());
+  const std::string untouched(200, '\xA5');
+  const std::string whole = text + '\0' + untouched.substr(length + 1);
+
+  for (const uint32_t size : {0u, 1u, 10u, length - 2, length - 1}) {
+    std::string dst = untouched;
+    EXPECT_EQ(0u, get_sched_str(3, dst.data(), size)) << size;
+    EXPECT_EQ(untouched, dst) << size;
+    EXPECT_EQ(Lines{"quorra_iptables get_sched_str: schedule index not found!!\n"}, traced());
+  }
+  for (const uint32_t size : {length, length + 1, length + 2, 127u, 128u, 1000u, 0xFFFFFFFFu}) {
+    std::string dst = untouched;
+    EXPECT_EQ(1u, get_sched_str(3, dst.data(), size)) << size;
+    EXPECT_EQ(whole, dst) << size;
+  }
+  EXPECT_EQ(Lines(), traced());
+}
+
+TEST_F(Schedules, TheLongestTextFitsTheSizeThatIsAlwaysEnough) {
+  ASSERT_EQ(1u, add_sched_of(1, 0xFF, 0, 255));
+  qos_sched *sched = search_sched(1);
+  sched->stop_hour = sched->start_min = sched->stop_min = 255;
+  char text[84];
+  EXPECT_EQ(1u, get_sched_str(1, text, 83));
+}
+
+TEST_F(Schedules, TextOfNoScheduleFailsAndIsTraced) {
+  const Lines not_found = {"quorra_iptables get_sched_str: schedule index not found!!\n"};
+  ASSERT_EQ(1u, add_sched_of(1));
+  char text[128] = "untouched";
+  for (const unsigned index : {0u, 2u, 255u}) {
+    EXPECT_EQ(0u, get_sched_str(static_cast<uint8_t>(index), text, 127));
+    EXPECT_EQ(not_found, traced());
+  }
+  EXPECT_STREQ("untouched", text);
+  EXPECT_EQ(0u, get_sched_str(1, nullptr, 127));
+  EXPECT_EQ(not_found, traced());
+}
+
+TEST(TcpFlagText, NamesEveryFlagInBitOrderAndClearsTheRest) {
+  const struct {
+    uint8_t flags;
+    const char *text;
+  } cases[] = {{0x00, ""},
+               {0x01, "SYN,"},
+               {0x02, "ACK,"},
+               {0x04, "FIN,"},
+               {0x08, "RST,"},
+               {0x10, "URG,"},
+               {0x20, "PSH,"},
+               {0x40, ""},
+               {0x80, ""},
+               {0x03, "SYN,ACK,"},
+               {0x29, "SYN,RST,PSH,"},
+               {0x3F, "SYN,ACK,FIN,RST,URG,PSH,"},
+               {0xC4, "FIN,"},
+               {0xFF, "SYN,ACK,FIN,RST,URG,PSH,"}};
+  for (const auto &row : cases) {
+    char out[34];
+    memset(out, 'x', sizeof(out));
+    tcp_flag_text(out + 1, row.flags);
+    std::string expected = row.text;
+    expected.resize(32);
+    EXPECT_EQ("x" + expected + "x", std::string(out, sizeof(out))) << int{row.flags};
+  }
+  tcp_flag_text(nullptr, 0x3F); // ignored
+}
+
+} // namespace
