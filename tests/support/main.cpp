@@ -5,22 +5,24 @@
 
 namespace {
 
-class PrivateWorld : public testing::Environment {
+class SkipEveryTest : public testing::EmptyTestEventListener {
  public:
-  explicit PrivateWorld(std::string refusal) : refusal_(std::move(refusal)) {}
-  void SetUp() override {
-    if (!refusal_.empty())
-      GTEST_SKIP() << refusal_;
+  explicit SkipEveryTest(std::string reason) : reason_(std::move(reason)) {
+  }
+  void OnTestStart(const testing::TestInfo &) override {
+    GTEST_SKIP() << reason_;
   }
 
  private:
-  std::string refusal_;
+  std::string reason_;
 };
 
 } // namespace
 
 int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
-  testing::AddGlobalTestEnvironment(new PrivateWorld(sandbox::enter()));
+  const std::string refusal = sandbox::enter();
+  if (!refusal.empty())
+    testing::UnitTest::GetInstance()->listeners().Append(new SkipEveryTest(refusal));
   return RUN_ALL_TESTS();
 }
