@@ -1,7 +1,9 @@
 // Process and system helpers: commands through the shell, signals, probes, random values, UUIDs.
 #include <fcntl.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -10,33 +12,34 @@
 #include <unistd.h>
 
 #include "log/trace.h"
-#include "misc/command.h"
 #include "string/bounded_text.h"
 
 namespace {
 
 constexpr char trace_module[] = "quorra_misc";
 
-constexpr char command_too_long[] = "command too long\n";
-
 int seedings; // of the process's random generator
+
+struct Command {
+  char text[1024];
+  int length;
+};
+
+// False when the command does not fit or there is none: it is traced, in the name of the runner `func`, and must not
+// run cut short.
+[[gnu::format(printf, 4, 0)]] bool format_command(Command &command, torvane::TraceHeader header, const char *func,
+                                                  const char *format, va_list values) {
+  command.length = format ? vsnprintf(command.text, sizeof(command.text), format, values) : -1;
+  if (command.length >= 0 && command.length < static_cast<int>(sizeof(command.text)))
+    return true;
+  torvane::trace(header, {trace_module, __LINE__, func}, "command too long\n");
+  return false;
+}
 
 } // namespace
 
-namespace torvane {
-
-int format_command(Command &command, const char *format, va_list values) {
-  if (!format)
-    return -1;
-  const int length = vsnprintf(command.text, sizeof(command.text), format, values);
-  return length < static_cast<int>(sizeof(command.text)) ? length : -1;
-}
-
-} // namespace torvane
-
 using torvane::BoundedText;
-using torvane::Command;
-using torvane::format_command;
+using torvane::TraceHeader;
 
 extern "C" {
 
@@ -44,25 +47,19 @@ int __system(const char *, int, const char *, const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const int length = format_command(command, fmt, values);
+  const bool runnable = format_command(command, TraceHeader::thread, __func__, fmt, values);
   va_end(values);
-  if (length < 0) {
-    TRACE(command_too_long);
-    return -1;
-  }
-  return system(command.text);
+  return runnable ? system(command.text) : -1;
 }
 
 int _execl(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const int length = format_command(command, fmt, values);
+  const bool runnable = format_command(command, TraceHeader::no_process, __func__, fmt, values);
   va_end(values);
-  if (length < 0) {
-    TRACE_NO_PROCESS(command_too_long);
+  if (!runnable)
     return -1;
-  }
   TRACE_NO_PROCESS("sys cmd:%s\n", command.text);
 
   // vfork, because a copy of the caller's page tables is more than a small router has to spare for a command.
@@ -73,19 +70,17 @@ int _execl(const char *fmt, ...) {
     _exit(0); // not exit(): the child still shares the parent's memory, streams and exit handlers
   }
   wait(nullptr);
-  return length;
+  return command.length;
 }
 
 FILE *_system_read(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const int length = format_command(command, fmt, values);
+  const bool runnable = format_command(command, TraceHeader::thread, __func__, fmt, values);
   va_end(values);
-  if (length < 0) {
-    TRACE(command_too_long);
+  if (!runnable)
     return nullptr;
-  }
   fflush(nullptr);
   return popen(command.text, "r");
 }

@@ -1,0 +1,532 @@
+// Commands through the shell, and signals to processes.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/sandbox.h"
+#include "torvane.h"
+
+using sandbox::console;
+using sandbox::console_messages;
+using sandbox::end_of_child;
+using sandbox::Handshake;
+using sandbox::in_child;
+using sandbox::read_file;
+using sandbox::start_child;
+
+namespace {
+
+class Command : public testing::Test {
+ protected:
+  void SetUp() override {
+    alarm(30); // a wait that never ends is a failure too
+    sandbox::clear_console();
+  }
+  void TearDown() override {
+    alarm(0);
+    unlink("/run/out");
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
+  }
+
+  static void expect_trace(bool has_process, const char *func, const std::string &message) {
+    const auto traces = console();
+    ASSERT_EQ(1u, traces.size());
+    EXPECT_EQ(has_process, traces[0].has_process);
+    EXPECT_EQ(getpid(), traces[0].thread);
+    EXPECT_EQ("quorra_misc", traces[0].file);
+    EXPECT_EQ(func, traces[0].func);
+    EXPECT_EQ(message, traces[0].message);
+  }
+};
+
+// The one trace of a command that was refused.
+void expect_refusal(const char *func) {
+  const auto traces = console();
+  ASSERT_EQ(1u, traces.size());
+  EXPECT_EQ("quorra_misc", traces[0].file);
+  EXPECT_EQ(func, traces[0].func);
+  EXPECT_EQ("command too long\n", traces[0].message);
+}
+
+class System : public Command {};
+class Execl : public Command {};
+class SystemRead : public Command {};
+class ExecSystem : public Command {};
+class Kill : public Command {};
+
+// A command of exactly this many bytes whose effect shows all of them: `size` bytes minus those around it, to /run/out.
+struct Sized {
+  explicit Sized(size_t size) : payload(size - strlen("printf %s '' >/run/out"), 'x') {
+    payload.front() = '<';
+    payload.back() = '>';
+    command = "printf %s '" + payload + "' >/run/out";
+  }
+  std::string payload, command;
+};
+
+// While it lives this process can open no descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &usual_);
+    const rlimit none = {0, usual_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() {
+    setrlimit(RLIMIT_NOFILE, &usual_);
+  }
+  NoDescriptors(const NoDescriptors &) = delete;
+  NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+ private:
+  rlimit usual_;
+};
+
+// From now on this process can have no more children: those would live in a namespace whose first process is gone.
+bool have_no_more_children() {
+  if (unshare(CLONE_NEWPID) != 0 || in_child([] { return 0; }) != 0)
+    return false;
+  const pid_t one_more = fork();
+  if (one_more == 0)
+    _exit(0);
+  return one_more == -1;
+}
+
+// Waits until a child has ended, and leaves it to be waited for.
+void await_end(pid_t child) {
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+}
+
+std::string all_of(FILE *stream) {
+  std::string text;
+  for (int c; (c = fgetc(stream)) != EOF;)
+    text += static_cast<char>(c);
+  return text;
+}
+
+// Without the attribute by which the compiler objects to a null format.
+int (*const system_unchecked)(const char *, int, const char *, const char *, ...) = __system;
+int (*const execl_unchecked)(const char *, ...) = _execl;
+FILE *(*const system_read_unchecked)(const char *, ...) = _system_read;
+
+} // namespace
+
+TEST_F(System, RunsTheFormattedCommandInTheShell) {
+  EXPECT_EQ(0, __system("caller", 42, "run", "echo %s-%d-%c >/run/out && cat </run/out >>/run/out.2", "eth0", -7, 'x'));
+  EXPECT_EQ("eth0--7-x\n", read_file("/run/out"));
+  EXPECT_EQ("eth0--7-x\n", read_file("/run/out.2"));
+  EXPECT_EQ("", sandbox::console_text());
+  unlink("/run/out.2");
+}
+
+TEST_F(System, GivesTheWaitStatusOfTheCommand) {
+  for (const int code : {0, 1, 3, 255}) {
+    const int status = __system("caller", 42, "run", "exit %d", code);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(code, WEXITSTATUS(status));
+  }
+  const int status = __system("caller", 42, "run", "kill -%d $$", SIGKILL);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+}
+
+TEST_F(System, DoesNotUseTheSourcePosition) {
+  EXPECT_EQ(0, __system(nullptr, 0, nullptr, "true"));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(System, RefusesWhatDoesNotFit) {
+  const Sized fits(1023);
+  ASSERT_EQ(1023u, fits.command.size());
+  EXPECT_EQ(0, __system("caller", 42, "run", "%s", fits.command.c_str()));
+  EXPECT_EQ(fits.payload, read_file("/run/out"));
+  EXPECT_EQ("", sandbox::console_text());
+  unlink("/run/out");
+  for (const size_t size : {1024u, 1025u, 2048u, 100000u}) {
+    sandbox::clear_console();
+    EXPECT_EQ(-1, __system("caller", 42, "run", "%s", Sized(size).command.c_str())) << size;
+    EXPECT_FALSE(sandbox::exists("/run/out")) << size;
+    expect_refusal("__system");
+  }
+}
+
+TEST_F(System, RefusesANullFormat) {
+  EXPECT_EQ(-1, system_unchecked("caller", 42, "run", nullptr));
+  expect_refusal("__system");
+}
+
+TEST_F(System, DoesNotSucceedWithoutAProcess) {
+  EXPECT_EQ(0, in_child([] { return have_no_more_children() && __system("caller", 42, "run", "true") != 0 ? 0 : 1; }));
+}
+
+TEST_F(System, LeavesNoDescriptorOpen) {
+  const int before = sandbox::open_descriptors();
+  __system("caller", 42, "run", "exit 3");
+  __system("caller", 42, "run", "%2000s", "");
+  EXPECT_EQ(before, sandbox::open_descriptors());
+}
+
+TEST_F(System, RunsInSeveralThreadsAtOnce) {
+  std::vector<std::thread> threads;
+  int statuses[4] = {};
+  for (int &status : statuses)
+    threads.emplace_back([&status, code = &status - statuses] {
+      status = __system("caller", 42, "run", "exit %d", static_cast<int>(code));
+    });
+  for (std::thread &thread : threads)
+    thread.join();
+  for (int code = 0; code < 4; code++)
+    EXPECT_EQ(code, WEXITSTATUS(statuses[code]));
+}
+
+TEST_F(Execl, TracesTheCommandAndGivesItsLength) {
+  EXPECT_EQ(22, _execl("echo %s-%d >%s", "eth0", 15, "/run/out"));
+  EXPECT_EQ("eth0-15\n", read_file("/run/out"));
+  expect_trace(false, "_execl", "sys cmd:echo eth0-15 >/run/out\n");
+}
+
+TEST_F(Execl, ResultIsNotTheCommandsStatus) {
+  EXPECT_EQ(6, _execl("exit %d", 7));
+  EXPECT_EQ(10, _execl("kill -9 $$"));
+  EXPECT_EQ(29, _execl("/run/no/such/tool 2>/dev/null"));
+  EXPECT_EQ(0, _execl("%s", ""));
+}
+
+TEST_F(Execl, TracesBeforeItRuns) {
+  _execl("cp /dev/console /run/out");
+  const std::string seen = read_file("/run/out"), end = "sys cmd:cp /dev/console /run/out\n";
+  ASSERT_LE(end.size(), seen.size());
+  EXPECT_EQ(end, seen.substr(seen.size() - end.size()));
+}
+
+TEST_F(Execl, OpensTheConsoleOnce) {
+  sandbox::ConsoleWatch watch;
+  _execl("true");
+  EXPECT_EQ(1, watch.counts().opens);
+  EXPECT_EQ(1, watch.counts().closes);
+}
+
+TEST_F(Execl, RunsWithoutAConsoleToo) {
+  const sandbox::UnopenableConsole away;
+  EXPECT_EQ(19, _execl("echo done >%s", "/run/out"));
+  EXPECT_EQ("done\n", read_file("/run/out"));
+}
+
+TEST_F(Execl, TheShellIsCalledSh) {
+  _execl("printf %%s \"$0\" >/run/out");
+  EXPECT_EQ("sh", read_file("/run/out"));
+}
+
+TEST_F(Execl, RefusesWhatDoesNotFit) {
+  const Sized fits(1023);
+  EXPECT_EQ(1023, _execl("%s", fits.command.c_str()));
+  EXPECT_EQ(fits.payload, read_file("/run/out"));
+  EXPECT_EQ(std::vector<std::string>{"sys cmd:" + fits.command + "\n"}, console_messages());
+  unlink("/run/out");
+  for (const size_t size : {1024u, 1025u, 2048u, 100000u}) {
+    sandbox::clear_console();
+    EXPECT_EQ(-1, _execl("%s", Sized(size).command.c_str())) << size;
+    EXPECT_FALSE(sandbox::exists("/run/out")) << size;
+    expect_refusal("_execl");
+  }
+}
+
+TEST_F(Execl, RefusesANullFormat) {
+  EXPECT_EQ(-1, execl_unchecked(nullptr));
+  expect_refusal("_execl");
+}
+
+TEST_F(Execl, ARefusedCommandWaitsForNobody) {
+  const pid_t child = start_child([] { return 5; });
+  await_end(child);
+  EXPECT_EQ(-1, _execl("%2000s", ""));
+  EXPECT_EQ(5, end_of_child(child));
+}
+
+TEST_F(Execl, WaitsForAnyOneChild) {
+  ASSERT_EQ(0, mkfifo("/run/gate", 0600));
+  const pid_t ended_before = start_child([] { return 5; });
+  await_end(ended_before);
+  EXPECT_EQ(20, _execl("read line </run/gate"));
+  EXPECT_EQ(-1, waitpid(ended_before, nullptr, WNOHANG)); // reaped in place of the command
+  EXPECT_EQ(0, waitpid(-1, nullptr, WNOHANG));            // the command still runs
+
+  const int gate = open("/run/gate", O_WRONLY);
+  EXPECT_EQ(5, write(gate, "line\n", 5));
+  close(gate);
+  int status = -1;
+  EXPECT_LT(0, wait(&status));
+  EXPECT_EQ(0, status);
+  unlink("/run/gate");
+}
+
+TEST_F(Execl, WaitsForAChildEvenWhenItCanStartNone) {
+  EXPECT_EQ(0, in_child([] {
+              const pid_t ended_before = start_child([] { return 5; });
+              await_end(ended_before);
+              if (!have_no_more_children())
+                return 1;
+              if (_execl("echo >/run/out") != 14)
+                return 2;
+              return waitpid(ended_before, nullptr, WNOHANG) == -1 && errno == ECHILD ? 0 : 3;
+            }));
+  EXPECT_FALSE(sandbox::exists("/run/out"));
+  EXPECT_EQ(std::vector<std::string>{"sys cmd:echo >/run/out\n"}, console_messages());
+}
+
+TEST_F(Execl, ItsChildEndsWhenThereIsNoShell) {
+  sandbox::write_file("/run/no-shell", "");
+  ASSERT_EQ(0, mount("/run/no-shell", "/bin/sh", nullptr, MS_BIND, nullptr));
+  const int result = _execl("true");
+  ASSERT_EQ(0, umount("/bin/sh"));
+  EXPECT_EQ(4, result);
+  EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+  unlink("/run/no-shell");
+}
+
+TEST_F(SystemRead, GivesTheCommandsOutputAndStatus) {
+  FILE *stream = _system_read("echo %s; echo %d; exit 5", "eth0", 42);
+  ASSERT_NE(nullptr, stream);
+  EXPECT_EQ("eth0\n42\n", all_of(stream));
+  const int status = _system_close(stream);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(5, WEXITSTATUS(status));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(SystemRead, FlushesAllOutputStreamsFirst) {
+  FILE *one = fopen("/run/out", "w"), *other = fopen("/run/out.2", "w");
+  ASSERT_TRUE(one && other);
+  fputs("from one, ", one);
+  fputs("from the other", other);
+  FILE *stream = _system_read("cat /run/out /run/out.2");
+  ASSERT_NE(nullptr, stream);
+  EXPECT_EQ("from one, from the other", all_of(stream));
+  EXPECT_EQ(0, _system_close(stream));
+  fclose(one);
+  fclose(other);
+  unlink("/run/out.2");
+}
+
+TEST_F(SystemRead, RefusesWhatDoesNotFit) {
+  const Sized fits(1023);
+  FILE *stream = _system_read("%s", fits.command.c_str());
+  ASSERT_NE(nullptr, stream);
+  EXPECT_EQ(0, _system_close(stream));
+  EXPECT_EQ(fits.payload, read_file("/run/out"));
+  EXPECT_EQ("", sandbox::console_text());
+  unlink("/run/out");
+  for (const size_t size : {1024u, 1025u, 2048u, 100000u}) {
+    sandbox::clear_console();
+    EXPECT_EQ(nullptr, _system_read("%s", Sized(size).command.c_str())) << size;
+    EXPECT_FALSE(sandbox::exists("/run/out")) << size;
+    expect_refusal("_system_read");
+  }
+}
+
+TEST_F(SystemRead, RefusesANullFormat) {
+  EXPECT_EQ(nullptr, system_read_unchecked(nullptr));
+  expect_refusal("_system_read");
+}
+
+TEST_F(SystemRead, GivesNullWhenTheCommandCannotBeStarted) {
+  FILE *stream;
+  {
+    const NoDescriptors none;
+    stream = _system_read("echo >/run/out");
+  }
+  EXPECT_EQ(nullptr, stream);
+  EXPECT_FALSE(sandbox::exists("/run/out"));
+  EXPECT_EQ(0, in_child([] { return have_no_more_children() && _system_read("true") == nullptr ? 0 : 1; }));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(SystemRead, CloseOfNullFails) {
+  EXPECT_EQ(-1, _system_close(nullptr));
+}
+
+TEST_F(SystemRead, LeavesNoDescriptorOpen) {
+  const int before = sandbox::open_descriptors();
+  FILE *one = _system_read("echo 1"), *two = _system_read("echo 2");
+  EXPECT_EQ("2\n", all_of(two));
+  EXPECT_EQ("1\n", all_of(one));
+  EXPECT_EQ(0, _system_close(one));
+  EXPECT_EQ(0, _system_close(two));
+  EXPECT_EQ(nullptr, _system_read("%2000s", ""));
+  EXPECT_EQ(before, sandbox::open_descriptors());
+}
+
+TEST_F(ExecSystem, ReportsThatTheCommandCouldBeStarted) {
+  sandbox::Captured output(STDOUT_FILENO);
+  EXPECT_EQ(0, exec_system("echo done >/run/out"));
+  EXPECT_EQ("execute command (echo done >/run/out) success\n", output.text());
+  EXPECT_EQ("done\n", read_file("/run/out"));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(ExecSystem, DoesNotLookAtTheCommandsStatus) {
+  sandbox::Captured output(STDOUT_FILENO);
+  EXPECT_EQ(0, exec_system("exit 9"));
+  EXPECT_EQ(0, exec_system("kill -9 $$"));
+  EXPECT_EQ(0, exec_system("/run/no/such/tool 2>/dev/null"));
+  EXPECT_EQ(0, exec_system(""));
+  EXPECT_EQ(
+      "execute command (exit 9) success\n"
+      "execute command (kill -9 $$) success\n"
+      "execute command (/run/no/such/tool 2>/dev/null) success\n"
+      "execute command () success\n",
+      output.text());
+}
+
+TEST_F(ExecSystem, WaitsForTheEndWithoutReading) {
+  sandbox::Captured output(STDOUT_FILENO);
+  EXPECT_EQ(0, exec_system("yes 2>/dev/null")); // whoever prints is ended by the closed pipe
+  EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+  EXPECT_EQ("execute command (yes 2>/dev/null) success\n", output.text());
+}
+
+TEST_F(ExecSystem, TakesACommandOfAnyLength) {
+  const Sized command(5000);
+  sandbox::Captured output(STDOUT_FILENO);
+  EXPECT_EQ(0, exec_system(command.command.c_str()));
+  EXPECT_EQ("execute command (" + command.command + ") success\n", output.text());
+  EXPECT_EQ(command.payload, read_file("/run/out"));
+}
+
+TEST_F(ExecSystem, ReportsThatTheCommandCouldNotBeStarted) {
+  sandbox::Captured output(STDOUT_FILENO);
+  int result;
+  {
+    const NoDescriptors none;
+    result = exec_system("echo 100% >/run/out");
+  }
+  EXPECT_EQ(-1, result);
+  EXPECT_EQ("execute command (echo 100% >/run/out) fail\n", output.text());
+  EXPECT_FALSE(sandbox::exists("/run/out"));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(ExecSystem, FailsForNull) {
+  sandbox::Captured output(STDOUT_FILENO);
+  EXPECT_EQ(-1, exec_system(nullptr));
+  EXPECT_EQ("execute command ((null)) fail\n", output.text());
+}
+
+TEST_F(ExecSystem, LeavesNoDescriptorOpen) {
+  sandbox::Captured output(STDOUT_FILENO);
+  const int before = sandbox::open_descriptors();
+  exec_system("exit 9");
+  exec_system(nullptr);
+  EXPECT_EQ(before, sandbox::open_descriptors());
+}
+
+TEST_F(Kill, SignalsAProcess) {
+  const pid_t child = start_child([] {
+    pause();
+    return 0;
+  });
+  EXPECT_EQ(0, __kill("caller", 42, "stop", child, 0));
+  EXPECT_EQ(0, __kill("caller", 42, "stop", child, SIGTERM));
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(SIGTERM, WTERMSIG(status));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(Kill, DoesNotReadTheSourcePosition) {
+  const pid_t child = start_child([] {
+    pause();
+    return 0;
+  });
+  EXPECT_EQ(0, __kill(nullptr, 0, nullptr, child, SIGKILL));
+  EXPECT_EQ(child, waitpid(child, nullptr, 0));
+}
+
+TEST_F(Kill, PassesProcessGroupsOn) {
+  const auto wait_to_be_killed = [] {
+    pause();
+    return 0;
+  };
+  const pid_t leader = start_child(wait_to_be_killed);
+  ASSERT_EQ(0, setpgid(leader, leader));
+  const pid_t member = start_child(wait_to_be_killed);
+  ASSERT_EQ(0, setpgid(member, leader));
+  EXPECT_EQ(0, __kill("caller", 42, "stop", -leader, SIGKILL));
+  for (const pid_t child : {leader, member}) {
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  }
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(Kill, GivesTheResultOfKill) {
+  const pid_t gone = start_child([] { return 0; });
+  EXPECT_EQ(0, end_of_child(gone));
+  errno = 0;
+  EXPECT_EQ(-1, __kill("caller", 42, "stop", gone, SIGTERM));
+  EXPECT_EQ(ESRCH, errno);
+  EXPECT_EQ(-1, __kill("caller", 42, "stop", -gone, SIGTERM));
+  EXPECT_EQ(ESRCH, errno);
+  EXPECT_EQ(-1, __kill("caller", 42, "stop", getpid(), 9999));
+  EXPECT_EQ(EINVAL, errno);
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(Kill, RefusesEveryProcessTheOwnGroupAndInit) {
+  for (const int pid : {0, -1, 1}) {
+    sandbox::clear_console();
+    EXPECT_EQ(-1, __kill("caller", 42, "stop", pid, 0));
+    const auto traces = console();
+    ASSERT_EQ(1u, traces.size());
+    EXPECT_EQ("quorra_misc", traces[0].file);
+    EXPECT_EQ("__kill", traces[0].func);
+    EXPECT_EQ("kill " + std::to_string(pid) + "\n", traces[0].message);
+  }
+}
+
+// A process and its child in a group of their own hold the signal back and look whether it came.
+TEST_F(Kill, SignalsNobodyWhenItRefuses) {
+  const auto signalled = [] {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGUSR1);
+  };
+  EXPECT_EQ(0, in_child([&] {
+              setpgid(0, 0);
+              sigset_t held;
+              sigemptyset(&held);
+              sigaddset(&held, SIGUSR1);
+              sigprocmask(SIG_BLOCK, &held, nullptr);
+              const Handshake called;
+              const pid_t member = start_child([&] { return called.take() ? signalled() : 2; });
+              for (const int pid : {0, -1, 1})
+                if (__kill("caller", 42, "stop", pid, SIGUSR1) != -1)
+                  return 3;
+              called.give();
+              const int of_member = end_of_child(member);
+              return of_member != 0 ? of_member : signalled();
+            }));
+  EXPECT_EQ((std::vector<std::string>{"kill 0\n", "kill -1\n", "kill 1\n"}), console_messages());
+}
+
+TEST_F(Kill, RefusesWithoutAConsoleToo) {
+  const sandbox::UnopenableConsole away;
+  EXPECT_EQ(-1, __kill("caller", 42, "stop", 1, 0));
+}
