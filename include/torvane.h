@@ -58,16 +58,17 @@ extern "C" {
  * ------------------------------------------------------------------------------------------------------------------
  * The line that every module of the library writes when it reports something. A program that wants its own lines to
  * look alike writes the header with __stdprintf_info__ to a stream that it opened on "/dev/console", then the message
- * with its newline, and closes the stream.
+ * with its newline, and closes the stream: header and message then leave in one write, and the lines of several threads
+ * and processes stay whole.
  */
 
 /*
  * Writes the trace header to `stream`: no newline, and the stream stays open and unflushed.
  *
  *   stream  where to write; the caller's
- *   file    source-file name without its ending, left-justified in 20 columns
+ *   file    source-file name without its ending, left-justified in 20 columns; not null
  *   line    source line, right-justified in 5
- *   func    function name without parentheses, right-justified in 16
+ *   func    function name without parentheses, right-justified in 16; not null
  *
  * Wider texts are printed whole. The header carries the process id and the kernel thread id, and its colour is
  * 31 + thread id modulo 8 (the value 38 is written as it stands), so that the lines of one thread share a colour.
@@ -177,7 +178,8 @@ uint32_t TxtMapByTxtStr(const txt_map_entry *table, const char *haystack);
  * memory; start_qos below turns it into a script and applies it.
  *
  * A class id is at once the minor number of the class handle 1:id, the firewall mark that selects the class while it
- * is a leaf, and, shifted left by 4, the handle of its leaf queueing discipline.
+ * is a leaf, and, shifted left by 4, the handle of its leaf queueing discipline. tc takes handles of 16 bits: ids of
+ * leaves are good up to 0xfff, a leaf above that gets no queueing discipline of its own.
  *
  * Results of the tree operations unless one says otherwise:
  *   0  done
@@ -322,7 +324,8 @@ root_qdisc *root_qdisc_find_by_name(const char *ifname);
  *
  *   speeds  link rate (two values), then physical rate (two values), kbit/s; which of a pair is up and which is down
  *           is the caller's affair, the library uses the first of each
- *   ifname  interface name; at most 31 characters are kept
+ *   ifname  interface name; at most 31 characters are kept, and a longer name is not found by its full text later (the
+ *           kernel's own names have 15 at most)
  *   type    QOS_ROOT_*
  *   params  the parameter block of that type: root_params_pfifo, root_params_tree (HTB, HFSC) or root_params_prio
  *
@@ -691,9 +694,9 @@ void show_rule(const char *ifname);
 /* ------------------------------------------------------------------------------------------------------------------
  * Process helpers
  * ------------------------------------------------------------------------------------------------------------------
- * Commands go to "/bin/sh -c" as they are formatted: quoting values is the caller's work. A formatted command holds
- * at most 1023 bytes; a longer one is not run cut short but refused: traces "command too long\n" and returns -1 (null
- * from _system_read), as does a null format.
+ * Commands go to "/bin/sh -c" as they are: quoting values is the caller's work. The functions with a format hold a
+ * command of at most 1023 bytes; a longer one is not run cut short but refused: traces "command too long\n" and returns
+ * -1 (null from _system_read), as does a null format.
  */
 
 /*
@@ -702,7 +705,8 @@ void show_rule(const char *ifname);
  *
  *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
  *
- * Returns what system(3) returned: a wait status, or -1. Any thread.
+ * Returns what system(3) returned: a wait status; when no process can be made -1 or the status of exit code 127, by the
+ * C library. Any thread.
  */
 int __system(const char *file, int line, const char *func, const char *fmt, ...) TORVANE_PRINTF(4, 5);
 
@@ -726,8 +730,11 @@ FILE *_system_read(const char *fmt, ...) TORVANE_PRINTF(1, 2);
 int _system_close(FILE *stream);
 
 /*
- * Starts a command, reads nothing of its output, and waits for it to end. Prints "execute command (%s) success\n" on
- * standard output when it could be started, else "execute command (%s) fail\n".
+ * Starts a command of any length, reads nothing of its output, and waits for it to end. Prints "execute command (%s)
+ * success\n" on standard output when it could be started, else "execute command (%s) fail\n" ("(null)" for null).
+ *
+ * For commands that print nothing: the first thing that one writes to its standard output is likely to end it with
+ * SIGPIPE in the middle of its work.
  *
  * Returns 0 when the command could be started, whatever its exit status; else -1, also for null.
  */
@@ -817,7 +824,7 @@ int sem_delete(int id);
  * Takes the semaphore, waiting while another holds it. When a process ends, however it ends, the kernel gives back
  * what it had taken.
  *
- *   file, line, func  source position of the caller, for the traces
+ *   file, line, func  source position of the caller, for the traces; the texts are not null
  *   trace             low byte not 0: traces the start and the end with the caller's position
  *
  * Returns 0; or 1 when the semaphore is gone or the wait was interrupted by a signal (it is not tried again): then

@@ -7,8 +7,7 @@ namespace {
 
 class SkipEveryTest : public testing::EmptyTestEventListener {
  public:
-  explicit SkipEveryTest(std::string reason) : reason_(std::move(reason)) {
-  }
+  explicit SkipEveryTest(std::string reason) : reason_(std::move(reason)) {}
   void OnTestStart(const testing::TestInfo &) override {
     GTEST_SKIP() << reason_;
   }

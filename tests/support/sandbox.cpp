@@ -129,7 +129,8 @@ std::string console_text() {
 
 std::vector<Trace> console() {
   static const std::regex header(
-      "\x1b\\[1m\x1b\\[40;(\\d+)m\\[(?:(-?\\d+) *\\|(\\d+) *| *(\\d+)) (\\S+) *: *(\\d+) +(\\S+)\\(\\)\\]:::\x1b\\[0m");
+      "\x1b\\[1m\x1b\\[40;(\\d+)m\\[(?:(-?\\d+) *\\|(\\d+) *| *(\\d+)) ([^\\s:]+) *: *(\\d+) "
+      "+([^\\s(]+)\\(\\)\\]:::\x1b\\[0m");
   std::vector<Trace> traces;
   const std::string text = console_text();
   std::smatch at;
