@@ -263,13 +263,17 @@ typedef struct htb_params {
   uint32_t prio;   /* 0 is served first */
 } htb_params;
 
-/* One service curve; set when `rate` is not 0. */
+/* One service curve; set when `rate` is not 0. tc takes no `umax` without a `dmax`. */
 typedef struct hfsc_curve {
   uint32_t umax; /* largest unit of work, bytes; 0 leaves it out */
   uint32_t dmax; /* its delay bound, milliseconds; 0 leaves it out */
   uint32_t rate; /* kbit/s */
 } hfsc_curve;
 
+/*
+ * The upper limit is always written, and besides it ONE of the others, the first that is set: `sc`, then `ls`, then, on
+ * a class without children, `rt`. tc refuses an upper limit next to `rt` alone, so give every class `sc` or `ls`.
+ */
 typedef struct hfsc_params {
   hfsc_curve ul, sc, ls, rt;
 } hfsc_params;
@@ -436,7 +440,7 @@ int start_qos(const char *ifname);
 
 /*
  * Writes and runs the stop script, which removes the interface's root queueing discipline, hooks and rule chains. The
- * tree and the rules in memory stay. Returns as start_qos.
+ * tree and the rules in memory stay, and so does the queue length that a pfifo_fast tree has set. Returns as start_qos.
  */
 int stop_qos(const char *ifname);
 
@@ -486,6 +490,14 @@ void draw_class(list_node *head);
  * rules are in root_qdisc.rules, ascending by index. A rule may name a schedule, a numbered time window; schedules
  * are one list for all interfaces.
  *
+ * Every packet passes every rule, in ascending order: setting a mark does not end the walk, so the LAST rule that
+ * matches decides the mark. Automatic marks come before all rules and lose to any that matches, and a TOS or DSCP that
+ * one rule sets is what later rules see. General rules first, exceptions last.
+ *
+ * The commands are those of the router's own firewall. Today's iptables (1.8) refuses some of their words: the days of
+ * a schedule ("--days"), "--precedence", "--set-precedence", a DSCP class as a target ("--set-dscp EF"), and the
+ * matches and targets that come with the firmware (VLAN, domain, urlfilter, MKVLAN). A refused command is lost alone.
+ *
  * Results: 1 done, 0 failed; the opposite of the tree operations, made to be tested as truth values.
  */
 
@@ -523,8 +535,10 @@ enum {
 };
 
 /*
- * What a rule matches; only fields whose bit is set in `match_flags` count. Zero the record first. Texts need no
- * terminator when they fill their field.
+ * What a rule matches; only fields whose bit is set in `match_flags` count, and a range with a bound of 0 is left out
+ * without a word. Zero the record first. Texts need no terminator when they fill their field. Kernels refuse to match
+ * a MAC address in these chains (packets of the router itself pass them too, and have none); the
+ * kind is for firmware whose kernel does not.
  *
  * TOS ids: 16 "Minimize-Delay", 8 "Maximize-Throughput", 4 "Maximize-Reliability", 2 "Minimize-Cost",
  * 0 "Normal-Service". DSCP class ids: 0 to 7 "CS0" to "CS7", 8 "BE", 9 to 11 "AF11" to "AF13", 12 to 14 "AF21" to
@@ -534,7 +548,7 @@ typedef struct qos_match {
   uint32_t match_flags;                /* bits by QOS_MATCH_* */
   uint8_t prio_1p;                     /* 802.1p priority */
   uint16_t vlan_id;                    /* 802.1Q VLAN id */
-  char src_mac[20];                    /* MAC address text, given to iptables as it stands */
+  char src_mac[20];                    /* "00:11:22:33:44:55", given to iptables as it stands */
   uint32_t src_ip_start, src_ip_end;   /* inclusive; the range counts when both are not 0 */
   uint32_t dst_ip_start, dst_ip_end;   /* first octet in the top byte: 192.168.1.2 is 0xC0A80102 */
   uint32_t dscp_mode;                  /* 0: `dscp` holds a raw value; 1: a DSCP class id; else nothing is matched */
@@ -577,7 +591,7 @@ typedef struct qos_sched {
   uint8_t index;      /* 1 to 255; 0 is no schedule */
   uint8_t days;       /* bit 0 Sunday to bit 6 Saturday; none of them set means every day */
   uint8_t all_day;    /* 1: the whole day; else from start to stop */
-  uint8_t start_hour; /* hours 0 to 23, minutes 0 to 59 */
+  uint8_t start_hour; /* hours 0 to 23, minutes 0 to 59; the kernel takes them as UTC */
   uint8_t stop_hour;
   uint8_t start_min;
   uint8_t stop_min;

@@ -3,28 +3,26 @@
 
 # require_packages PACKAGE...: installs what is missing; where it may not, says so in one line and ends the program.
 require_packages() {
-  local missing=() package
+  local missing=() as_root=() package log
   for package in "$@"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
   done
   ((${#missing[@]})) || return 0
 
-  local as_root=()
+  local wanted="missing: ${missing[*]}; install with: apt-get update && apt-get install ${missing[*]}"
   if ((EUID != 0)); then
-    if ! sudo -n true 2>/dev/null; then
-      echo "Missing packages: ${missing[*]}. Install them as root: apt-get update && apt-get install ${missing[*]}" >&2
-      exit 2
-    fi
+    # With a terminal sudo may ask for a password; without one it must not need any.
     as_root=(sudo)
+    [ -t 0 ] || as_root=(sudo -n)
+    "${as_root[@]}" true 2>/dev/null || { echo "$wanted" >&2 && exit 2; }
   fi
-  echo "Installing: ${missing[*]}"
-  local log
+  echo "Installing ${#missing[@]} packages, a minute or two: ${missing[*]}"
   log=$(mktemp)
   if ! { "${as_root[@]}" apt-get update && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
-    echo "Could not install ${missing[*]}:" >&2
-    tail -n 5 "$log" >&2
+    grep -E '^E: ' "$log" >&2 || tail -n 3 "$log" >&2
     rm -f "$log"
+    echo "$wanted" >&2
     exit 2
   fi
   rm -f "$log"
