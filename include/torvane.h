@@ -531,14 +531,13 @@ enum {
   QOS_TARGET_TOS = 1,  /* set_mode is the TOS id, set_value the precedence */
   QOS_TARGET_DSCP = 2, /* set_mode is 0 for a raw value, 1 for a class id, in set_value */
   QOS_TARGET_VLAN = 3, /* vlan_prio, vlan_tag_id, vlan_double */
-  QOS_TARGET_LOG = 4   /* shown by no command: drawing the rule traces "LOG target not implement!!\n" */
+  QOS_TARGET_LOG = 4   /* makes no command: drawing the rule traces "LOG target not implement!!\n" */
 };
 
 /*
  * What a rule matches; only fields whose bit is set in `match_flags` count, and a range with a bound of 0 is left out
- * without a word. Zero the record first. Texts need no terminator when they fill their field. Kernels refuse to match
- * a MAC address in these chains (packets of the router itself pass them too, and have none); the
- * kind is for firmware whose kernel does not.
+ * without a word. Zero the record first. Texts need no terminator when they fill their field. Today's kernels refuse to
+ * match a MAC address in these chains: the router's own packets pass them too, and have none.
  *
  * TOS ids: 16 "Minimize-Delay", 8 "Maximize-Throughput", 4 "Maximize-Reliability", 2 "Minimize-Cost",
  * 0 "Normal-Service". DSCP class ids: 0 to 7 "CS0" to "CS7", 8 "BE", 9 to 11 "AF11" to "AF13", 12 to 14 "AF21" to
