@@ -25,8 +25,8 @@ struct Range {
 // The decimal number that is the whole of `text`; no sign, no blanks.
 std::optional<uint32_t> decimal(std::string_view text, uint32_t highest);
 
-// The table and the list of mistakes are the caller's and outlive this. Asking for a key marks it as known. A value that
-// is not as it should be is entered as a mistake, and the asker gets nothing, as for a key that is not there.
+// The table and the list of mistakes are the caller's and outlive this. Asking for a key marks it as known. A value
+// that is not as it should be is entered as a mistake, and the asker gets nothing, as for a key that is not there.
 class Section {
  public:
   Section(const toml::table &table, std::string name, std::vector<Mistake> &mistakes)

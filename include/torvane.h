@@ -58,8 +58,8 @@ extern "C" {
  * ------------------------------------------------------------------------------------------------------------------
  * The line that every module of the library writes when it reports something. A program that wants its own lines to
  * look alike writes the header with __stdprintf_info__ to a stream that it opened on "/dev/console", then the message
- * with its newline, and closes the stream: header and message then leave in one write, and the lines of several threads
- * and processes stay whole.
+ * with its newline, and closes the stream: header and message, as far as they fit its buffer, then leave in one
+ * write, and the lines of several threads and processes stay whole.
  */
 
 /*
@@ -256,11 +256,11 @@ typedef struct root_qdisc {
 } root_qdisc;
 
 typedef struct htb_params {
-  uint32_t rate;   /* guaranteed rate, kbit/s */
+  uint32_t rate;   /* guaranteed rate, kbit/s; not 0 */
   uint32_t ceil;   /* rate when others leave room, kbit/s */
   uint32_t burst;  /* bytes; 0 leaves it to tc */
   uint32_t cburst; /* bytes; 0 leaves it to tc */
-  uint32_t prio;   /* 0 is served first */
+  uint32_t prio;   /* 0 is served first; the default classes have it */
 } htb_params;
 
 /* One service curve; set when `rate` is not 0. tc takes no `umax` without a `dmax`. */
@@ -272,7 +272,8 @@ typedef struct hfsc_curve {
 
 /*
  * The upper limit is always written, and besides it ONE of the others, the first that is set: `sc`, then `ls`, then, on
- * a class without children, `rt`. tc refuses an upper limit next to `rt` alone, so give every class `sc` or `ls`.
+ * a class without children, `rt`. Give every class a rate for `ul`, as today's tc does not survive an upper limit of 0,
+ * and `sc` or `ls`, as it refuses one next to `rt` alone.
  */
 typedef struct hfsc_params {
   hfsc_curve ul, sc, ls, rt;
@@ -290,11 +291,11 @@ typedef struct leaf_qdisc {
     struct {
       uint32_t min, max; /* average queue sizes between which packets are marked or dropped, bytes */
       uint32_t burst;    /* packets */
-      uint32_t limit;    /* hard queue size, bytes */
-      uint32_t avpkt;    /* average packet, bytes */
+      uint32_t limit;    /* hard queue size, bytes; not 0 */
+      uint32_t avpkt;    /* average packet, bytes; not 0 */
     } red;
     struct {
-      uint32_t latency; /* milliseconds */
+      uint32_t latency; /* milliseconds; none of the three may be 0 */
       uint32_t rate;    /* kbit/s */
       uint32_t burst;   /* bytes */
     } tbf;
@@ -327,7 +328,7 @@ root_qdisc *root_qdisc_find_by_name(const char *ifname);
  * Makes the tree of an interface.
  *
  *   speeds  link rate (two values), then physical rate (two values), kbit/s; which of a pair is up and which is down
- *           is the caller's affair, the library uses the first of each
+ *           is the caller's affair, the library uses the first of each, which tc does not take as 0
  *   ifname  interface name; at most 31 characters are kept, and a longer name is not found by its full text later (the
  *           kernel's own names have 15 at most)
  *   type    QOS_ROOT_*
@@ -433,8 +434,8 @@ qos_class *class_find_in_list(list_node *head, uint16_t class_id);
  * command and its filter's, which is appended to it.
  *
  * Returns 1 when the script was written and run; 0 when the interface has no tree (traced by the lookup; no file is
- * touched), when the script cannot be created (the previous one, if any, stays) or could not
- * be written whole (what there is of it stays and is not run).
+ * touched), and, with nothing traced, when the script cannot be created (the previous one, if any, stays) or could
+ * not be written whole (what there is of it stays and is not run).
  */
 int start_qos(const char *ifname);
 
@@ -608,7 +609,8 @@ extern list_node sched_root;
  *
  * Returns 1; or 0 with the list unchanged, and a trace that tells why: "QoS tree not found!!\n" (after the lookup's
  * own), "Index already exist!!\n", "Mark key not found!!\n" when the mark target is set and `mark` is no class
- * without children (check_Key), "Memory allocate fail!!\n". A null `match` or `target` gives 0 without a trace.
+ * without children (check_Key; a mark above 0xffff is none), "Memory allocate fail!!\n". A
+ * null `match` or `target` gives 0 without a trace.
  */
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
@@ -618,7 +620,10 @@ uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, cons
  */
 uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
-/* Deletes a rule. Returns 1; 0 when it does not exist or traces "QoS tree not found!!\n" when the interface has no tree. */
+/*
+ * Deletes a rule. Returns 1; 0 when it does not exist, or, tracing "QoS tree not found!!\n" after the lookup's own, when
+ * the interface has no tree.
+ */
 uint32_t del_qos_rule(const char *ifname, uint8_t index);
 
 /*
@@ -668,8 +673,8 @@ void tcp_flag_text(char out[32], uint8_t flags);
 
 /*
  * Writes the commands that renew an interface's chains to an open script: flushes, deletes and makes both chains,
- * hooks them in once, then the rules of the list (draw_rule) and, when enabled, the eight automatic marks. An unknown
- * interface is traced by the lookup of the marks.
+ * hooks them in once, then the rules of the list (draw_rule) and, when enabled, the eight automatic marks. A name has
+ * at most 31 characters, as in a tree; an unknown one is traced by the lookup of the marks.
  */
 void renew_qos_rule(FILE *out, const char *ifname, list_node *rules);
 
@@ -687,8 +692,9 @@ void remove_qos_rule(FILE *out, const char *ifname);
 uint32_t restart_rule(const char *ifname);
 
 /*
- * Writes the commands of one rule, one per target, and two (TCP, then UDP) per target when it matches both protocols;
- * none when it has no target or an unknown protocol code (then its targets are not looked at either).
+ * Writes the commands that append one rule to the chain named `chain` to an open script: one per target, and two (TCP,
+ * then UDP) per target when it matches both protocols; none when it has no target or an unknown protocol code (then its
+ * targets are not looked at either).
  *
  * Traces, and goes on without the part: "get %s match type\n" with the kind's name for a match bit that makes no
  * option of its own ("QF_PROTOCOL" always, "Unknown" for bits 11 to 31); "LOG target not implement!!\n"; "match buffer
@@ -713,8 +719,8 @@ void show_rule(const char *ifname);
  */
 
 /*
- * Formats a command and runs it with system(3): waits for it, ignoring SIGINT and SIGQUIT and blocking SIGCHLD in the
- * calling thread meanwhile.
+ * Formats a command and runs it with system(3): waits for it; meanwhile the process ignores SIGINT and SIGQUIT, and the
+ * calling thread blocks SIGCHLD.
  *
  *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
  *
@@ -734,8 +740,10 @@ int _execl(const char *fmt, ...) TORVANE_PRINTF(1, 2);
 
 /*
  * Formats a command and starts it with its standard output readable from the stream that is returned; all output
- * streams of the process are flushed first. Returns null when it cannot be started. End it with _system_close. Any
- * thread.
+ * streams of the process are flushed first. Returns null when it cannot be started. End it with _system_close.
+ *
+ * Any thread; but the flush waits for every thread that is inside a call on a stream, such as one that reads the output
+ * of a slow command.
  */
 FILE *_system_read(const char *fmt, ...) TORVANE_PRINTF(1, 2);
 
@@ -789,14 +797,14 @@ void show_handler(const void *action);
 int get_random(void);
 
 /*
- * Makes four UUIDs from a MAC address: the last one to four of a series whose last byte counts up from the MAC's.
+ * Makes four UUIDs from a MAC address: fixed fields, then the MAC's bytes, the last of them plus 0, 1, 2 and 3.
  *
  *   mac  6 bytes
  *   out  280 bytes, or null to store nothing: four texts of 32 digits in 33 bytes each, then from byte 132 four texts
  *        with dashes of 36 characters in 37 bytes each, all terminated
  *
- * The last byte is not reduced when counting passes 255: it becomes three digits and the text is cut to its field, so
- * the UUIDs of a MAC that ends in fd, fe or ff are not all different.
+ * A sum above 255 is written with its three digits and the text is cut to its field, so the UUIDs of a MAC that ends in
+ * fe or ff are not all different.
  *
  * Returns 0, or -1 when `mac` is null. Any thread.
  */
@@ -842,11 +850,15 @@ int sem_delete(int id);
  *
  * Returns 0; or 1 when the semaphore is gone or the wait was interrupted by a signal (it is not tried again): then
  * traces "%s:%d:::%s:::semid=%d down fail\n" and writes the reason to standard error ("sem down: ...").
- * Not recursive: a thread that takes it twice waits for ever.
+ * Not recursive: a thread that takes it twice waits for ever. The process that took it gives it back: if another one
+ * does, the kernel gives it back once more when the taker ends, and two holders get in from then on.
  */
 int downdown(int id, const char *file, int line, const char *func, int trace);
 
-/* Gives the semaphore back; parameters as downdown. Returns 0; or 1, traced and told likewise ("sem up: ..."). */
+/*
+ * Gives the semaphore back; parameters as downdown. Nothing checks that it was taken: every up without a down lets one
+ * more holder in. Returns 0; or 1, traced and told likewise ("sem up: ...").
+ */
 int upup(int id, const char *file, int line, const char *func, int trace);
 
 #ifdef __cplusplus

@@ -12,7 +12,7 @@ constexpr char trace_module[] = "quorra_ipc";
 
 constexpr int create_for_everyone = IPC_CREAT | 0666;
 
-// The argument of semctl, which the C library leaves to its callers to declare. It is passed whole, so all of it counts.
+// The argument of semctl, which the C library leaves to its callers to declare. All of it counts: it is passed whole.
 union SemctlArgument {
   int value;
   struct semid_ds *status; // cppcheck-suppress unusedStructMember

@@ -4,8 +4,11 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "list/maps.h"
 #include "list/records.h"
 #include "torvane.h"
+
+constexpr char trace_module[] = "quorra_iptables";
 
 namespace torvane {
 
@@ -39,7 +42,6 @@ inline unsigned octet(uint32_t address, unsigned index) {
 #define TORVANE_OCTETS(address) \
   torvane::octet(address, 0), torvane::octet(address, 1), torvane::octet(address, 2), torvane::octet(address, 3)
 
-extern const txt_map_entry match_names[];
 extern const txt_map_entry dscp_names[];
 extern const txt_map_entry tos_names[];
 extern const txt_map_entry helper_names[];

@@ -13,56 +13,21 @@ using torvane::schedules;
 
 namespace torvane {
 
-extern const txt_map_entry match_names[] = {{QOS_MATCH_802_1P, "QF_802_1P"},
-                                            {QOS_MATCH_802_1Q, "QF_802_1Q"},
-                                            {QOS_MATCH_MAC, "QF_MAC"},
-                                            {QOS_MATCH_IP, "QF_IP"},
-                                            {QOS_MATCH_DSCP, "QF_DSCP"},
-                                            {QOS_MATCH_TOS, "QF_TOS"},
-                                            {QOS_MATCH_ALG, "QF_ALG"},
-                                            {QOS_MATCH_PKTLEN, "QF_PKTLEN"},
-                                            {QOS_MATCH_PROTOCOL, "QF_PROTOCOL"},
-                                            {QOS_MATCH_DOMAIN, "QF_DOMAIN"},
-                                            {1, "ALG_H323"}, // found by its text only: id 1 is QF_802_1Q above
-                                            {QOS_MATCH_URL, "QF_URL"},
-                                            {0xFFFFFFFFu, "Unknown"}};
-
-extern const txt_map_entry dscp_names[] = {{0, "CS0"},
-                                           {1, "CS1"},
-                                           {2, "CS2"},
-                                           {3, "CS3"},
-                                           {4, "CS4"},
-                                           {5, "CS5"},
-                                           {6, "CS6"},
-                                           {7, "CS7"},
-                                           {8, "BE"},
-                                           {9, "AF11"},
-                                           {10, "AF12"},
-                                           {11, "AF13"},
-                                           {12, "AF21"},
-                                           {13, "AF22"},
-                                           {14, "AF23"},
-                                           {15, "AF31"},
-                                           {16, "AF32"},
-                                           {17, "AF33"},
-                                           {18, "AF41"},
-                                           {19, "AF42"},
-                                           {20, "AF43"},
-                                           {21, "EF"},
-                                           {0xFFFFFFFFu, "Unknown"}};
+extern const txt_map_entry dscp_names[] = {
+    {0, "CS0"},   {1, "CS1"},   {2, "CS2"},   {3, "CS3"},   {4, "CS4"},   {5, "CS5"},   {6, "CS6"},   {7, "CS7"},
+    {8, "BE"},    {9, "AF11"},  {10, "AF12"}, {11, "AF13"}, {12, "AF21"}, {13, "AF22"}, {14, "AF23"}, {15, "AF31"},
+    {16, "AF32"}, {17, "AF33"}, {18, "AF41"}, {19, "AF42"}, {20, "AF43"}, {21, "EF"},   unknown_row};
 
 extern const txt_map_entry tos_names[] = {{16, "Minimize-Delay"},      {8, "Maximize-Throughput"},
                                           {4, "Maximize-Reliability"}, {2, "Minimize-Cost"},
-                                          {0, "Normal-Service"},       {0xFFFFFFFFu, "Unknown"}};
+                                          {0, "Normal-Service"},       unknown_row};
 
 extern const txt_map_entry helper_names[] = {
-    {QOS_ALG_SIP, "sip"}, {QOS_ALG_Q931, "Q.931"}, {QOS_ALG_FTP, "ftp"}, {0xFFFFFFFFu, "Unknown"}};
+    {QOS_ALG_SIP, "sip"}, {QOS_ALG_Q931, "Q.931"}, {QOS_ALG_FTP, "ftp"}, unknown_row};
 
 } // namespace torvane
 
 namespace {
-
-constexpr char trace_module[] = "quorra_iptables";
 
 // Blocks are copied byte for byte between programs and this library: their sizes are the interface.
 static_assert(sizeof(qos_match) == 600 && sizeof(qos_target) == 24);
@@ -71,21 +36,21 @@ static_assert(offsetof(qos_match, src_ip_start) == 28 && offsetof(qos_match, pro
               offsetof(qos_match, sched_index) == 596 && offsetof(qos_target, log) == 22);
 static_assert(sizeof(void *) != 4 || (sizeof(qos_rule) == 636 && sizeof(qos_sched) == 16));
 
-constexpr txt_map_entry tcp_flag_names[] = {{QOS_TCP_SYN, "SYN"},    {QOS_TCP_ACK, "ACK"}, {QOS_TCP_FIN, "FIN"},
-                                            {QOS_TCP_RST, "RST"},    {QOS_TCP_URG, "URG"}, {QOS_TCP_PSH, "PSH"},
-                                            {0xFFFFFFFFu, "Unknown"}};
+constexpr txt_map_entry tcp_flag_names[] = {{QOS_TCP_SYN, "SYN"}, {QOS_TCP_ACK, "ACK"}, {QOS_TCP_FIN, "FIN"},
+                                            {QOS_TCP_RST, "RST"}, {QOS_TCP_URG, "URG"}, {QOS_TCP_PSH, "PSH"},
+                                            torvane::unknown_row};
 
 constexpr txt_map_entry day_names[] = {{0, "Sun"}, {1, "Mon"}, {2, "Tue"}, {3, "Wed"},
-                                       {4, "Thu"}, {5, "Fri"}, {6, "Sat"}, {0xFFFFFFFFu, "Unknown"}};
+                                       {4, "Thu"}, {5, "Fri"}, {6, "Sat"}, torvane::unknown_row};
 
 // The name of every set bit among the first `count`, each with a comma after it.
-template <size_t Size>
-void append_names(BoundedText<Size> &text, const txt_map_entry *names, unsigned count, uint32_t bits) {
+void append_names(torvane::TextWriter &text, const txt_map_entry *names, unsigned count, uint32_t bits) {
   for (unsigned bit = 0; bit < count; bit++)
     if (has_bit(bits, bit))
       text.append("%s,", TxtMapById(names, bit));
 }
 
+// A mark wider than a class id names no class, whatever its lower half says.
 bool is_markable_class(const char *ifname, uint32_t mark) {
   return mark <= UINT16_MAX && check_Key(ifname, static_cast<uint16_t>(mark));
 }
@@ -211,23 +176,23 @@ uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size) {
     if (days != 0) {
       text.append("--days ");
       append_names(text, day_names, 7, days);
-      text.text[text.length - 1] = ' ';
+      text.text[text.length() - 1] = ' ';
     }
   }
-  if (text.length == 0 || text.length > size || !dst) {
+  if (text.length() == 0 || text.length() > size || !dst) {
     TRACE("schedule index not found!!\n");
     return 0;
   }
-  memcpy(dst, text.text, text.length + 1);
+  memcpy(dst, text.text, text.length() + 1);
   return 1;
 }
 
 void tcp_flag_text(char out[32], uint8_t flags) {
   if (!out)
     return;
-  BoundedText<torvane::flag_text_size> text;
+  memset(out, 0, torvane::flag_text_size);
+  torvane::TextWriter text(out, torvane::flag_text_size);
   append_names(text, tcp_flag_names, 6, flags);
-  memcpy(out, text.text, sizeof(text.text));
 }
 
 } // extern "C"

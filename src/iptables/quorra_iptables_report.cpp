@@ -7,8 +7,6 @@ using torvane::has_bit;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
-
 void report_protocol(const qos_match &match) {
   switch (match.protocol) {
     case QOS_PROTO_TCP: {
@@ -38,67 +36,65 @@ void report_protocol(const qos_match &match) {
   }
 }
 
-void report_match(const qos_match &match, unsigned bit) {
+void show_match(const qos_match &match, unsigned bit) {
   switch (bit) {
     case QOS_MATCH_802_1P:
-      TRACE_AS("show_match", "802.1p priority:  %d\n", match.prio_1p);
+      TRACE("802.1p priority:  %d\n", match.prio_1p);
       break;
     case QOS_MATCH_802_1Q:
-      TRACE_AS("show_match", "802.1q vlanid:    %d\n", match.vlan_id);
+      TRACE("802.1q vlanid:    %d\n", match.vlan_id);
       break;
     case QOS_MATCH_MAC:
-      TRACE_AS("show_match", "src MAC Addr:     %.*s\n", static_cast<int>(sizeof(match.src_mac)), match.src_mac);
+      TRACE("src MAC Addr:     %.*s\n", static_cast<int>(sizeof(match.src_mac)), match.src_mac);
       break;
     case QOS_MATCH_IP:
-      TRACE_AS("show_match", "ip range src/dst: %u.%u.%u.%u~%u.%u.%u.%u / %u.%u.%u.%u~%u.%u.%u.%u\n",
-               TORVANE_OCTETS(match.src_ip_start), TORVANE_OCTETS(match.src_ip_end), TORVANE_OCTETS(match.dst_ip_start),
-               TORVANE_OCTETS(match.dst_ip_end));
+      TRACE("ip range src/dst: %u.%u.%u.%u~%u.%u.%u.%u / %u.%u.%u.%u~%u.%u.%u.%u\n", TORVANE_OCTETS(match.src_ip_start),
+            TORVANE_OCTETS(match.src_ip_end), TORVANE_OCTETS(match.dst_ip_start), TORVANE_OCTETS(match.dst_ip_end));
       break;
     case QOS_MATCH_DSCP:
       if (match.dscp_mode == 0)
-        TRACE_AS("show_match", "DSCP:             0x%x\n", first_byte(match.dscp));
+        TRACE("DSCP:             0x%x\n", first_byte(match.dscp));
       else if (match.dscp_mode == 1)
-        TRACE_AS("show_match", "DSCP:             %s\n", TxtMapById(torvane::dscp_names, match.dscp));
+        TRACE("DSCP:             %s\n", TxtMapById(torvane::dscp_names, match.dscp));
       break;
     case QOS_MATCH_TOS:
-      TRACE_AS("show_match", "Precedence/TOS:   0x%x/%s\n", match.precedence,
-               TxtMapById(torvane::tos_names, match.tos));
+      TRACE("Precedence/TOS:   0x%x/%s\n", match.precedence, TxtMapById(torvane::tos_names, match.tos));
       break;
     case QOS_MATCH_ALG:
-      TRACE_AS("show_match", "Match ALG:        %s\n", TxtMapById(torvane::helper_names, match.alg));
+      TRACE("Match ALG:        %s\n", TxtMapById(torvane::helper_names, match.alg));
       break;
     case QOS_MATCH_PKTLEN:
-      TRACE_AS("show_match", "Packet length:    %u~%u\n", match.pkt_len >> 16, match.pkt_len & 0xffff);
+      TRACE("Packet length:    %u~%u\n", match.pkt_len >> 16, match.pkt_len & 0xffff);
       break;
     case QOS_MATCH_PROTOCOL:
       report_protocol(match);
       break;
     case QOS_MATCH_DOMAIN:
-      TRACE_AS("show_match", "Domain String:    %.*s\n", static_cast<int>(sizeof(match.domain)), match.domain);
+      TRACE("Domain String:    %.*s\n", static_cast<int>(sizeof(match.domain)), match.domain);
       break;
     default:
-      TRACE_AS("show_match", "URL String:       %.*s\n", static_cast<int>(sizeof(match.url)), match.url);
+      TRACE("URL String:       %.*s\n", static_cast<int>(sizeof(match.url)), match.url);
       break;
   }
 }
 
-void report_target(const qos_target &target, unsigned bit) {
+void show_target(const qos_target &target, unsigned bit) {
   switch (bit) {
     case QOS_TARGET_MARK:
-      TRACE_AS("show_target", "Set Mark:         %d\n", static_cast<int>(target.mark));
+      TRACE("Set Mark:         %d\n", static_cast<int>(target.mark));
       break;
     case QOS_TARGET_TOS:
-      TRACE_AS("show_target", "Precedence/TOS:   0x%x/%s\n", first_byte(target.set_value),
-               TxtMapById(torvane::tos_names, target.set_mode));
+      TRACE("Precedence/TOS:   0x%x/%s\n", first_byte(target.set_value),
+            TxtMapById(torvane::tos_names, target.set_mode));
       break;
     case QOS_TARGET_DSCP:
       if (target.set_mode == 0)
-        TRACE_AS("show_target", "DSCP:             0x%x\n", first_byte(target.set_value));
+        TRACE("DSCP:             0x%x\n", first_byte(target.set_value));
       else if (target.set_mode == 1)
-        TRACE_AS("show_target", "DSCP:             %s\n", TxtMapById(torvane::dscp_names, target.set_value));
+        TRACE("DSCP:             %s\n", TxtMapById(torvane::dscp_names, target.set_value));
       break;
     default:
-      TRACE_AS("show_target", "Vlan Tag 1p/q:    %d/%d\n", target.vlan_prio, target.vlan_tag_id);
+      TRACE("Vlan Tag 1p/q:    %d/%d\n", target.vlan_prio, target.vlan_tag_id);
       break;
   }
 }
@@ -108,7 +104,7 @@ void report_rule(const qos_rule &rule) {
   TRACE_AS("show_match", "===============MATCH===============\n");
   for (unsigned bit = QOS_MATCH_802_1P; bit <= QOS_MATCH_URL; bit++)
     if (has_bit(rule.match.match_flags, bit))
-      report_match(rule.match, bit);
+      show_match(rule.match, bit);
 
   char schedule[torvane::sched_text_size];
   if (rule.match.sched_index != 0 && get_sched_str(rule.match.sched_index, schedule, sizeof(schedule) - 1))
@@ -117,7 +113,7 @@ void report_rule(const qos_rule &rule) {
   TRACE_AS("show_target", "===============TARGET==============\n");
   for (unsigned bit = QOS_TARGET_MARK; bit <= QOS_TARGET_VLAN; bit++)
     if (has_bit(rule.target.target_flags, bit))
-      report_target(rule.target, bit);
+      show_target(rule.target, bit);
   if (rule.target.log != 0)
     TRACE_AS("show_target", "Log:              Yes\n");
 }

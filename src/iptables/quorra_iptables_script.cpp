@@ -7,19 +7,29 @@
 using torvane::BoundedText;
 using torvane::first_byte;
 using torvane::has_bit;
+using torvane::TextWriter;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
-
-constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, {0xFFFFFFFFu, "Unknown"}};
+constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, torvane::unknown_row};
 constexpr uint32_t append_action = 0;
 constexpr uint32_t delete_action = 1;
 
+constexpr txt_map_entry match_names[] = {{QOS_MATCH_802_1P, "QF_802_1P"},
+                                         {QOS_MATCH_802_1Q, "QF_802_1Q"},
+                                         {QOS_MATCH_MAC, "QF_MAC"},
+                                         {QOS_MATCH_IP, "QF_IP"},
+                                         {QOS_MATCH_DSCP, "QF_DSCP"},
+                                         {QOS_MATCH_TOS, "QF_TOS"},
+                                         {QOS_MATCH_ALG, "QF_ALG"},
+                                         {QOS_MATCH_PKTLEN, "QF_PKTLEN"},
+                                         {QOS_MATCH_PROTOCOL, "QF_PROTOCOL"},
+                                         {QOS_MATCH_DOMAIN, "QF_DOMAIN"},
+                                         {1, "ALG_H323"}, // found by its text only: id 1 is QF_802_1Q above
+                                         {QOS_MATCH_URL, "QF_URL"},
+                                         torvane::unknown_row};
+
 constexpr size_t match_text_size = 1024;
-using MatchText = BoundedText<match_text_size>;
-using ProtocolText = BoundedText<128>;
-using TargetText = BoundedText<64>;
 
 void write_hooks(FILE *out, uint32_t action_id, const char *ifname) {
   const char *action = TxtMapById(chain_actions, action_id);
@@ -40,14 +50,14 @@ void write_chain_removal(FILE *out, const char *ifname) {
   write_for_both_chains(out, "-X", ifname);
 }
 
-void append_ports(ProtocolText &text, const qos_match &match) {
+void append_ports(TextWriter &text, const qos_match &match) {
   if (match.sport_min != 0 && match.sport_max != 0)
     text.append("--sport %u:%u ", match.sport_min, match.sport_max);
   if (match.dport_min != 0 && match.dport_max != 0)
     text.append("--dport %u:%u ", match.dport_min, match.dport_max);
 }
 
-void append_tcp(ProtocolText &text, const qos_match &match) {
+void append_tcp(TextWriter &text, const qos_match &match) {
   text.append("-p tcp ");
   append_ports(text, match);
   if (match.tcp_flag_mask != 0 && match.tcp_flag_set != 0) {
@@ -58,12 +68,12 @@ void append_tcp(ProtocolText &text, const qos_match &match) {
   }
 }
 
-void append_udp(ProtocolText &text, const qos_match &match) {
+void append_udp(TextWriter &text, const qos_match &match) {
   text.append("-p udp ");
   append_ports(text, match);
 }
 
-void append_ip_ranges(MatchText &text, const qos_match &match) {
+void append_ip_ranges(TextWriter &text, const qos_match &match) {
   const bool source = match.src_ip_start != 0 && match.src_ip_end != 0;
   const bool destination = match.dst_ip_start != 0 && match.dst_ip_end != 0;
   if (source || destination)
@@ -76,14 +86,14 @@ void append_ip_ranges(MatchText &text, const qos_match &match) {
                 TORVANE_OCTETS(match.dst_ip_end));
 }
 
-void append_dscp(MatchText &text, const qos_match &match) {
+void append_dscp(TextWriter &text, const qos_match &match) {
   if (match.dscp_mode == 0)
     text.append("-m dscp --dscp 0x%x ", first_byte(match.dscp));
   else if (match.dscp_mode == 1)
     text.append("-m dscp --dscp-class %s ", TxtMapById(torvane::dscp_names, match.dscp));
 }
 
-void append_vlan(MatchText &text, const qos_match &match) {
+void append_vlan(TextWriter &text, const qos_match &match) {
   const bool id = has_bit(match.match_flags, QOS_MATCH_802_1Q);
   const bool priority = has_bit(match.match_flags, QOS_MATCH_802_1P);
   if (id || priority)
@@ -95,7 +105,7 @@ void append_vlan(MatchText &text, const qos_match &match) {
 }
 
 // The texts of a match block may fill their fields to the last byte, so each is printed with its field's size.
-void append_match(MatchText &text, const qos_match &match, unsigned bit) {
+void append_match(TextWriter &text, const qos_match &match, unsigned bit) {
   switch (bit) {
     case QOS_MATCH_802_1P:
     case QOS_MATCH_802_1Q:
@@ -125,21 +135,21 @@ void append_match(MatchText &text, const qos_match &match, unsigned bit) {
       text.append("-m urlfilter --url %.*s ", static_cast<int>(sizeof(match.url)), match.url);
       break;
     default:
-      // The protocol's options stand in a text of their own, so it comes here too and is reported; so it always was.
-      TRACE_AS("draw_rule", "get %s match type\n", TxtMapById(torvane::match_names, bit));
+      // The protocol comes here too, although its options stand in a text of their own, and is reported like the rest.
+      TRACE_AS("draw_rule", "get %s match type\n", TxtMapById(match_names, bit));
       break;
   }
 }
 
-void append_schedule(MatchText &text, uint8_t sched_index) {
-  if (get_sched_str(sched_index, text.text + text.length, static_cast<uint32_t>(text.room())))
-    text.length += strlen(text.text + text.length);
+void append_schedule(TextWriter &text, uint8_t sched_index) {
+  if (get_sched_str(sched_index, text.end(), static_cast<uint32_t>(text.room())))
+    text.written(strlen(text.end()));
   else
     TRACE_AS("draw_rule", "match buffer is too small or index not found, schedule string doesn't attach %d %d!!\n",
-             static_cast<int>(match_text_size), static_cast<int>(text.length));
+             static_cast<int>(match_text_size), static_cast<int>(text.length()));
 }
 
-void make_match_text(MatchText &text, const qos_match &match) {
+void make_match_text(TextWriter &text, const qos_match &match) {
   for (unsigned bit = 0; bit < 32; bit++)
     if (has_bit(match.match_flags, bit))
       append_match(text, match, bit);
@@ -148,7 +158,7 @@ void make_match_text(MatchText &text, const qos_match &match) {
     append_schedule(text, match.sched_index);
 }
 
-void make_target_text(TargetText &text, const qos_target &target, unsigned bit) {
+void make_target_text(TextWriter &text, const qos_target &target, unsigned bit) {
   switch (bit) {
     case QOS_TARGET_MARK:
       text.append("-j MARK --set-mark 0x%x ", target.mark);
@@ -180,11 +190,11 @@ extern "C" {
 void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
   const qos_match &match = rule->match;
 
-  MatchText matches;
+  BoundedText<match_text_size> matches;
   make_match_text(matches, match);
 
   // Each target is written once per protocol text.
-  ProtocolText protocols[2];
+  BoundedText<128> protocols[2];
   unsigned protocol_count = 1;
   if (has_bit(match.match_flags, QOS_MATCH_PROTOCOL)) {
     switch (match.protocol) {
@@ -213,9 +223,9 @@ void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
   for (unsigned bit = QOS_TARGET_MARK; bit <= QOS_TARGET_LOG; bit++) {
     if (!has_bit(rule->target.target_flags, bit))
       continue;
-    TargetText target;
+    BoundedText<64> target;
     make_target_text(target, rule->target, bit);
-    if (target.length == 0)
+    if (target.length() == 0)
       continue;
     for (unsigned i = 0; i < protocol_count; i++)
       fprintf(out, "iptables -t mangle %s %s %s%s%s\n", TxtMapById(chain_actions, append_action), chain,

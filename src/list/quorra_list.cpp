@@ -1,23 +1,23 @@
 // The intrusive list and the lookup maps that every other module stands on.
 #include <string.h>
 
-#include "torvane.h"
+#include "list/maps.h"
+
+using torvane::map_end;
 
 namespace {
-
-constexpr uint32_t end_id = 0xFFFFFFFFu; // id of the row that ends a table, and what a failed lookup by text gives
 
 unsigned char fold_case(unsigned char c) {
   return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c;
 }
 
-// The first row whose text satisfies `matches`, or the end row.
+// The id of the first row whose text satisfies `matches`, or that of the end row.
 template <typename Matches>
-const txt_map_entry *find_text(const txt_map_entry *table, Matches matches) {
+uint32_t id_of_text(const txt_map_entry *table, Matches matches) {
   const txt_map_entry *row = table;
-  while (row->id != end_id && !matches(row->text))
+  while (row->id != map_end && !matches(row->text))
     row++;
-  return row;
+  return row->id;
 }
 
 } // namespace
@@ -69,50 +69,46 @@ int strCmpNoCase(const char *a, const char *b) {
 
 uint32_t MapById(const map_entry *table, uint32_t id) {
   const map_entry *row = table;
-  while (row->id != end_id && row->id != id)
+  while (row->id != map_end && row->id != id)
     row++;
   return row->value;
 }
 
 uint32_t MapByEvt(const map_entry *table, uint32_t value) {
   const map_entry *row = table;
-  while (row->value != end_id && row->value != value)
+  while (row->value != map_end && row->value != value)
     row++;
   return row->id;
 }
 
 const char *TxtMapById(const txt_map_entry *table, uint32_t id) {
   const txt_map_entry *row = table;
-  while (row->id != end_id && row->id != id)
+  while (row->id != map_end && row->id != id)
     row++;
   return row->text;
 }
 
 uint32_t TxtMapByTxt(const txt_map_entry *table, const char *text) {
   if (!text)
-    return end_id;
-  return find_text(table, [text](const char *candidate) { return strcmp(candidate, text) == 0; })->id;
+    return map_end;
+  return id_of_text(table, [text](const char *row_text) { return strcmp(row_text, text) == 0; });
 }
 
 uint32_t TxtMapByTxtNoCase(const txt_map_entry *table, const char *text) {
-  if (!text)
-    return end_id;
-  return find_text(table, [text](const char *candidate) { return strCmpNoCase(candidate, text) == 0; })->id;
+  return id_of_text(table, [text](const char *row_text) { return strCmpNoCase(row_text, text) == 0; });
 }
 
 uint32_t TxtMapByTxtWithLen(const txt_map_entry *table, const char *text, uint32_t n) {
   if (!text)
-    return end_id;
-  return find_text(
-             table,
-             [text, n](const char *candidate) { return strlen(candidate) == n && strncmp(candidate, text, n) == 0; })
-      ->id;
+    return map_end;
+  return id_of_text(
+      table, [text, n](const char *row_text) { return strlen(row_text) == n && strncmp(row_text, text, n) == 0; });
 }
 
 uint32_t TxtMapByTxtStr(const txt_map_entry *table, const char *haystack) {
   if (!haystack)
-    return end_id;
-  return find_text(table, [haystack](const char *candidate) { return strstr(haystack, candidate) != nullptr; })->id;
+    return map_end;
+  return id_of_text(table, [haystack](const char *row_text) { return strstr(haystack, row_text) != nullptr; });
 }
 
 } // extern "C"

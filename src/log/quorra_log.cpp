@@ -1,4 +1,4 @@
-// Console trace: the header that tells who speaks, and the call that writes a whole line.
+// Console trace: the header that tells who speaks, and the calls that write a whole line.
 #include <errno.h>
 #include <stdarg.h>
 #include <sys/syscall.h>
@@ -11,16 +11,30 @@ namespace {
 constexpr int background = 40;
 constexpr int first_colour = 31;
 
-// 31 to 38. The last is no colour to terminals that read it as the start of an extended one; it stays, so that a
-// thread's lines look the same whatever wrote them.
+// 31 to 38, so that the lines of one thread look alike. Terminals take 38 for the start of an extended colour; it is
+// written all the same.
 int colour_of(int thread_id) {
   return first_colour + (thread_id & 7);
 }
 
-void write_header_without_process(FILE *stream, const torvane::TraceSource &source) {
+int write_short_header(FILE *stream, const char *module, int line, const char *func) {
   const int tid = my_gettid();
-  fprintf(stream, "\033[1m\033[%d;%dm[%5d %-20s:%5d %16s()]:::\033[0m", background, colour_of(tid), tid, source.file,
-          source.line, source.func);
+  return fprintf(stream, "\033[1m\033[%d;%dm[%5d %-20s:%5d %16s()]:::\033[0m", background, colour_of(tid), tid, module,
+                 line, func);
+}
+
+using HeaderWriter = int(FILE *stream, const char *module, int line, const char *func);
+
+[[gnu::format(printf, 5, 0)]] void write_line(HeaderWriter *write_header, const char *module, int line,
+                                              const char *func, const char *format, va_list values) {
+  const int saved_errno = errno;
+  // "e": the children that other threads start meanwhile do not get it.
+  if (FILE *console = fopen("/dev/console", "ae")) {
+    write_header(console, module, line, func);
+    vfprintf(console, format, values);
+    fclose(console);
+  }
+  errno = saved_errno;
 }
 
 } // namespace
@@ -37,22 +51,18 @@ extern "C" int __stdprintf_info__(FILE *stream, const char *file, int line, cons
 
 namespace torvane {
 
-void trace(TraceHeader header, const TraceSource &source, const char *format, ...) {
-  const int saved_errno = errno;
-  FILE *console = fopen("/dev/console", "a");
-  if (console) {
-    if (header == TraceHeader::thread)
-      __stdprintf_info__(console, source.file, source.line, source.func);
-    else
-      write_header_without_process(console, source);
+void trace(const char *module, int line, const char *func, const char *format, ...) {
+  va_list values;
+  va_start(values, format);
+  write_line(__stdprintf_info__, module, line, func, format, values);
+  va_end(values);
+}
 
-    va_list values;
-    va_start(values, format);
-    vfprintf(console, format, values);
-    va_end(values);
-    fclose(console);
-  }
-  errno = saved_errno;
+void trace_no_process(const char *module, int line, const char *func, const char *format, ...) {
+  va_list values;
+  va_start(values, format);
+  write_line(write_short_header, module, line, func, format, values);
+  va_end(values);
 }
 
 } // namespace torvane

@@ -25,21 +25,17 @@ struct Command {
   int length;
 };
 
-// False when the command does not fit or there is none: it is traced, in the name of the runner `func`, and must not
-// run cut short.
-[[gnu::format(printf, 4, 0)]] bool format_command(Command &command, torvane::TraceHeader header, const char *func,
-                                                  const char *format, va_list values) {
+// False when the command does not fit or there is none: it must not run cut short.
+[[gnu::format(printf, 2, 0)]] bool format_command(Command &command, const char *format, va_list values) {
   command.length = format ? vsnprintf(command.text, sizeof(command.text), format, values) : -1;
-  if (command.length >= 0 && command.length < static_cast<int>(sizeof(command.text)))
-    return true;
-  torvane::trace(header, {trace_module, __LINE__, func}, "command too long\n");
-  return false;
+  return command.length >= 0 && command.length < static_cast<int>(sizeof(command.text));
 }
+
+constexpr char command_too_long[] = "command too long\n";
 
 } // namespace
 
 using torvane::BoundedText;
-using torvane::TraceHeader;
 
 extern "C" {
 
@@ -47,19 +43,25 @@ int __system(const char *, int, const char *, const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, TraceHeader::thread, __func__, fmt, values);
+  const bool runnable = format_command(command, fmt, values);
   va_end(values);
-  return runnable ? system(command.text) : -1;
+  if (!runnable) {
+    TRACE(command_too_long);
+    return -1;
+  }
+  return system(command.text);
 }
 
 int _execl(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, TraceHeader::no_process, __func__, fmt, values);
+  const bool runnable = format_command(command, fmt, values);
   va_end(values);
-  if (!runnable)
+  if (!runnable) {
+    TRACE_NO_PROCESS(command_too_long);
     return -1;
+  }
   TRACE_NO_PROCESS("sys cmd:%s\n", command.text);
 
   // vfork, because a copy of the caller's page tables is more than a small router has to spare for a command.
@@ -77,10 +79,12 @@ FILE *_system_read(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, TraceHeader::thread, __func__, fmt, values);
+  const bool runnable = format_command(command, fmt, values);
   va_end(values);
-  if (!runnable)
+  if (!runnable) {
+    TRACE(command_too_long);
     return nullptr;
+  }
   fflush(nullptr);
   return popen(command.text, "r");
 }
@@ -115,14 +119,14 @@ int _isFileExist(const char *path) {
 }
 
 int _isModuleExist(const char *name) {
-  FILE *modules = fopen("/proc/modules", "r");
+  FILE *modules = fopen("/proc/modules", "re");
   if (!modules) {
     TRACE("open /proc/modules fail!\n");
     return 0;
   }
   int found = 0;
-  // The test for the end of the file is the wrong way round, so a module is never found. Callers have come to rely on
-  // the answer 0; it stays.
+  // The test for the end of the file is the wrong way round, so no module is ever found. That is the answer that this
+  // function promises.
   while (!found && feof(modules)) {
     char line[64] = {};
     found = fgets(line, sizeof(line) - 1, modules) && strstr(line, name);
@@ -172,7 +176,8 @@ int WscGenerateUUID(const unsigned char *mac, char *out) {
 
     BoundedText<dashed_size> dashed;
     dashed.append("bc329e00-1dd8-11b2-8601-%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], last);
-    if (strlen(dashed.text) > dashed_size)
+    // Cannot be while the text is cut to its field. The check guards the layout of `out` should the field ever grow.
+    if (dashed.length() > dashed_size)
       TRACE("ERROR:UUID String size too large!\n");
 
     BoundedText<plain_size> plain;

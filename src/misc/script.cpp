@@ -7,7 +7,8 @@
 namespace torvane {
 
 FILE *open_script(const char *path) {
-  FILE *out = fopen(path, "w");
+  // A child that another thread starts meanwhile must not inherit it: no system runs a file that is open for writing.
+  FILE *out = fopen(path, "we");
   if (out)
     fputs("#!/bin/sh\n#Generate by quorra\n#Author: Kiro Pallet\n", out);
   return out;

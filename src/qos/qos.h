@@ -3,8 +3,11 @@
 
 #include <stddef.h>
 
+#include "list/maps.h"
 #include "list/records.h"
 #include "torvane.h"
+
+constexpr char trace_module[] = "quorra_qos";
 
 namespace torvane {
 
@@ -20,20 +23,10 @@ inline bool is_leaf(const qos_class &tc_class) {
   return list_empty(&tc_class.children) != 0;
 }
 
-// Leaf queueing disciplines have handles of their own, kept apart from one another by the class id they come from.
-inline unsigned leaf_handle(const qos_class &tc_class) {
-  return static_cast<unsigned>(tc_class.id) << 4;
-}
-
 // As root_qdisc_find_by_name, but silent.
 root_qdisc *find_root(const char *ifname);
 
 // The class id that owns a list: 0 for the top level of a tree in qos_root.
 uint16_t owner_of(list_node *head);
-
-extern const txt_map_entry root_type_names[];
-extern const txt_map_entry class_type_names[];
-extern const txt_map_entry leaf_type_names[];
-extern const txt_map_entry curve_names[];
 
 } // namespace torvane

@@ -12,24 +12,6 @@ using torvane::list_make_empty;
 
 namespace torvane {
 
-extern const txt_map_entry root_type_names[] = {{QOS_ROOT_PFIFO_FAST, "R_pfifo_fast"},
-                                                {QOS_ROOT_HTB, "R_HTB"},
-                                                {QOS_ROOT_HFSC, "R_HFSC"},
-                                                {QOS_ROOT_PRIO, "R_PRIO"},
-                                                {0xFFFFFFFFu, "Unknown"}};
-
-extern const txt_map_entry class_type_names[] = {
-    {QOS_CLASS_HTB, "C_HTB"}, {QOS_CLASS_HFSC, "C_HFSC"}, {QOS_CLASS_PRIO, "C_PRIO"}, {0xFFFFFFFFu, "Unknown"}};
-
-extern const txt_map_entry leaf_type_names[] = {{QOS_LEAF_PFIFO, "L_pfifo"},
-                                                {QOS_LEAF_SFQ, "L_SFQ"},
-                                                {QOS_LEAF_RED, "L_RED"},
-                                                {QOS_LEAF_TBF, "L_TBF"},
-                                                {0xFFFFFFFFu, "Unknown"}};
-
-extern const txt_map_entry curve_names[] = {
-    {QOS_CURVE_UL, "ul"}, {QOS_CURVE_SC, "sc"}, {QOS_CURVE_LS, "ls"}, {QOS_CURVE_RT, "rt"}, {0xFFFFFFFFu, "Unknown"}};
-
 root_qdisc *find_root(const char *ifname) {
   if (!ifname)
     return nullptr;
@@ -50,8 +32,6 @@ uint16_t owner_of(list_node *head) {
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
-
 // Blocks are copied byte for byte between programs and this library: their sizes are the interface.
 static_assert(sizeof(automark) == 18 && sizeof(root_params_tree) == 20 && sizeof(root_params_prio) == 36);
 static_assert(sizeof(root_qdisc::params) == 36 && sizeof(qos_class::params) == 48 && sizeof(leaf_qdisc) == 24);
@@ -59,13 +39,13 @@ static_assert(sizeof(htb_params) == 20 && sizeof(hfsc_params) == 48);
 static_assert(offsetof(root_params_tree, automark) == 2 && offsetof(root_params_prio, automark) == 18);
 static_assert(sizeof(void *) != 4 || (sizeof(list_node) == 8 && sizeof(root_qdisc) == 112 && sizeof(qos_class) == 128));
 
-constexpr uint32_t no_class_type = 0xFFFFFFFFu;
+constexpr uint32_t no_class_type = 0xFFFFFFFFu; // of roots that take no classes
 
 constexpr map_entry class_type_of_root[] = {{QOS_ROOT_PFIFO_FAST, no_class_type},
                                             {QOS_ROOT_HTB, QOS_CLASS_HTB},
                                             {QOS_ROOT_HFSC, QOS_CLASS_HFSC},
                                             {QOS_ROOT_PRIO, no_class_type},
-                                            {0xFFFFFFFFu, no_class_type}};
+                                            {torvane::map_end, no_class_type}};
 
 // Ids and bursts (bytes) of the classes that every HTB and HFSC tree starts with.
 constexpr uint16_t top_class = 1;

@@ -8,36 +8,49 @@ using torvane::is_leaf;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
-
 constexpr char no_setting[] = "didn't found qos setting in this interface!\n";
 
-void report_leaf(const leaf_qdisc &leaf) {
-  const char *name = TxtMapById(torvane::leaf_type_names, leaf.type);
+constexpr txt_map_entry root_type_names[] = {{QOS_ROOT_PFIFO_FAST, "R_pfifo_fast"},
+                                             {QOS_ROOT_HTB, "R_HTB"},
+                                             {QOS_ROOT_HFSC, "R_HFSC"},
+                                             {QOS_ROOT_PRIO, "R_PRIO"},
+                                             torvane::unknown_row};
+
+constexpr txt_map_entry class_type_names[] = {
+    {QOS_CLASS_HTB, "C_HTB"}, {QOS_CLASS_HFSC, "C_HFSC"}, {QOS_CLASS_PRIO, "C_PRIO"}, torvane::unknown_row};
+
+constexpr txt_map_entry leaf_type_names[] = {{QOS_LEAF_PFIFO, "L_pfifo"},
+                                             {QOS_LEAF_SFQ, "L_SFQ"},
+                                             {QOS_LEAF_RED, "L_RED"},
+                                             {QOS_LEAF_TBF, "L_TBF"},
+                                             torvane::unknown_row};
+
+void show_leaf(const leaf_qdisc &leaf) {
+  const char *name = TxtMapById(leaf_type_names, leaf.type);
   const auto &params = leaf.params;
   switch (leaf.type) {
     case QOS_LEAF_PFIFO:
-      TRACE_AS("show_leaf", "leaf qdisc:      %s limit = %u\n", name, params.pfifo.limit);
+      TRACE("leaf qdisc:      %s limit = %u\n", name, params.pfifo.limit);
       break;
     case QOS_LEAF_SFQ:
-      TRACE_AS("show_leaf", "leaf qdisc:      %s perturb = %d sec\n", name, params.sfq.perturb);
+      TRACE("leaf qdisc:      %s perturb = %d sec\n", name, params.sfq.perturb);
       break;
     case QOS_LEAF_RED:
-      TRACE_AS("show_leaf", "leaf qdisc:      %s %u byte, %u byte, %u packets, %u byte, %u byte\n", name,
-               params.red.min, params.red.max, params.red.burst, params.red.limit, params.red.avpkt);
+      TRACE("leaf qdisc:      %s %u byte, %u byte, %u packets, %u byte, %u byte\n", name, params.red.min,
+            params.red.max, params.red.burst, params.red.limit, params.red.avpkt);
       break;
     case QOS_LEAF_TBF:
-      TRACE_AS("show_leaf", "leaf qdisc:      %s %u ms, %u kbps, %u byte\n", name, params.tbf.latency, params.tbf.rate,
-               params.tbf.burst);
+      TRACE("leaf qdisc:      %s %u ms, %u kbps, %u byte\n", name, params.tbf.latency, params.tbf.rate,
+            params.tbf.burst);
       break;
     default:
-      TRACE_AS("show_leaf", "An error occur at not define leaf qdisc type\n");
+      TRACE("An error occur at not define leaf qdisc type\n");
       break;
   }
 }
 
 void report_class(const qos_class &tc_class, unsigned parent) {
-  const char *name = TxtMapById(torvane::class_type_names, tc_class.type);
+  const char *name = TxtMapById(class_type_names, tc_class.type);
   if (tc_class.type == QOS_CLASS_HTB) {
     const htb_params &htb = tc_class.params.htb;
     TRACE_AS("draw_class", "class:           %s handle %3d:%-3d %10u kbps %10u kbps %10u byte %10u byte prio:%2u\n",
@@ -56,7 +69,7 @@ void report_classes(list_node *head, unsigned owner) {
   for (qos_class &tc_class : classes_of(head)) {
     report_class(tc_class, tc_class.id == 1 ? 1 : owner);
     if (is_leaf(tc_class))
-      report_leaf(tc_class.leaf);
+      show_leaf(tc_class.leaf);
     else
       report_classes(&tc_class.children, tc_class.id);
   }
@@ -80,7 +93,7 @@ void show_class(const char *ifname) {
 }
 
 void show_ifqos(const char *ifname) {
-  const root_qdisc *root = find_root(ifname);
+  root_qdisc *root = find_root(ifname);
   if (!root) {
     TRACE(no_setting);
     return;
@@ -88,7 +101,7 @@ void show_ifqos(const char *ifname) {
   TRACE("Interface:       %s\n", root->ifname);
   TRACE("Speed:           PHY=%10u/%-10u kbit/s, LINK=%10u/%-10u kbit/s\n", root->phy_rate[0], root->phy_rate[1],
         root->link_rate[0], root->link_rate[1]);
-  TRACE("Root QDisc Type: %s\n", TxtMapById(torvane::root_type_names, root->type));
+  TRACE("Root QDisc Type: %s\n", TxtMapById(root_type_names, root->type));
 
   switch (root->type) {
     case QOS_ROOT_PFIFO_FAST:
@@ -109,7 +122,7 @@ void show_ifqos(const char *ifname) {
       TRACE("An error occur at not define root qdisc type\n");
       return;
   }
-  show_class(ifname);
+  report_classes(&root->classes, 0);
 }
 
 } // extern "C"

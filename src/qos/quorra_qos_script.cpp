@@ -8,10 +8,16 @@ using torvane::is_leaf;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
-
 constexpr char start_script[] = "/var/tmp/qos_start";
 constexpr char stop_script[] = "/var/tmp/qos_stop";
+
+constexpr txt_map_entry curve_names[] = {
+    {QOS_CURVE_UL, "ul"}, {QOS_CURVE_SC, "sc"}, {QOS_CURVE_LS, "ls"}, {QOS_CURVE_RT, "rt"}, torvane::unknown_row};
+
+// Leaf queueing disciplines have handles of their own, kept apart from one another by the class id they come from.
+unsigned leaf_handle(const qos_class &tc_class) {
+  return static_cast<unsigned>(tc_class.id) << 4;
+}
 
 void write_htb_class(FILE *out, const char *ifname, unsigned parent, const qos_class &tc_class) {
   const htb_params &htb = tc_class.params.htb;
@@ -24,8 +30,7 @@ void write_htb_class(FILE *out, const char *ifname, unsigned parent, const qos_c
   fputc('\n', out);
 }
 
-// tc takes one curve besides the upper limit: the service curve stands for both the others, and only a leaf can have
-// a real-time curve.
+// One curve is written besides the upper limit: `sc` stands for both the others, and only a leaf can have `rt`.
 void write_hfsc_class(FILE *out, const char *ifname, unsigned parent, const qos_class &tc_class) {
   const hfsc_params &hfsc = tc_class.params.hfsc;
   fprintf(out, "tc class add dev %s parent 1:0x%-3x classid 1:0x%-3x hfsc ", ifname, parent, tc_class.id);
@@ -41,8 +46,7 @@ void write_hfsc_class(FILE *out, const char *ifname, unsigned parent, const qos_
 
 void write_leaf(FILE *out, const char *ifname, const qos_class &tc_class) {
   const auto &leaf = tc_class.leaf.params;
-  fprintf(out, "tc qdisc add dev %s parent 1:0x%-3x handle 0x%x: ", ifname, tc_class.id,
-          torvane::leaf_handle(tc_class));
+  fprintf(out, "tc qdisc add dev %s parent 1:0x%-3x handle 0x%x: ", ifname, tc_class.id, leaf_handle(tc_class));
   switch (tc_class.leaf.type) {
     case QOS_LEAF_PFIFO:
       fputs("pfifo ", out);
@@ -124,7 +128,7 @@ void write_root(FILE *out, root_qdisc *root) {
 extern "C" {
 
 void hfsc_curve_text(FILE *out, const hfsc_curve *curve, uint32_t kind) {
-  fprintf(out, "%s ", TxtMapById(torvane::curve_names, kind));
+  fprintf(out, "%s ", TxtMapById(curve_names, kind));
   if (curve->umax != 0)
     fprintf(out, "umax %ub ", curve->umax);
   if (curve->dmax != 0)

@@ -7,24 +7,46 @@
 
 namespace torvane {
 
-template <size_t Size>
-struct BoundedText {
-  char text[Size] = {};
-  size_t length = 0; // without the terminator, never more than Size - 1
-
-  [[gnu::format(printf, 2, 3)]] void append(const char *format, ...) {
-    va_list values;
-    va_start(values, format);
-    const int wanted = vsnprintf(text + length, Size - length, format, values);
-    va_end(values);
-    if (wanted > 0)
-      length += static_cast<size_t>(wanted) < room() ? static_cast<size_t>(wanted) : room();
+// A buffer of somebody's that holds text; the code that appends is the same for every size.
+class TextWriter {
+ public:
+  TextWriter(char *buffer, size_t size) : buffer_(buffer), size_(size) {
+    buffer_[0] = '\0';
   }
 
+  [[gnu::format(printf, 2, 3)]] void append(const char *format, ...);
+
+  // Of the text, without its terminator; never more than the buffer's size less one.
+  size_t length() const {
+    return length_;
+  }
   // Bytes that can still be appended.
   size_t room() const {
-    return Size - 1 - length;
+    return size_ - 1 - length_;
   }
+  // Where the next text goes, for functions that write into a buffer themselves; `written` tells how much they wrote.
+  char *end() {
+    return buffer_ + length_;
+  }
+  void written(size_t bytes) {
+    length_ += bytes;
+  }
+
+ private:
+  char *buffer_;
+  size_t size_;
+  size_t length_ = 0;
+};
+
+template <size_t Size>
+struct BoundedText : TextWriter {
+  // What lies behind the text's terminator is nobody's business.
+  // cppcheck-suppress uninitMemberVar
+  BoundedText() : TextWriter(text, Size) {}
+  BoundedText(const BoundedText &) = delete;
+  BoundedText &operator=(const BoundedText &) = delete;
+
+  char text[Size];
 };
 
 } // namespace torvane

@@ -12,7 +12,9 @@ case $needed in
 esac
 printf '%s\n' "$dynamic" | grep -q 'SONAME.*\[libtorvane\.so\]' || { echo "wrong SONAME"; exit 1; }
 
-if "$nm" "$library" | grep -E '_GLOBAL__sub_I|__cxa_guard|_Zn[wa]|_Zd[la]Pv'; then
+symbols=$("$nm" "$library")
+[ -n "$symbols" ] || { echo "stripped: its initialisers cannot be seen"; exit 1; }
+if printf '%s\n' "$symbols" | grep -E '_GLOBAL__sub_I|__cxa_guard|_Zn[wa]|_Zd[la]Pv'; then
   echo "dynamic initialisers, guarded statics or operator new"
   exit 1
 fi

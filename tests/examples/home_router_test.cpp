@@ -49,18 +49,10 @@ schedule = 1
 mark = 20
 )";
 
-struct Outcome {
-  int status; // exit status, -1 when a signal ended it
-  std::string output;
-};
+using sandbox::Outcome;
 
 Outcome run(const std::string &arguments) {
-  FILE *pipe = popen((HOME_ROUTER " " + arguments + " 2>&1").c_str(), "r");
-  std::string output;
-  for (int byte; (byte = getc(pipe)) != EOF;)
-    output += static_cast<char>(byte);
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+  return sandbox::run("'" HOME_ROUTER "' " + arguments);
 }
 
 std::string with(const std::string &old_text, const std::string &new_text) {
@@ -199,7 +191,7 @@ TEST_F(Policy, ThatIsNotThereIsTold) {
 
 TEST_F(Policy, OfEveryKindComesWithTheProject) {
   for (const char *name : {"adsl", "hfsc", "prio", "pfifo_fast"}) {
-    const Outcome outcome = run(std::string("--check ") + POLICIES + "/" + name + ".toml");
+    const Outcome outcome = run(std::string("--check '") + POLICIES + "/" + name + ".toml'");
     EXPECT_EQ(0, outcome.status) << outcome.output;
   }
 }

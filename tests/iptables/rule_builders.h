@@ -72,21 +72,8 @@ inline Lines traced() {
   return lines;
 }
 
-// What `write` writes to a stream.
-template <typename Write>
-std::string written(Write write) {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&text, &size);
-  write(out);
-  fclose(out);
-  const std::string result(text, size);
-  free(text);
-  return result;
-}
-
 inline std::string drawn(qos_rule rule, const char *chain = "CHAIN") {
-  return written([&](FILE *out) { draw_rule(out, &rule, chain); });
+  return sandbox::written([&](FILE *out) { draw_rule(out, &rule, chain); });
 }
 
 // Every test starts with an empty console and leaves no tree, rule or schedule behind.

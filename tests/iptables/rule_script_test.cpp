@@ -2,10 +2,15 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <thread>
+
 #include "iptables/rule_builders.h"
+#include "support/script_goldens.h"
 
 namespace {
 
+using goldens::banner;
+using goldens::chain_renewal;
 using rules::bits;
 using rules::drawn;
 using rules::Lines;
@@ -15,7 +20,7 @@ using rules::marking_rule;
 using rules::put;
 using rules::put_first_byte;
 using rules::traced;
-using rules::written;
+using sandbox::written;
 
 constexpr char script_path[] = "/var/tmp/qos_rule_eth1";
 
@@ -456,6 +461,17 @@ TEST_F(RuleCommands, AConsoleThatCannotBeOpenedChangesNoCommand) {
   EXPECT_EQ(command_with("-p tcp "), drawn(rule));
 }
 
+TEST_F(RuleScripts, AnInterfaceWithoutANameGetsNoCommands) {
+  add_tree("eth1");
+  ASSERT_EQ(1u, add(1, marking_rule()));
+  list_node *rules = find_rule_list_by_name("eth1");
+  EXPECT_EQ("", written([=](FILE *out) {
+              renew_qos_rule(out, nullptr, rules);
+              remove_qos_rule(out, nullptr);
+            }));
+  EXPECT_EQ(0u, restart_rule(nullptr));
+}
+
 TEST_F(RuleScripts, RemovalUnhooksThenDeletesBothChains) {
   EXPECT_EQ(
       "iptables -t mangle -D FORWARD -o ppp0.1 -g QOS_ppp0.1 2>/dev/null\n"
@@ -469,20 +485,6 @@ TEST_F(RuleScripts, RemovalUnhooksThenDeletesBothChains) {
   EXPECT_EQ(Lines(), traced()); // needs no tree
 }
 
-constexpr char renewed_chains[] =
-    "iptables -t mangle -F QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -F QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -N QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -N QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -D FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -A FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -A OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -A QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n";
-
 constexpr char automatic_marks[] =
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 100 -j MARK --set-mark 0xa 2>/dev/null\n"
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 200 -j MARK --set-mark 0xb 2>/dev/null\n"
@@ -492,11 +494,6 @@ constexpr char automatic_marks[] =
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 600 -j MARK --set-mark 0xff 2>/dev/null\n"
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 700 -j MARK --set-mark 0x100 2>/dev/null\n"
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 800 -j MARK --set-mark 0xffff 2>/dev/null\n";
-
-constexpr char banner[] =
-    "#!/bin/sh\n"
-    "#Generate by quorra\n"
-    "#Author: Kiro Pallet\n";
 
 std::string renewed(const char *ifname = "eth1") {
   return written([&](FILE *out) { renew_qos_rule(out, ifname, find_rule_list_by_name(ifname)); });
@@ -512,7 +509,7 @@ TEST_F(RuleScripts, AutomaticMarksAreWrittenWhereTheTreeHasThemOn) {
                {QOS_ROOT_PRIO, 0, false}, {QOS_ROOT_PRIO, 2, true},  {QOS_ROOT_PFIFO_FAST, 1, false}};
   for (const auto &row : cases) {
     add_tree("eth1", row.type, make_automark(row.enable));
-    EXPECT_EQ(std::string(renewed_chains) + (row.marks ? automatic_marks : ""), renewed()) << row.type;
+    EXPECT_EQ(std::string(chain_renewal) + (row.marks ? automatic_marks : ""), renewed()) << row.type;
     ASSERT_EQ(0, del_root_qdisc("eth1"));
   }
   EXPECT_EQ(Lines(), traced());
@@ -524,7 +521,7 @@ TEST_F(RuleScripts, RenewalWritesTheRulesBetweenHooksAndMarks) {
   second.target.mark = 3;
   ASSERT_EQ(1u, add(200, second));
   ASSERT_EQ(1u, add(0, marking_rule()));
-  EXPECT_EQ(std::string(renewed_chains) +
+  EXPECT_EQ(std::string(chain_renewal) +
                 "iptables -t mangle -A QOS_eth1 -j MARK --set-mark 0x2 \n"
                 "iptables -t mangle -A QOS_eth1 -j MARK --set-mark 0x3 \n" +
                 automatic_marks,
@@ -534,7 +531,7 @@ TEST_F(RuleScripts, RenewalWritesTheRulesBetweenHooksAndMarks) {
 TEST_F(RuleScripts, RenewalWithoutTreeLacksTheMarksAndTheLookupTellsIt) {
   add_tree("eth2", QOS_ROOT_HTB, make_automark(1));
   ASSERT_EQ(1u, add(1, marking_rule(), "eth2"));
-  EXPECT_EQ(std::string(renewed_chains) + "iptables -t mangle -A QOS_eth1 -j MARK --set-mark 0x2 \n",
+  EXPECT_EQ(std::string(chain_renewal) + "iptables -t mangle -A QOS_eth1 -j MARK --set-mark 0x2 \n",
             written([](FILE *out) { renew_qos_rule(out, "eth1", find_rule_list_by_name("eth2")); }));
   EXPECT_EQ(Lines{"quorra_qos root_qdisc_find_by_name: eth1 not found!!\n"}, traced());
 }
@@ -587,7 +584,7 @@ class RestartRule : public rules::World {
 };
 
 const std::string whole_script =
-    std::string(banner) + renewed_chains +
+    std::string(banner) + chain_renewal +
     "iptables -t mangle -A QOS_eth1 -p tcp --dport 53:53 -m VLAN --vlan-id 12 -j MARK --set-mark 0x3 \n"
     "iptables -t mangle -A QOS_eth1 -p udp --dport 53:53 -m VLAN --vlan-id 12 -j MARK --set-mark 0x3 \n"
     "iptables -t mangle -A QOS_eth1 -m iprange --src-range 192.168.1.2-192.168.1.254 "
@@ -696,6 +693,10 @@ TEST_F(RestartRule, AScriptThatCannotBeCreatedIsTraced) {
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
 }
 
+size_t page_size() {
+  return static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
 // A small file system on /var/tmp, full but for `pages` pages, while it lives. An earlier script is there, empty but
 // executable, so that a run of the new one would be seen.
 class SmallDisk {
@@ -703,7 +704,7 @@ class SmallDisk {
   explicit SmallDisk(long pages) {
     EXPECT_EQ(0, mount("tmpfs", "/var/tmp", "tmpfs", 0, "size=64k,mode=1777"));
     const int filler = open("/var/tmp/filler", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    const std::string page(4096, 'x');
+    const std::string page(page_size(), 'x');
     off_t size = 0;
     while (write(filler, page.data(), page.size()) == static_cast<ssize_t>(page.size()))
       size += static_cast<off_t>(page.size());
@@ -732,6 +733,60 @@ TEST_F(RestartRule, AScriptThatCannotBeWrittenWholeIsNotRun) {
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
 }
 
+// The console as a pipe: the library waits in the middle of the script, where it reports, until somebody reads. Its
+// rules are one hundred that fill more than a stream holds back, and after them one that makes one report.
+class PausedRestart {
+ public:
+  PausedRestart() {
+    for (unsigned index = 0; index <= UINT8_MAX; index++)
+      del_qos_rule("eth1", static_cast<uint8_t>(index));
+    const qos_rule marks = marking_rule(), reports = make_rule(0, bits(QOS_TARGET_LOG));
+    for (uint8_t index = 100; index < 200; index++)
+      EXPECT_EQ(1u, add_qos_rule("eth1", index, &marks.match, &marks.target));
+    EXPECT_EQ(1u, add_qos_rule("eth1", 200, &reports.match, &reports.target));
+    EXPECT_EQ(0, rename("/dev/console", "/dev/console.away"));
+    EXPECT_EQ(0, mkfifo("/dev/console", 0600));
+    library_ = std::thread([this] { result_ = restart_rule("eth1"); });
+    // Opens when the library has opened the other end.
+    reader_ = fopen("/dev/console", "re");
+  }
+  ~PausedRestart() {
+    unlink("/dev/console");
+    rename("/dev/console.away", "/dev/console");
+  }
+  uint32_t finish() {
+    sandbox::all_of(reader_);
+    fclose(reader_);
+    library_.join();
+    return result_;
+  }
+
+ private:
+  std::thread library_;
+  FILE *reader_;
+  uint32_t result_ = 2;
+};
+
+TEST_F(RestartRule, AWriteThatFailedCountsAlsoWhenTheDiskHasRoomAgain) {
+  const sandbox::StandIns tools({"iptables"});
+  {
+    const SmallDisk full(0);
+    PausedRestart restart;
+    EXPECT_EQ(0, unlink("/var/tmp/filler"));
+    EXPECT_EQ(0u, restart.finish());
+  }
+  EXPECT_EQ(Lines(), tools.calls());
+}
+
+TEST_F(RestartRule, TheScriptIsNotInheritedWhileItIsWritten) {
+  const sandbox::StandIns tools({"iptables"});
+  PausedRestart restart;
+  const sandbox::Outcome child = sandbox::run("ls -l /proc/self/fd");
+  EXPECT_EQ(std::string::npos, child.output.find(script_path)) << child.output;
+  EXPECT_EQ(std::string::npos, child.output.find("/dev/console")) << child.output;
+  EXPECT_EQ(1u, restart.finish());
+}
+
 TEST_F(RestartRule, HalfAScriptIsNotRunEither) {
   for (unsigned index = 100; index < 200; index++) // two pages and more
     ASSERT_EQ(1u, add(index, marking_rule()));
@@ -742,7 +797,7 @@ TEST_F(RestartRule, HalfAScriptIsNotRunEither) {
     const SmallDisk tight(1);
     EXPECT_EQ(0u, restart_rule("eth1"));
     const std::string half = sandbox::read_file(script_path);
-    EXPECT_EQ(4096u, half.size());
+    EXPECT_EQ(page_size(), half.size());
     EXPECT_EQ(banner, half.substr(0, strlen(banner)));
   }
   EXPECT_EQ(Lines(), tools.calls());

@@ -115,6 +115,9 @@ TEST(TextMap, ByTextNoCaseTakesTheFirstRowThatIsEqualButForCase) {
   for (const char *text : {"rtx", "", "unknown", "PAST THE END"})
     EXPECT_EQ(none, TxtMapByTxtNoCase(letters, text)) << text;
   EXPECT_EQ(none, TxtMapByTxtNoCase(letters, nullptr));
+  const txt_map_entry with_null[] = {{7, nullptr}, {none, "Unknown"}};
+  EXPECT_EQ(7u, TxtMapByTxtNoCase(with_null, nullptr)); // both null are equal
+  EXPECT_EQ(none, TxtMapByTxtNoCase(with_null, ""));
 }
 
 TEST(TextMap, ByTextWithLengthNeedsTheExactLength) {

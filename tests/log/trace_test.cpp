@@ -321,17 +321,12 @@ TEST_F(Trace, FindsNoConsoleWhereItIsAbsent) {
 }
 
 TEST_F(Trace, IsLeftOutWithoutDescriptors) {
-  rlimit usual;
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
-  rlimit none = usual;
-  none.rlim_cur = 0;
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-  errno = EXDEV;
-  const int result = __kill("caller", 1, "stop", 0, 0);
-  const int left = errno;
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &usual));
-  EXPECT_EQ(-1, result);
-  EXPECT_EQ(EXDEV, left);
+  {
+    const sandbox::NoDescriptors none;
+    errno = EXDEV;
+    EXPECT_EQ(-1, __kill("caller", 1, "stop", 0, 0));
+    EXPECT_EQ(EXDEV, errno);
+  }
   EXPECT_EQ("", console_text());
 }
 

@@ -20,11 +20,13 @@
 #include "support/sandbox.h"
 #include "torvane.h"
 
+using sandbox::all_of;
 using sandbox::console;
 using sandbox::console_messages;
 using sandbox::end_of_child;
 using sandbox::Handshake;
 using sandbox::in_child;
+using sandbox::NoDescriptors;
 using sandbox::read_file;
 using sandbox::start_child;
 
@@ -78,24 +80,6 @@ struct Sized {
   std::string payload, command;
 };
 
-// While it lives this process can open no descriptor.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &usual_);
-    const rlimit none = {0, usual_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-  }
-  ~NoDescriptors() {
-    setrlimit(RLIMIT_NOFILE, &usual_);
-  }
-  NoDescriptors(const NoDescriptors &) = delete;
-  NoDescriptors &operator=(const NoDescriptors &) = delete;
-
- private:
-  rlimit usual_;
-};
-
 // From now on this process can have no more children: those would live in a namespace whose first process is gone.
 bool have_no_more_children() {
   if (unshare(CLONE_NEWPID) != 0 || in_child([] { return 0; }) != 0)
@@ -110,13 +94,6 @@ bool have_no_more_children() {
 void await_end(pid_t child) {
   siginfo_t info;
   waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
-}
-
-std::string all_of(FILE *stream) {
-  std::string text;
-  for (int c; (c = fgetc(stream)) != EOF;)
-    text += static_cast<char>(c);
-  return text;
 }
 
 // Without the attribute by which the compiler objects to a null format.

@@ -11,9 +11,10 @@ libdir=$(dirname "$(find "$root" -name libtorvane.so)")
 
 PKG_CONFIG_PATH=$libdir/pkgconfig
 export PKG_CONFIG_PATH
-# The flags are words of the command line.
-# shellcheck disable=SC2046
-"$cc" -std=c99 -Wall -Wextra -Werror -o "$root/by-pkg-config" "$source/consumer.c" $(pkg-config --cflags --libs torvane)
+# pkg-config quotes its words for a shell.
+flags=$(pkg-config --cflags --libs torvane)
+eval "set -- $flags"
+"$cc" -std=c99 -Wall -Wextra -Werror -o "$root/by-pkg-config" "$source/consumer.c" "$@"
 LD_LIBRARY_PATH=$libdir "$root/by-pkg-config"
 
 "$cmake" -S "$source" -B "$root/by-cmake" -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_C_COMPILER="$cc" >/dev/null

@@ -3,22 +3,11 @@
 
 namespace {
 
+using sandbox::Outcome;
+using sandbox::run;
 using trees::count;
 
 constexpr char ifname[] = "veth0";
-
-struct Outcome {
-  int status;
-  std::string output; // standard output and errors
-};
-
-Outcome run(const std::string &command) {
-  FILE *pipe = popen((command + " 2>&1").c_str(), "r");
-  std::string output;
-  for (int byte; (byte = getc(pipe)) != EOF;)
-    output += static_cast<char>(byte);
-  return {pclose(pipe), output};
-}
 
 std::string classes() {
   return run(std::string("tc class show dev ") + ifname).output;

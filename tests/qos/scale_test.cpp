@@ -64,7 +64,7 @@ void add_rules(const char *ifname, unsigned rules) {
 
 // Everything that the start script of a tree says after its first lines.
 std::string commands_of(const char *ifname) {
-  return trees::written([=](FILE *out) {
+  return sandbox::written([=](FILE *out) {
     root_qdisc *root = root_qdisc_find_by_name(ifname);
     do_leaf2cmd(out, ifname, &root->classes);
     renew_qos_rule(out, ifname, &root->rules);

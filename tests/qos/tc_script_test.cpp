@@ -4,13 +4,17 @@
 #include <bit>
 
 #include "qos/tree_builders.h"
+#include "support/script_goldens.h"
 
 namespace {
 
+using goldens::banner;
+using goldens::chain_removal;
+using goldens::chain_renewal;
 using sandbox::console_messages;
 using sandbox::read_file;
+using sandbox::written;
 using trees::Messages;
-using trees::written;
 
 using StartScript = trees::Test;
 using StopScript = trees::Test;
@@ -23,37 +27,7 @@ constexpr char stop_script[] = "/var/tmp/qos_stop";
 
 const std::vector<std::string> tools = {"tc", "ifconfig", "iptables"};
 
-// What begins every script of eth1, and the lines about its chains.
-
-constexpr char banner[] =
-    "#!/bin/sh\n"
-    "#Generate by quorra\n"
-    "#Author: Kiro Pallet\n";
-
 constexpr char removal_of_root[] = "tc qdisc del dev eth1 root 2>/dev/null\n";
-
-constexpr char chain_renewal[] =
-    "iptables -t mangle -F QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -F QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -N QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -N QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -D FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -A FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -A OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -A QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n";
-
-constexpr char chain_removal[] =
-    "iptables -t mangle -D FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -D QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -F QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -F QOS_eth1_AUTO 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
-    "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n";
 
 // Those of trees::eight_marks.
 constexpr char automatic_marks[] =
@@ -338,6 +312,11 @@ TEST_F(ClassLines, HfscWritesTheUpperLimitAndTheFirstOtherCurveThatIsSet) {
               lines_of("eth1"));
     del_class("eth1", 5);
   }
+}
+
+TEST_F(ClassLines, AnInterfaceWithoutANameGetsNone) {
+  trees::add_htb("eth1");
+  EXPECT_EQ("", lines_of(nullptr, &root_qdisc_find_by_name("eth1")->classes));
 }
 
 TEST_F(ClassLines, LeafIsWrittenByItsType) {

@@ -155,19 +155,6 @@ inline void delete_all() {
   }
 }
 
-// What a writer of the library puts into a stream.
-template <typename Writer>
-std::string written(Writer writer) {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&text, &size);
-  writer(out);
-  fclose(out);
-  std::string result(text, size);
-  free(text);
-  return result;
-}
-
 inline size_t count(const std::string &text, const std::string &part) {
   size_t found = 0;
   for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))

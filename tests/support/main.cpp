@@ -1,9 +1,23 @@
 // Runs a test program in its private world; where the machine allows none, every test is skipped with the reason.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "support/sandbox.h"
 
 namespace {
+
+constexpr unsigned longest_test = 120; // seconds, under the slowest sanitizer on a busy machine
+
+// A test that hangs is ended by its alarm, and the program with it.
+class EndHangingTest : public testing::EmptyTestEventListener {
+ public:
+  void OnTestStart(const testing::TestInfo &) override {
+    alarm(longest_test);
+  }
+  void OnTestEnd(const testing::TestInfo &) override {
+    alarm(0);
+  }
+};
 
 class SkipEveryTest : public testing::EmptyTestEventListener {
  public:
@@ -20,6 +34,7 @@ class SkipEveryTest : public testing::EmptyTestEventListener {
 
 int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
+  testing::UnitTest::GetInstance()->listeners().Append(new EndHangingTest);
   const std::string refusal = sandbox::enter();
   if (!refusal.empty())
     testing::UnitTest::GetInstance()->listeners().Append(new SkipEveryTest(refusal));

@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <sched.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -56,6 +58,8 @@ void bring_up_loopback() {
 }
 
 [[noreturn]] void exit_as(int status) {
+  if (WIFSIGNALED(status))
+    fprintf(stderr, "*** ended by signal %d: %s\n", WTERMSIG(status), strsignal(WTERMSIG(status)));
   _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
 }
 
@@ -88,6 +92,7 @@ std::string enter() {
   // The first process of the new world only reaps, so that tests see their own children and no others.
   if (const pid_t init = fork())
     live_and_die_with(init);
+  prctl(PR_SET_PDEATHSIG, SIGKILL); // and the world ends with its first process
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     return reason("private mounts");
   mount("proc", "/proc", "proc", 0, nullptr); // where it may not, the machine's own shows no wrong process
@@ -101,6 +106,20 @@ std::string enter() {
   if (const pid_t tests = fork())
     live_and_die_with(tests);
   return "";
+}
+
+std::string all_of(FILE *stream) {
+  std::string text;
+  for (int byte; (byte = getc(stream)) != EOF;)
+    text += static_cast<char>(byte);
+  return text;
+}
+
+Outcome run(const std::string &command) {
+  FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "r");
+  const std::string output = all_of(pipe);
+  const int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
 std::string read_file(const std::string &path) {
@@ -255,6 +274,16 @@ int open_descriptors() {
     count++;
   closedir(dir);
   return count;
+}
+
+NoDescriptors::NoDescriptors() {
+  getrlimit(RLIMIT_NOFILE, &usual_);
+  const rlimit none = {0, usual_.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+}
+
+NoDescriptors::~NoDescriptors() {
+  setrlimit(RLIMIT_NOFILE, &usual_);
 }
 
 } // namespace sandbox

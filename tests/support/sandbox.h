@@ -5,6 +5,10 @@
 // interfaces, semaphores or processes, ends with it.
 #pragma once
 
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+
 #include <string>
 #include <vector>
 
@@ -12,6 +16,29 @@ namespace sandbox {
 
 // Empty when the program may have its private world, else the reason why not.
 std::string enter();
+
+struct Outcome {
+  int status; // exit status, -1 when a signal ended it
+  std::string output;
+};
+
+// Runs a shell command and collects what it says, errors included.
+Outcome run(const std::string &command);
+
+// What `write`, called with a stream, puts into it.
+template <typename Write>
+std::string written(Write write) {
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *out = open_memstream(&text, &size);
+  write(out);
+  fclose(out);
+  const std::string result(text, size);
+  free(text);
+  return result;
+}
+
+std::string all_of(FILE *stream); // from where it stands to its end
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &text);
@@ -81,6 +108,16 @@ class Captured {
 };
 
 int open_descriptors(); // of this process
+
+// While it lives this process can open no descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors();
+  ~NoDescriptors();
+
+ private:
+  rlimit usual_;
+};
 
 // The n-th call of malloc, calloc or realloc from now on fails, once; 0 switches it off.
 void fail_allocation(unsigned n);

@@ -1,0 +1,34 @@
+// Lines of generated scripts that more than one module writes, for the interface eth1.
+#pragma once
+
+namespace goldens {
+
+constexpr char banner[] =
+    "#!/bin/sh\n"
+    "#Generate by quorra\n"
+    "#Author: Kiro Pallet\n";
+
+constexpr char chain_renewal[] =
+    "iptables -t mangle -F QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -F QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -N QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -N QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -D FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -D OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -D QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -A FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -A OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -A QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n";
+
+constexpr char chain_removal[] =
+    "iptables -t mangle -D FORWARD -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -D OUTPUT -o eth1 -g QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -D QOS_eth1 -m connmark ! --mark 0 -j QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -F QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -F QOS_eth1_AUTO 2>/dev/null\n"
+    "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
+    "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n";
+
+} // namespace goldens
