@@ -4,12 +4,12 @@
 #include <stdlib.h>
 
 #include "log/trace.h"
-#include "string/bounded_text.h"
+#include "string/text_writer.h"
 
-using torvane::BoundedText;
 using torvane::has_bit;
 using torvane::rules_of;
 using torvane::schedules;
+using torvane::TextWriter;
 
 namespace torvane {
 
@@ -44,7 +44,7 @@ constexpr txt_map_entry day_names[] = {{0, "Sun"}, {1, "Mon"}, {2, "Tue"}, {3, "
                                        {4, "Thu"}, {5, "Fri"}, {6, "Sat"}, torvane::unknown_row};
 
 // The name of every set bit among the first `count`, each with a comma after it.
-void append_names(torvane::TextWriter &text, const txt_map_entry *names, unsigned count, uint32_t bits) {
+void append_names(TextWriter &text, const txt_map_entry *names, unsigned count, uint32_t bits) {
   for (unsigned bit = 0; bit < count; bit++)
     if (has_bit(bits, bit))
       text.append("%s,", TxtMapById(names, bit));
@@ -164,7 +164,8 @@ uint32_t del_all_sched(void) {
 }
 
 uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size) {
-  BoundedText<torvane::sched_text_size> text;
+  char buffer[torvane::sched_text_size];
+  TextWriter text(buffer);
   if (const qos_sched *sched = search_sched(index)) {
     text.append("-m time ");
     if (sched->all_day == 1)
@@ -176,14 +177,14 @@ uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size) {
     if (days != 0) {
       text.append("--days ");
       append_names(text, day_names, 7, days);
-      text.text[text.length() - 1] = ' ';
+      buffer[text.length() - 1] = ' ';
     }
   }
   if (text.length() == 0 || text.length() > size || !dst) {
     TRACE("schedule index not found!!\n");
     return 0;
   }
-  memcpy(dst, text.text, text.length() + 1);
+  memcpy(dst, buffer, text.length() + 1);
   return 1;
 }
 
@@ -191,7 +192,7 @@ void tcp_flag_text(char out[32], uint8_t flags) {
   if (!out)
     return;
   memset(out, 0, torvane::flag_text_size);
-  torvane::TextWriter text(out, torvane::flag_text_size);
+  TextWriter text(out, torvane::flag_text_size);
   append_names(text, tcp_flag_names, 6, flags);
 }
 

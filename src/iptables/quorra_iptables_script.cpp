@@ -2,9 +2,8 @@
 #include "iptables/iptables.h"
 #include "log/trace.h"
 #include "misc/script.h"
-#include "string/bounded_text.h"
+#include "string/text_writer.h"
 
-using torvane::BoundedText;
 using torvane::first_byte;
 using torvane::has_bit;
 using torvane::TextWriter;
@@ -190,11 +189,13 @@ extern "C" {
 void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
   const qos_match &match = rule->match;
 
-  BoundedText<match_text_size> matches;
+  char match_buffer[match_text_size];
+  TextWriter matches(match_buffer);
   make_match_text(matches, match);
 
   // Each target is written once per protocol text.
-  BoundedText<128> protocols[2];
+  char protocol_buffers[2][128];
+  TextWriter protocols[2] = {TextWriter(protocol_buffers[0]), TextWriter(protocol_buffers[1])};
   unsigned protocol_count = 1;
   if (has_bit(match.match_flags, QOS_MATCH_PROTOCOL)) {
     switch (match.protocol) {
@@ -223,13 +224,14 @@ void draw_rule(FILE *out, qos_rule *rule, const char *chain) {
   for (unsigned bit = QOS_TARGET_MARK; bit <= QOS_TARGET_LOG; bit++) {
     if (!has_bit(rule->target.target_flags, bit))
       continue;
-    BoundedText<64> target;
+    char target_buffer[64];
+    TextWriter target(target_buffer);
     make_target_text(target, rule->target, bit);
     if (target.length() == 0)
       continue;
     for (unsigned i = 0; i < protocol_count; i++)
       fprintf(out, "iptables -t mangle %s %s %s%s%s\n", TxtMapById(chain_actions, append_action), chain,
-              protocols[i].text, matches.text, target.text);
+              protocols[i].text(), matches.text(), target.text());
   }
 }
 
@@ -248,10 +250,11 @@ void renew_qos_rule(FILE *out, const char *ifname, list_node *rules) {
   write_hooks(out, delete_action, ifname); // a hook left from an earlier run must not be doubled
   write_hooks(out, append_action, ifname);
 
-  BoundedText<64> chain;
+  char chain_buffer[64];
+  TextWriter chain(chain_buffer);
   chain.append("QOS_%s", ifname);
   for (qos_rule &rule : torvane::rules_of(rules))
-    draw_rule(out, &rule, chain.text);
+    draw_rule(out, &rule, chain.text());
 
   automark automatic;
   if (!get_automark_value(ifname, &automatic))
@@ -270,15 +273,16 @@ uint32_t restart_rule(const char *ifname) {
     TRACE("QoS struct not fuond!!\n");
     return 0;
   }
-  BoundedText<64> path; // an interface of a tree has 31 characters at most
+  char path_buffer[64]; // an interface of a tree has 31 characters at most
+  TextWriter path(path_buffer);
   path.append("/var/tmp/qos_rule_%s", ifname);
-  FILE *out = torvane::open_script(path.text);
+  FILE *out = torvane::open_script(path.text());
   if (!out) {
     TRACE("Can't open tmp file!!\n");
     return 0;
   }
   renew_qos_rule(out, ifname, rules);
-  return torvane::run_script(out, path.text, trace_module, __LINE__, __func__);
+  return torvane::run_script(out, path.text(), trace_module, __LINE__, __func__);
 }
 
 } // extern "C"

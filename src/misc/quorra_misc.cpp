@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "log/trace.h"
-#include "string/bounded_text.h"
+#include "string/text_writer.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ constexpr char command_too_long[] = "command too long\n";
 
 } // namespace
 
-using torvane::BoundedText;
+using torvane::TextWriter;
 
 extern "C" {
 
@@ -174,18 +174,18 @@ int WscGenerateUUID(const unsigned char *mac, char *out) {
   for (size_t i = 0; i < count; i++) {
     const unsigned last = mac[5] + static_cast<unsigned>(i); // three digits past ff; the text is cut then
 
-    BoundedText<dashed_size> dashed;
+    char dashed_text[dashed_size], plain_text[plain_size];
+    TextWriter dashed(dashed_text), plain(plain_text);
     dashed.append("bc329e00-1dd8-11b2-8601-%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], last);
     // Cannot be while the text is cut to its field. The check guards the layout of `out` should the field ever grow.
     if (dashed.length() > dashed_size)
       TRACE("ERROR:UUID String size too large!\n");
 
-    BoundedText<plain_size> plain;
     plain.append("bc329e001dd811b28601%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], last);
 
     if (out) {
-      memcpy(out + plain_size * i, plain.text, plain_size);
-      memcpy(out + plain_size * count + dashed_size * i, dashed.text, dashed_size);
+      memcpy(out + plain_size * i, plain_text, plain_size);
+      memcpy(out + plain_size * count + dashed_size * i, dashed_text, dashed_size);
     }
   }
   return 0;

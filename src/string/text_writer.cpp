@@ -1,4 +1,4 @@
-#include "string/bounded_text.h"
+#include "string/text_writer.h"
 
 namespace torvane {
 

@@ -7,15 +7,20 @@
 
 namespace torvane {
 
-// A buffer of somebody's that holds text; the code that appends is the same for every size.
 class TextWriter {
  public:
+  // The buffer is the caller's; it holds an empty text from now on.
+  template <size_t Size>
+  explicit TextWriter(char (&buffer)[Size]) : TextWriter(buffer, Size) {}
   TextWriter(char *buffer, size_t size) : buffer_(buffer), size_(size) {
     buffer_[0] = '\0';
   }
 
   [[gnu::format(printf, 2, 3)]] void append(const char *format, ...);
 
+  const char *text() const {
+    return buffer_;
+  }
   // Of the text, without its terminator; never more than the buffer's size less one.
   size_t length() const {
     return length_;
@@ -36,17 +41,6 @@ class TextWriter {
   char *buffer_;
   size_t size_;
   size_t length_ = 0;
-};
-
-template <size_t Size>
-struct BoundedText : TextWriter {
-  // What lies behind the text's terminator is nobody's business.
-  // cppcheck-suppress uninitMemberVar
-  BoundedText() : TextWriter(text, Size) {}
-  BoundedText(const BoundedText &) = delete;
-  BoundedText &operator=(const BoundedText &) = delete;
-
-  char text[Size];
 };
 
 } // namespace torvane
