@@ -19,9 +19,10 @@
  * Results.    Every module has its own result codes, and two of them have opposite senses: the QoS tree
  *             operations return 0 for success, the rule, schedule and script operations return 1 for success.
  *             Each function says which it is.
- * Traces.     "Traces TEXT" below means: the library opens "/dev/console" in mode "a", writes a coloured header
- *             (see __stdprintf_info__) and TEXT, and closes the console again, once per trace. A console that cannot
- *             be opened suppresses that line and changes nothing else; errno is what it was before the trace.
+ * Traces.     "Traces TEXT" below means: the library opens "/dev/console" in mode "a" (and close-on-exec), writes a
+ *             coloured header (see __stdprintf_info__) and TEXT, and closes the console again, once per trace. A
+ *             console that cannot be opened suppresses that line and changes nothing else; errno is what it was
+ *             before the trace.
  * Ownership.  Records that the library makes (root_qdisc, qos_class, qos_rule, qos_sched) are the library's: use the
  *             pointers until the record is deleted, and never free them. Blocks passed in are copied; the caller
  *             keeps its own.
@@ -609,8 +610,8 @@ extern list_node sched_root;
  *
  * Returns 1; or 0 with the list unchanged, and a trace that tells why: "QoS tree not found!!\n" (after the lookup's
  * own), "Index already exist!!\n", "Mark key not found!!\n" when the mark target is set and `mark` is no class
- * without children (check_Key; a mark above 0xffff is none), "Memory allocate fail!!\n". A
- * null `match` or `target` gives 0 without a trace.
+ * without children (check_Key; a mark above 0xffff is none), "Memory allocate fail!!\n". A null `match` or `target`
+ * gives 0 without a trace.
  */
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 

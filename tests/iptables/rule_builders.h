@@ -35,6 +35,18 @@ inline qos_rule make_rule(uint32_t match_flags, uint32_t target_flags) {
   return rule;
 }
 
+// Takes protocol, ports and TCP flags over from a row of a table of cases.
+template <typename Row>
+void put_protocol(qos_match &match, const Row &row) {
+  match.protocol = row.protocol;
+  match.sport_min = row.sport_min;
+  match.sport_max = row.sport_max;
+  match.dport_min = row.dport_min;
+  match.dport_max = row.dport_max;
+  match.tcp_flag_mask = row.mask;
+  match.tcp_flag_set = row.set;
+}
+
 // A rule without matches that marks for leaf class 2.
 inline qos_rule marking_rule(uint32_t match_flags = 0) {
   qos_rule rule = make_rule(match_flags, bits(QOS_TARGET_MARK));

@@ -180,13 +180,7 @@ TEST_F(RuleReport, ProtocolLines) {
   };
   for (const auto &row : cases) {
     qos_rule rule = make_rule(bits(QOS_MATCH_PROTOCOL), 0);
-    rule.match.protocol = row.protocol;
-    rule.match.sport_min = row.sport_min;
-    rule.match.sport_max = row.sport_max;
-    rule.match.dport_min = row.dport_min;
-    rule.match.dport_max = row.dport_max;
-    rule.match.tcp_flag_mask = row.mask;
-    rule.match.tcp_flag_set = row.set;
+    rules::put_protocol(rule.match, row);
     expect_match(row.line, rule);
   }
   for (const uint32_t code : {5u, 0xFFFFFFFFu}) {

@@ -11,6 +11,7 @@ namespace {
 
 using goldens::banner;
 using goldens::chain_renewal;
+using goldens::chain_renewal_calls;
 using rules::bits;
 using rules::drawn;
 using rules::Lines;
@@ -118,13 +119,8 @@ TEST_F(RuleCommands, ProtocolsWithPortsAndFlags) {
       {4, 1, 2, 3, 4, 0x10, 0x20, "-p all "},
   };
   for (const auto &row : cases) {
-    qos_rule rule = tcp_rule(row.protocol);
-    rule.match.sport_min = row.sport_min;
-    rule.match.sport_max = row.sport_max;
-    rule.match.dport_min = row.dport_min;
-    rule.match.dport_max = row.dport_max;
-    rule.match.tcp_flag_mask = row.mask;
-    rule.match.tcp_flag_set = row.set;
+    qos_rule rule = tcp_rule();
+    rules::put_protocol(rule.match, row);
     EXPECT_EQ(command_with(row.options), drawn(rule));
     EXPECT_EQ(Lines{"quorra_iptables draw_rule: get QF_PROTOCOL match type\n"}, traced());
   }
@@ -606,19 +602,7 @@ TEST_F(RestartRule, WritesTheScriptAndRunsIt) {
                    "quorra_iptables draw_rule: LOG target not implement!!\n"}),
             traced());
 
-  const Lines expected = {
-      "iptables [-t] [mangle] [-F] [QOS_eth1]",
-      "iptables [-t] [mangle] [-F] [QOS_eth1_AUTO]",
-      "iptables [-t] [mangle] [-X] [QOS_eth1]",
-      "iptables [-t] [mangle] [-X] [QOS_eth1_AUTO]",
-      "iptables [-t] [mangle] [-N] [QOS_eth1]",
-      "iptables [-t] [mangle] [-N] [QOS_eth1_AUTO]",
-      "iptables [-t] [mangle] [-D] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",
-      "iptables [-t] [mangle] [-D] [OUTPUT] [-o] [eth1] [-g] [QOS_eth1]",
-      "iptables [-t] [mangle] [-D] [QOS_eth1] [-m] [connmark] [!] [--mark] [0] [-j] [QOS_eth1_AUTO]",
-      "iptables [-t] [mangle] [-A] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",
-      "iptables [-t] [mangle] [-A] [OUTPUT] [-o] [eth1] [-g] [QOS_eth1]",
-      "iptables [-t] [mangle] [-A] [QOS_eth1] [-m] [connmark] [!] [--mark] [0] [-j] [QOS_eth1_AUTO]",
+  const Lines rules_and_marks = {
       "iptables [-t] [mangle] [-A] [QOS_eth1] [-p] [tcp] [--dport] [53:53] [-m] [VLAN] [--vlan-id] [12] "
       "[-j] [MARK] [--set-mark] [0x3]",
       "iptables [-t] [mangle] [-A] [QOS_eth1] [-p] [udp] [--dport] [53:53] [-m] [VLAN] [--vlan-id] [12] "
@@ -637,6 +621,8 @@ TEST_F(RestartRule, WritesTheScriptAndRunsIt) {
       "iptables [-t] [mangle] [-A] [QOS_eth1_AUTO] [-m] [connmark] [--mark] [600] [-j] [MARK] [--set-mark] [0xff]",
       "iptables [-t] [mangle] [-A] [QOS_eth1_AUTO] [-m] [connmark] [--mark] [700] [-j] [MARK] [--set-mark] [0x100]",
       "iptables [-t] [mangle] [-A] [QOS_eth1_AUTO] [-m] [connmark] [--mark] [800] [-j] [MARK] [--set-mark] [0xffff]"};
+  Lines expected = chain_renewal_calls;
+  expected.insert(expected.end(), rules_and_marks.begin(), rules_and_marks.end());
   EXPECT_EQ(expected, tools.calls());
 }
 

@@ -248,21 +248,13 @@ TEST_F(Rules, WithoutMemoryTheListStaysAsItWas) {
   ASSERT_EQ(1u, add(1, marking_rule()));
   ASSERT_EQ(1u, add(9, marking_rule()));
   const qos_rule rule = marking_rule();
-  unsigned failures = 0;
-  for (unsigned n = 1; n < 50; n++) {
-    sandbox::fail_allocation(n);
-    const uint32_t result = add(5, rule);
-    const bool failed = sandbox::allocation_failed();
-    sandbox::fail_allocation(0);
-    if (!failed) {
-      EXPECT_EQ(1u, result);
-      break;
-    }
-    failures++;
-    EXPECT_EQ(0u, result);
-    EXPECT_EQ(Lines{"quorra_iptables add_qos_rule: Memory allocate fail!!\n"}, traced());
-    EXPECT_EQ((Indexes{1, 9}), indexes());
-  }
+  const auto add_rule = [&] { return add(5, rule); };
+  const auto check = [](uint32_t result, bool failed) {
+    EXPECT_EQ(failed ? 0u : 1u, result);
+    EXPECT_EQ(failed ? Lines{"quorra_iptables add_qos_rule: Memory allocate fail!!\n"} : Lines(), traced());
+    EXPECT_EQ(failed ? (Indexes{1, 9}) : (Indexes{1, 5, 9}), indexes());
+  };
+  const unsigned failures = sandbox::fail_each_allocation(add_rule, check);
   EXPECT_EQ(1u, failures); // the record is all that a rule takes
   EXPECT_EQ((Indexes{1, 5, 9}), indexes());
 }
@@ -399,20 +391,12 @@ TEST_F(Schedules, OfTwoWithOneIndexTheOlderIsFoundAndDeletedFirst) {
 
 TEST_F(Schedules, WithoutMemoryNoneIsAdded) {
   ASSERT_EQ(1u, add_sched_of(1));
-  unsigned failures = 0;
-  for (unsigned n = 1; n < 50; n++) {
-    sandbox::fail_allocation(n);
-    const uint32_t result = add_sched_of(2);
-    const bool failed = sandbox::allocation_failed();
-    sandbox::fail_allocation(0);
-    if (!failed) {
-      EXPECT_EQ(1u, result);
-      break;
-    }
-    failures++;
-    EXPECT_EQ(0u, result);
-    EXPECT_EQ(1u, all().size());
-  }
+  const auto add_second = [] { return add_sched_of(2); };
+  const auto check = [](uint32_t result, bool failed) {
+    EXPECT_EQ(failed ? 0u : 1u, result);
+    EXPECT_EQ(failed ? 1u : 2u, all().size());
+  };
+  const unsigned failures = sandbox::fail_each_allocation(add_second, check);
   EXPECT_EQ(1u, failures);
   EXPECT_EQ(2u, all().size());
   EXPECT_EQ(Lines(), traced());

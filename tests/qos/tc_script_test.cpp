@@ -10,7 +10,9 @@ namespace {
 
 using goldens::banner;
 using goldens::chain_removal;
+using goldens::chain_removal_calls;
 using goldens::chain_renewal;
+using goldens::chain_renewal_calls;
 using sandbox::console_messages;
 using sandbox::read_file;
 using sandbox::written;
@@ -503,31 +505,6 @@ TEST_F(CurveText, IsNameThenWhatIsNotZeroThenTheRate) {
 }
 
 // Scripts that run.
-
-const Messages chain_removal_calls = {
-    "iptables [-t] [mangle] [-D] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-D] [OUTPUT] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-D] [QOS_eth1] [-m] [connmark] [!] [--mark] [0] [-j] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-F] [QOS_eth1]",
-    "iptables [-t] [mangle] [-F] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-X] [QOS_eth1]",
-    "iptables [-t] [mangle] [-X] [QOS_eth1_AUTO]",
-};
-
-const Messages chain_renewal_calls = {
-    "iptables [-t] [mangle] [-F] [QOS_eth1]",
-    "iptables [-t] [mangle] [-F] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-X] [QOS_eth1]",
-    "iptables [-t] [mangle] [-X] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-N] [QOS_eth1]",
-    "iptables [-t] [mangle] [-N] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-D] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-D] [OUTPUT] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-D] [QOS_eth1] [-m] [connmark] [!] [--mark] [0] [-j] [QOS_eth1_AUTO]",
-    "iptables [-t] [mangle] [-A] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-A] [OUTPUT] [-o] [eth1] [-g] [QOS_eth1]",
-    "iptables [-t] [mangle] [-A] [QOS_eth1] [-m] [connmark] [!] [--mark] [0] [-j] [QOS_eth1_AUTO]",
-};
 
 const Messages stop_pfifo_calls = [] {
   Messages calls = {"tc [qdisc] [del] [dev] [eth1] [root]"};

@@ -27,11 +27,8 @@ htb_params htb_of(const char *ifname, uint16_t id) {
 // Every outcome of making a tree while one allocation after the other fails, "result:classes", without repetitions.
 Messages outcomes_of_failed_allocations(uint32_t type, const void *params) {
   Messages outcomes;
-  for (unsigned n = 1;; n++) {
-    sandbox::fail_allocation(n);
-    const int result = add_root_qdisc(trees::speeds, "eth1", type, params);
-    const bool failed = sandbox::allocation_failed();
-    sandbox::fail_allocation(0);
+  const auto add_root = [=] { return add_root_qdisc(trees::speeds, "eth1", type, params); };
+  const auto note = [&](int result, bool) {
     const std::string outcome = std::to_string(result) + ":" + shape("eth1");
     if (outcomes.empty() || outcomes.back() != outcome)
       outcomes.push_back(outcome);
@@ -39,9 +36,9 @@ Messages outcomes_of_failed_allocations(uint32_t type, const void *params) {
       EXPECT_EQ(type, root_qdisc_find_by_name("eth1")->type);
       EXPECT_EQ(0, del_root_qdisc("eth1"));
     }
-    if (!failed)
-      return outcomes;
-  }
+  };
+  sandbox::fail_each_allocation(add_root, note);
+  return outcomes;
 }
 
 TEST_F(RootQdisc, KeepsSpeedsNameTypeAndTheParametersOfItsType) {
@@ -455,20 +452,12 @@ TEST_F(Class, WithoutMemoryTheTreeStaysAsItWas) {
   const hfsc_params params = {};
   for (const char *ifname : {"htb", "hfsc"})
     for (const uint16_t parent : Ids{0, 1, 2}) {
-      unsigned failures = 0;
-      for (unsigned n = 1;; n++) {
-        sandbox::fail_allocation(n);
-        const int result = add_class(ifname, parent, 9, &params);
-        const bool failed = sandbox::allocation_failed();
-        sandbox::fail_allocation(0);
-        if (!failed) {
-          EXPECT_EQ(0, result);
-          break;
-        }
-        failures++;
-        EXPECT_EQ(3, result);
-        EXPECT_EQ("1(2~10,3)", shape(ifname));
-      }
+      const auto add_ninth = [&] { return add_class(ifname, parent, 9, &params); };
+      const auto check = [&](int result, bool failed) {
+        EXPECT_EQ(failed ? 3 : 0, result);
+        EXPECT_EQ(failed, shape(ifname) == "1(2~10,3)");
+      };
+      const unsigned failures = sandbox::fail_each_allocation(add_ninth, check);
       EXPECT_LT(0u, failures);
       EXPECT_EQ(0, del_class(ifname, 9));
     }

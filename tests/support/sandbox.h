@@ -123,4 +123,19 @@ class NoDescriptors {
 void fail_allocation(unsigned n);
 bool allocation_failed(); // since the last fail_allocation
 
+// Makes `attempt` again and again, its first allocation failing, then its second, until none fails any more. Every
+// result is told to `check` with whether an allocation failed. Returns how many attempts had one that failed.
+template <typename Attempt, typename Check>
+unsigned fail_each_allocation(Attempt attempt, Check check) {
+  for (unsigned n = 1;; n++) {
+    fail_allocation(n);
+    const auto result = attempt();
+    const bool failed = allocation_failed();
+    fail_allocation(0);
+    check(result, failed);
+    if (!failed)
+      return n - 1;
+  }
+}
+
 } // namespace sandbox
