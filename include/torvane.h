@@ -4,6 +4,7 @@
  * This header is the manual. One section per module:
  *
  *   Console trace            __stdprintf_info__, my_gettid
+ *   Event log                createLog, putlog, __syslogprintf
  *   Lists and maps           list_*, strCmpNoCase, MapBy*, TxtMapBy*
  *   QoS tree                 root queueing disciplines, classes, leaf queueing disciplines
  *   QoS scripts and report   start_qos, stop_qos, restart_qos, show_ifqos
@@ -11,6 +12,23 @@
  *   Rule scripts and report  restart_rule, renew_qos_rule, show_rule
  *   Process helpers          commands through the shell, signals, probes, UUIDs
  *   IPC helpers              System V shared memory, and the semaphore that is the library's lock
+ *   Strings                  guards and escapers for text that meets the shell, small text functions
+ *   Interfaces               addresses, flags and names of the kernel's interfaces
+ *   Address conversions      IPv4 text, endpoints, masks, MAC text
+ *   Sockets                  open, listen, connect, send, receive
+ *   Select service           socket_select: a thread that watches sockets for its handlers
+ *   Bandwidth monitor        rates and histories per interface
+ *   IPv6 addresses           netlink dump, addresses and gateway by interface, text
+ *   DNS client               dnsQuery4: several servers and names at once
+ *   Timers                   callbacks at whole seconds of the monotonic clock
+ *   Thread pool              workers on a bounded queue; a counter that limits threads
+ *   Tracked memory           xmalloc and its kin: blocks that a program can list
+ *   Configuration files      keys and values into a declared table
+ *   Storage and load         flash partitions, file systems, CPU load
+ *   Word tables              texts by number from a file
+ *   CGI requests             form entries, URI and base64 coding, paths
+ *   CGI responses            HTML escaping, flat XML replies, redirects
+ *   XML                      documents built and printed; element lookup in text
  *
  * Usable from C99 and C++. Link with -ltorvane; the library itself needs only libc.
  *
@@ -40,8 +58,12 @@
 #ifndef TORVANE_H
 #define TORVANE_H
 
+#include <pthread.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/select.h>
 
 #if defined(__GNUC__)
 #define TORVANE_PRINTF(format_at, values_at) __attribute__((format(printf, format_at, values_at)))
@@ -83,6 +105,8 @@ int __stdprintf_info__(FILE *stream, const char *file, int line, const char *fun
 
 /* The calling thread's kernel thread id (that of the main thread is the process id). Never fails. Any thread. */
 int my_gettid(void);
+
+/* @log@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Lists and maps
@@ -861,6 +885,154 @@ int downdown(int id, const char *file, int line, const char *func, int trace);
  * more holder in. Returns 0; or 1, traced and told likewise ("sem up: ...").
  */
 int upup(int id, const char *file, int line, const char *func, int trace);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Strings
+ * ------------------------------------------------------------------------------------------------------------------
+ * Guards and escapers for text on its way to the shell, and small text functions. Nothing here traces or keeps state;
+ * any thread may call it. Character classes and cases are those of the process's locale (the plain ASCII ones unless
+ * the program calls setlocale). Times are linear in the lengths of the texts unless a function says otherwise.
+ *
+ * Which guard: refuse text that hasInjectionString reports wherever a refusal is possible; it is the only one of the
+ * three that asks no more of its caller. It lets blanks, a leading "-", "$NAME" and "!" pass, so a text that it accepts
+ * may still be several words, an option or a variable of the shell: put it in double quotes, and test it for what it
+ * should be (an address, a number, a name) first.
+ */
+
+/*
+ * 1 when `text` holds one of these, which it then also prints on standard output as "[%s::%s::%d] Injection string:
+ * %s\n" with "vemta_string", "hasInjectionString", a source line and the text; else 0, also for null:
+ *
+ *   ` & " # * ? ~ > ^ < ) ( { } [ ] \ ; ' |   newline, form feed, and "$(" (a "$" alone may stay)
+ */
+int hasInjectionString(const char *text);
+
+/*
+ * Copies `text` with a backslash before every character that the shell would take for its own (newline, form feed, and
+ * " # $ & ( ) * ; < > ? [ \ ] ^ ` { | } ~), for use outside quotes, where a blank still separates words.
+ *
+ *   dst  points to the pointer to the output: at least twice the length of the text plus one byte, zeroed by the
+ *        caller, as no terminator is written. The pointer is not moved
+ *
+ * The output ends at the first single quote. If another one follows it, nothing more is written; if not, a backslash
+ * and a quote are written once for each character from there to the end. So text with single quotes comes out cut or
+ * wrong, though harmless; refuse it first. A newline comes out as backslash-newline, which a shell takes away.
+ *
+ * Returns 0; or 1 when `text`, `dst` or the pointer there is null.
+ */
+int escapeShellCommand(const char *text, char **dst);
+
+/*
+ * Copies `len` bytes with a backslash before each of these 26 characters, so that outside quotes they make one word:
+ *
+ *   ` blank \ / ' " ; | ! @ $ ^ & ( ) = , : * ? < > [ ] { }
+ *
+ *   src   `len` bytes; needs no terminator
+ *   size  bytes of `dst` that are zeroed and filled. Room is looked at before each source byte, so a byte with its
+ *         backslash may go ONE BYTE PAST `size`: pass a buffer that is one byte larger than `size`, and twice `len`
+ *         or more as `size` when nothing may be cut
+ *
+ * Not covered: a newline, a tab, "#" and "~" at the start of a word, a leading "-", and an empty text, which makes no
+ * word at all.
+ *
+ * Returns the number of bytes written; or -1, with nothing written, when `size` is below `len` or 0, or a pointer is
+ * null.
+ */
+int SpecialCharConvert(const char *src, int len, char *dst, int size);
+
+/* 1 when every character is a hexadecimal digit, or there is none; else 0, also for null. */
+int is_hex(const char *text);
+
+/* 1 when every character is a decimal digit, or there is none; else 0, also for null. */
+int is_number(const char *text);
+
+/* How often the character `c` occurs; 0 for null. */
+int num_delim(const char *text, char c);
+
+/*
+ * How often `pattern` occurs, from left to right and without overlaps ("aa" is 2 times in "aaaa"); 0 when either is null
+ * or the pattern is empty.
+ */
+int num_delim_s(const char *text, const char *pattern);
+
+/* Change the text in place to lower or upper case; null is ignored. */
+void j_tolower(char *text);
+void j_toupper(char *text);
+
+/* Offset in bytes of the first occurrence of `pattern`; 0xFFFFFFFF when there is none or either is null. */
+unsigned strpos(const char *text, const char *pattern);
+
+/*
+ * Replaces every occurrence of `pattern` in place, the first one first, and looks again from the start of the text
+ * after each, until there is none or the next result would not fit 4096 bytes with its terminator: then the text stays
+ * as the pass before left it. A replacement that holds the pattern therefore grows the text up to that size.
+ *
+ *   text  in a buffer with room for the result: 4096 bytes are always enough
+ *
+ * A null argument, an empty pattern and a replacement equal to the pattern change nothing. Returns null, always. Each
+ * pass is linear; there is one for each occurrence.
+ */
+char *j_replace(char *text, const char *pattern, const char *replacement);
+
+/*
+ * The first place in `text` where `pattern` stands, without regard to case; null when there is none, the pattern is
+ * empty, or either is null. Takes at most text length times pattern length. Not the C library's function of that name,
+ * which finds an empty pattern everywhere; that is the one a program gets when it is linked before this library.
+ */
+#ifndef __CORRECT_ISO_CPP_STRING_H_PROTO /* else the C library's header declares it, once for each constness */
+char *strcasestr(const char *text, const char *pattern);
+#endif
+
+/* free(3); null is ignored. */
+void freeString(void *text);
+
+/*
+ * Copies the bytes `start` up to, not including, `end` of `src` to `dst`, without a terminator.
+ *
+ *   src   holds at least `end` bytes
+ *   size  bytes of `dst`
+ *
+ * Returns `size` when `end` is before `start`; 1, with nothing copied, when the bytes do not fit, `start` is negative
+ * or a pointer is null; else the address `dst` as a number.
+ */
+intptr_t substring(const char *src, int start, int end, char *dst, int size);
+
+/* 0 when both texts are there and equal, else 1 (also for two nulls). */
+int j_strcmp(const char *a, const char *b);
+
+/* The lower-case hexadecimal digit of the low four bits. */
+char to_hex(char value);
+
+/* The value of a hexadecimal digit of either case. For any other character its lower-case code minus 87: no error. */
+char from_hex(char c);
+
+/* @network@ */
+
+/* @sockets@ */
+
+/* @monitor@ */
+
+/* @ipv6@ */
+
+/* @dns@ */
+
+/* @timer@ */
+
+/* @threadpool@ */
+
+/* @mem@ */
+
+/* @cfg@ */
+
+/* @sysinfo@ */
+
+/* @words@ */
+
+/* @cgi@ */
+
+/* @cgi2@ */
+
+/* @xml@ */
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/example.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -52,7 +53,7 @@ mark = 20
 using sandbox::Outcome;
 
 Outcome run(const std::string &arguments) {
-  return sandbox::run("'" HOME_ROUTER "' " + arguments);
+  return sandbox::run(sandbox::example("home_router") + " " + arguments);
 }
 
 std::string with(const std::string &old_text, const std::string &new_text) {
@@ -208,7 +209,8 @@ TEST_F(Policy, IsAppliedReportedAndTakenAwayOnSigterm) {
     dup2(ends[1], 1);
     close(ends[0]);
     close(ends[1]);
-    execl(HOME_ROUTER, "home_router", policy_path, static_cast<char *>(nullptr));
+    const std::string command = "exec " + sandbox::example("home_router") + " " + policy_path;
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char *>(nullptr));
     _exit(127);
   }
   close(ends[1]);

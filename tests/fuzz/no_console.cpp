@@ -1,0 +1,9 @@
+// Fuzzed code traces a great deal; none of it goes to this machine's console.
+#include <stdio.h>
+#include <string.h>
+
+extern "C" FILE *__real_fopen(const char *path, const char *mode);
+
+extern "C" FILE *__wrap_fopen(const char *path, const char *mode) {
+  return strcmp(path, "/dev/console") == 0 ? nullptr : __real_fopen(path, mode);
+}
