@@ -950,8 +950,8 @@ int is_number(const char *text);
 int num_delim(const char *text, char c);
 
 /*
- * How often `pattern` occurs, from left to right and without overlaps ("aa" is 2 times in "aaaa"); 0 when either is null
- * or the pattern is empty.
+ * How often `pattern` occurs, from left to right and without overlaps ("aa" is 2 times in "aaaa"); 0 when either is
+ * null or the pattern is empty.
  */
 int num_delim_s(const char *text, const char *pattern);
 

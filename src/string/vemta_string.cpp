@@ -133,7 +133,7 @@ char *j_replace(char *text, const char *pattern, const char *replacement) {
       return nullptr;
     const char *rest = found + pattern_length;
     memmove(found + replacement_length, rest, length - static_cast<size_t>(rest - text) + 1);
-    memcpy(found, replacement, replacement_length);
+    memcpy(found, replacement, replacement_length); // NOLINT(bugprone-not-null-terminated-result): the rest is
     length = new_length;
   }
   return nullptr;
