@@ -1,0 +1,106 @@
+// Values of elements, found in XML text by a plain search for their tags.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "log/trace.h"
+
+namespace {
+
+constexpr char trace_module[] = "vemta_xml";
+
+constexpr size_t pattern_size = 512;
+
+bool ends_tag_name(char c) {
+  return c == ' ' || c == '/' || c == '>';
+}
+
+// Where the name ends in the first start tag with `pattern` ("<name"); null when there is none. Upper and lower case
+// are one at the first place that is looked at, and two at those after it.
+const char *find_start_tag(const char *text, const char *pattern) {
+  const char *found = strcasestr(text, pattern);
+  while (found) {
+    const char *const after = found + strlen(pattern);
+    if (ends_tag_name(*after))
+      return after;
+    found = strstr(after, pattern);
+  }
+  return nullptr;
+}
+
+} // namespace
+
+extern "C" {
+
+int _get_element_value(const char *text, char *dest, int size, const char *name) {
+  if (!text || !dest || !name)
+    return 0;
+  const size_t room = size > 0 ? static_cast<size_t>(size) : 0;
+  memset(dest, 0, room);
+
+  char opening[pattern_size], closing[pattern_size];
+  snprintf(opening, sizeof(opening), "<%s", name);
+  snprintf(closing, sizeof(closing), "</%s", name);
+
+  const char *at = find_start_tag(text, opening);
+  if (!at)
+    return 0;
+  for (; *at != '>'; at++) {
+    if (*at == '\0')
+      return 0;
+    if (at[0] == '/' && at[1] == '>')
+      return 1;
+  }
+  const char *const content = at + 1;
+  const char *const end = strstr(content, closing);
+  if (!end)
+    return 0;
+  const size_t length = static_cast<size_t>(end - content);
+  memcpy(dest, content, length < room ? length : room);
+  return 1;
+}
+
+int get_element_value(const char *text, char *dest, int size, const char *path) {
+  if (!text || !dest || !path)
+    return 0;
+  const size_t path_size = strlen(path) + 1;
+  char *const components = static_cast<char *>(calloc(1, path_size));
+  if (!components) {
+    TRACE("cannot alloc memory, return error\n");
+    return 0;
+  }
+  memcpy(components, path, path_size);
+
+  int found;
+  char *outer = nullptr; // content of the element found last, in which the next one is looked for
+  for (char *component = components;;) {
+    // A path that begins with "/" has it in its first name, which no element has.
+    char *rest = component + strspn(component, "/");
+    rest += strcspn(rest, "/");
+    if (*rest)
+      *rest++ = '\0';
+    if (!*rest) {
+      found = _get_element_value(text, dest, size, component);
+      break;
+    }
+
+    const size_t length = strlen(text);
+    char *const content = static_cast<char *>(calloc(1, length + 1)); // one more than is ever filled: a terminator
+    if (!content) {
+      TRACE("cannot alloc memory, return error\n");
+      found = 0;
+      break;
+    }
+    found = _get_element_value(text, content, static_cast<int>(length), component);
+    free(outer);
+    text = outer = content;
+    if (!found)
+      break;
+    component = rest;
+  }
+  free(outer);
+  free(components);
+  return found;
+}
+
+} // extern "C"
