@@ -1083,6 +1083,10 @@ char from_hex(char c);
  * standard output, wherever the document itself goes, and when that is standard output too, in the middle of it: right
  * before the text. A CGI handler, whose standard output is the response, must send it elsewhere while it prints.
  *
+ * Names. xmlNewDoc, xmlNewNode, xmlNewText, xmlAddChild and xmlFreeDoc are functions of libxml2 too, others altogether:
+ * no source file can include both headers, and in a program that loads both libraries each name is that of the one
+ * linked first. Keep them in different programs.
+ *
  * Threads. tabCnt has no lock: print from one thread at a time. One tree is used by one thread at a time. The lookup
  * functions may be called from any thread. Printing and freeing use stack for each level of depth.
  */

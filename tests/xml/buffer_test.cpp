@@ -1,0 +1,434 @@
+// Documents as heap buffers, documents in temporary files, and the example that the library carries.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/sandbox.h"
+#include "torvane.h"
+#include "xml/documents.h"
+
+using documents::Buffer;
+using documents::Document;
+using documents::document;
+using documents::element;
+using sandbox::Captured;
+using sandbox::fail_each_allocation;
+using sandbox::NoDescriptors;
+using sandbox::open_descriptors;
+using sandbox::read_file;
+
+namespace {
+
+std::vector<std::string> files_of(const std::string &path) {
+  std::vector<std::string> names;
+  DIR *dir = opendir(path.c_str());
+  while (const dirent *entry = readdir(dir))
+    if (entry->d_name[0] != '.')
+      names.push_back(path + "/" + entry->d_name);
+  closedir(dir);
+  return names;
+}
+
+// While it lives `path` is an empty file system of this test's own.
+class OwnFiles {
+ public:
+  explicit OwnFiles(const char *path, unsigned long flags = 0, const char *options = "mode=755") : path_(path) {
+    EXPECT_EQ(0, mount("tmpfs", path, "tmpfs", flags, options)) << strerror(errno);
+  }
+  ~OwnFiles() {
+    umount2(path_, MNT_DETACH);
+  }
+
+ private:
+  const char *path_;
+};
+
+constexpr char small_document[] =
+    "<?xml version=\"1.0\"?>\n"
+    "<wancfg><![CDATA[]]><![CDATA[\n"
+    "\t<ifname id=\"atm0\" class=\"ioio\"><![CDATA[]]><![CDATA[abcd]]></ifname>\n"
+    "\t<ptAddr><![CDATA[]]><![CDATA[\n"
+    "\t\t<ipaddr><![CDATA[]]><![CDATA[aabb]]></ipaddr>\n"
+    "\t]]></ptAddr>\n"
+    "]]></wancfg>\n";
+
+Document small() {
+  Document doc = document(xmlNewNode("wancfg"));
+  xml_node *ifname = xmlAddChild(doc->root, element("ifname", "abcd"));
+  xmlAddAttr(ifname, "id", "atm0");
+  xmlAddAttr(ifname, "class", "ioio");
+  xmlAddChild(xmlAddChild(doc->root, xmlNewNode("ptAddr")), element("ipaddr", "aabb"));
+  return doc;
+}
+
+class XmlBuffer : public testing::Test {
+ protected:
+  void SetUp() override {
+    descriptors_ = open_descriptors();
+  }
+  void TearDown() override {
+    EXPECT_EQ(descriptors_, open_descriptors());
+  }
+
+ private:
+  int descriptors_;
+};
+
+class XmlDocFile : public XmlBuffer {};
+class XmlTestMain : public XmlBuffer {};
+
+} // namespace
+
+TEST_F(XmlBuffer, HoldsThePrintedDocument) {
+  const OwnFiles var("/var");
+  const Document doc = small();
+  Captured standard_output(1);
+  const Buffer buffer(xmlPrepareBuf(doc.get()));
+  ASSERT_NE(nullptr, buffer);
+  EXPECT_STREQ(small_document, buffer.get());
+  EXPECT_EQ("cnt = 0\ncnt = 0\n", standard_output.text());
+  EXPECT_TRUE(files_of("/var").empty()) << "its file is removed";
+}
+
+TEST_F(XmlBuffer, MayBeTakenTwiceInOneSecond) {
+  const OwnFiles var("/var");
+  const Document doc = small();
+  Captured standard_output(1);
+  const Buffer one(xmlPrepareBuf(doc.get())), other(xmlPrepareBuf(doc.get()));
+  ASSERT_NE(nullptr, one);
+  ASSERT_NE(nullptr, other);
+  EXPECT_STREQ(one.get(), other.get());
+}
+
+TEST_F(XmlBuffer, OfADocumentWithoutARootIsTheDeclaration) {
+  const OwnFiles var("/var");
+  const Buffer buffer(xmlPrepareBuf(document(nullptr).get()));
+  EXPECT_STREQ(documents::declaration, buffer.get());
+}
+
+TEST_F(XmlBuffer, HoldsLargeDocumentsWhole) {
+  const OwnFiles var("/var");
+  const std::string text(3 * 1000 * 1000, 'x');
+  Captured standard_output(1);
+  const Buffer buffer(xmlPrepareBuf(document(element("a", text.c_str())).get()));
+  ASSERT_NE(nullptr, buffer);
+  EXPECT_EQ(documents::declaration + ("<a><![CDATA[]]><![CDATA[" + text) + "]]></a>\n", buffer.get());
+}
+
+TEST_F(XmlBuffer, LeavesTheEscapedTextInTheTree) {
+  const OwnFiles var("/var");
+  const Document doc = document(element("a", "]]>"));
+  Captured standard_output(1);
+  const Buffer buffer(xmlPrepareBuf(doc.get()));
+  EXPECT_STREQ("]]]]><![CDATA[>", doc->root->text->text);
+  EXPECT_STREQ("<?xml version=\"1.0\"?>\n<a><![CDATA[]]><![CDATA[]]]]><![CDATA[>]]></a>\n", buffer.get());
+}
+
+TEST_F(XmlBuffer, OverwritesWhatHasItsFilesName) {
+  const OwnFiles var("/var");
+  const time_t now = time(nullptr);
+  for (time_t second = now; second < now + 60; second++)
+    sandbox::write_file("/var/xml_" + std::to_string(second), std::string(100000, '?'));
+  Captured standard_output(1);
+  const Buffer buffer(xmlPrepareBuf(small().get()));
+  ASSERT_NE(nullptr, buffer);
+  EXPECT_STREQ(small_document, buffer.get());
+  EXPECT_EQ(59u, files_of("/var").size());
+}
+
+TEST_F(XmlBuffer, IsNullForANullDocument) {
+  const OwnFiles var("/var");
+  EXPECT_EQ(nullptr, xmlPrepareBuf(nullptr));
+  EXPECT_TRUE(files_of("/var").empty());
+}
+
+TEST_F(XmlBuffer, IsNullWhenTheFileCannotBeMade) {
+  const Document doc = small();
+  Captured standard_output(1);
+  {
+    const OwnFiles var("/var", MS_RDONLY);
+    EXPECT_EQ(nullptr, xmlPrepareBuf(doc.get()));
+  }
+  {
+    const OwnFiles var("/var");
+    const NoDescriptors none;
+    EXPECT_EQ(nullptr, xmlPrepareBuf(doc.get()));
+  }
+  {
+    const OwnFiles var("/var");
+    const time_t now = time(nullptr);
+    for (time_t second = now; second < now + 60; second++)
+      mkdir(("/var/xml_" + std::to_string(second)).c_str(), 0700);
+    EXPECT_EQ(nullptr, xmlPrepareBuf(doc.get()));
+    EXPECT_EQ(60u, files_of("/var").size());
+  }
+  EXPECT_EQ("", standard_output.text()) << "nothing was printed for it";
+}
+
+TEST_F(XmlBuffer, IsNullWhenTheDiskIsFull) {
+  const OwnFiles var("/var", 0, "size=64k");
+  Captured standard_output(1);
+  EXPECT_EQ(nullptr, xmlPrepareBuf(document(element("a", std::string(200000, 'x').c_str())).get()));
+  EXPECT_TRUE(files_of("/var").empty());
+  for (char digit = '0'; digit < '9'; digit++) { // so full that the last block is the one that does not fit
+    sandbox::write_file("/var/fill", std::string(60 * 1024, '.'));
+    EXPECT_EQ(nullptr, xmlPrepareBuf(document(element("a", std::string(8000, digit).c_str())).get()));
+    EXPECT_EQ(std::vector<std::string>{"/var/fill"}, files_of("/var"));
+  }
+}
+
+TEST_F(XmlBuffer, FileStaysOpenAndOnDiskWithoutMemoryForTheBuffer) {
+  const OwnFiles var("/var");
+  // In a process of its own: what stays open there ends with it.
+  EXPECT_EQ(0, sandbox::in_child([] {
+              const Document doc = small();
+              const int before = open_descriptors();
+              const Captured standard_output(1);
+              printf("cnt = 0\n"); // standard output has its buffer from now on
+              const int with_capture = open_descriptors();
+              const time_t began = time(nullptr);
+              unsigned kept = 0;
+              sandbox::fail_each_allocation([&] { return xmlPrepareBuf(doc.get()); },
+                                            [&](char *buffer, bool failed) {
+                                              const std::vector<std::string> files = files_of("/var");
+                                              if (buffer) {
+                                                if (strcmp(buffer, small_document) != 0 || !files.empty())
+                                                  _exit(2);
+                                                xmlFreeBuf(buffer);
+                                              } else if (!failed) {
+                                                _exit(3);
+                                              } else if (!files.empty()) {
+                                                kept++;
+                                                const std::string second = files[0].substr(strlen("/var/xml_"));
+                                                const long at = strtol(second.c_str(), nullptr, 10);
+                                                if (files.size() != 1 || second != std::to_string(at) || at < began ||
+                                                    at > time(nullptr) || read_file(files[0]) != small_document)
+                                                  _exit(4);
+                                                unlink(files[0].c_str());
+                                              }
+                                            });
+              if (kept != 1 || before + 2 < with_capture)
+                return 5;
+              return open_descriptors() == with_capture + 1 ? 0 : 6;
+            }));
+}
+
+TEST_F(XmlDocFile, BeginsWithDeclarationAndRoot) {
+  xml_doc_file *doc = xmlNewDocFile();
+  ASSERT_NE(nullptr, doc);
+  EXPECT_STREQ("1.0", doc->version);
+  ASSERT_NE(nullptr, doc->fp);
+  rewind(doc->fp);
+  EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n", sandbox::all_of(doc->fp));
+  fclose(doc->fp);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, BecomesABuffer) {
+  xml_doc_file *doc = xmlNewDocFile();
+  fputs("<a>x</a>\n", doc->fp);
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  ASSERT_NE(nullptr, buffer);
+  EXPECT_STREQ("<?xml version=\"1.0\"?>\n<root>\n<a>x</a>\n</root>", buffer.get());
+  EXPECT_EQ(strlen(buffer.get()), length);
+  EXPECT_EQ(nullptr, doc->fp);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, WithoutElementsIsAnEmptyRoot) {
+  xml_doc_file *doc = xmlNewDocFile();
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  EXPECT_STREQ("<?xml version=\"1.0\"?>\n<root>\n</root>", buffer.get());
+  EXPECT_EQ(36u, length);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, EndsAtItsEndWhereverTheCallerStands) {
+  xml_doc_file *doc = xmlNewDocFile();
+  fputs("<a/>", doc->fp);
+  rewind(doc->fp);
+  EXPECT_EQ('<', getc(doc->fp));
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  EXPECT_STREQ("<?xml version=\"1.0\"?>\n<root>\n<a/></root>", buffer.get());
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, HoldsZeroBytesAndALotOfThem) {
+  xml_doc_file *doc = xmlNewDocFile();
+  const std::string zeros(2 * 1000 * 1000, '\0');
+  fwrite(zeros.data(), 1, zeros.size(), doc->fp);
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  ASSERT_NE(nullptr, buffer);
+  EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n" + zeros + "</root>", std::string(buffer.get(), length));
+  EXPECT_EQ('\0', buffer.get()[length]);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, TakesThePrintedElementsOfADocument) {
+  const Document tree = small();
+  xml_doc_file *doc = xmlNewDocFile();
+  Captured standard_output(1);
+  printfXmlDoc(doc->fp, tree.get());
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n" + std::string(small_document) + "</root>", buffer.get());
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, HasNoStreamWithoutAFile) {
+  xml_doc_file *doc;
+  {
+    const NoDescriptors none;
+    doc = xmlNewDocFile();
+  }
+  ASSERT_NE(nullptr, doc);
+  EXPECT_STREQ("1.0", doc->version);
+  EXPECT_EQ(nullptr, doc->fp);
+  unsigned length = 42;
+  EXPECT_EQ(nullptr, xmlFileToBuf(doc, &length));
+  EXPECT_EQ(42u, length);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, NullArgumentsChangeNothing) {
+  unsigned length = 42;
+  EXPECT_EQ(nullptr, xmlFileToBuf(nullptr, &length));
+  EXPECT_EQ(42u, length);
+  xml_doc_file *doc = xmlNewDocFile();
+  EXPECT_EQ(nullptr, xmlFileToBuf(doc, nullptr));
+  rewind(doc->fp);
+  EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n", sandbox::all_of(doc->fp));
+  fclose(doc->fp);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, GivesOneBufferAndNoSecond) {
+  xml_doc_file *doc = xmlNewDocFile();
+  unsigned length = 0;
+  const Buffer buffer(xmlFileToBuf(doc, &length));
+  EXPECT_EQ(nullptr, xmlFileToBuf(doc, &length));
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, FailedAllocationLeavesTheFileOpen) {
+  EXPECT_GE(sandbox::fail_each_allocation(xmlNewDocFile,
+                                          [](xml_doc_file *doc, bool failed) {
+                                            if (!doc) {
+                                              EXPECT_TRUE(failed);
+                                              return;
+                                            }
+                                            if (doc->fp)
+                                              fclose(doc->fp);
+                                            xmlFreeDocFile(doc);
+                                          }),
+            1u);
+  xml_doc_file *doc = xmlNewDocFile();
+  sandbox::fail_allocation(1);
+  unsigned length = 42;
+  EXPECT_EQ(nullptr, xmlFileToBuf(doc, &length));
+  EXPECT_TRUE(sandbox::allocation_failed());
+  sandbox::fail_allocation(0);
+  EXPECT_EQ(42u, length);
+  ASSERT_NE(nullptr, doc->fp);
+  rewind(doc->fp);
+  EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n</root>", sandbox::all_of(doc->fp));
+  fclose(doc->fp);
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, FullDiskGivesNoBuffer) {
+  const OwnFiles tmp("/tmp", 0, "size=64k,mode=1777");
+  xml_doc_file *doc = xmlNewDocFile();
+  ASSERT_NE(nullptr, doc->fp);
+  const std::string much(200000, 'x');
+  fputs(much.c_str(), doc->fp);
+  unsigned length = 42;
+  EXPECT_EQ(nullptr, xmlFileToBuf(doc, &length));
+  EXPECT_EQ(42u, length);
+  ASSERT_NE(nullptr, doc->fp);
+  fclose(doc->fp);
+  xmlFreeDocFile(doc);
+}
+
+namespace {
+
+// Runs xml_test_main in the folder /run/example, in a child, with its standard output in the file /run/standard_output.
+template <typename Before>
+int run_example(Before before) {
+  mkdir("/run/example", 0700);
+  return sandbox::in_child([&] {
+    if (chdir("/run/example") != 0 || !freopen("/run/standard_output", "we", stdout))
+      return 100;
+    before();
+    const int descriptors = open_descriptors();
+    const int result = xml_test_main();
+    fflush(stdout);
+    return result + (open_descriptors() == descriptors ? 0 : 50);
+  });
+}
+
+} // namespace
+
+TEST_F(XmlTestMain, PrintsToFileAndBuffer) {
+  const OwnFiles var("/var");
+  EXPECT_EQ(0, run_example([] {}));
+  EXPECT_EQ(small_document, read_file("/run/example/output.txt"));
+  EXPECT_EQ("cnt = 0\ncnt = 0\ncnt = 0\ncnt = 0\nbuf=" + std::string(small_document) + "\n",
+            read_file("/run/standard_output"));
+  EXPECT_TRUE(files_of("/var").empty());
+  unlink("/run/example/output.txt");
+}
+
+TEST_F(XmlTestMain, ReplacesAnOlderFile) {
+  const OwnFiles var("/var");
+  EXPECT_EQ(0, run_example([] { sandbox::write_file("output.txt", std::string(100000, '?')); }));
+  EXPECT_EQ(small_document, read_file("/run/example/output.txt"));
+  unlink("/run/example/output.txt");
+}
+
+TEST_F(XmlTestMain, FailsWithoutABuffer) {
+  const OwnFiles var("/var", MS_RDONLY);
+  EXPECT_EQ(1, run_example([] {}));
+  EXPECT_EQ(small_document, read_file("/run/example/output.txt"));
+  EXPECT_EQ("cnt = 0\ncnt = 0\ninternal error in xmlPrepareBuf.\n", read_file("/run/standard_output"));
+  unlink("/run/example/output.txt");
+}
+
+TEST_F(XmlTestMain, FailsWithoutItsFile) {
+  const OwnFiles var("/var");
+  mkdir("/run/example", 0700);
+  mkdir("/run/example/output.txt", 0700);
+  EXPECT_EQ(1, run_example([] {}));
+  EXPECT_EQ("", read_file("/run/standard_output"));
+  rmdir("/run/example/output.txt");
+}
+
+TEST_F(XmlTestMain, EndsInOrderWhicheverAllocationFails) {
+  const OwnFiles var("/var");
+  const OwnFiles here("/mnt");
+  EXPECT_EQ(0, sandbox::in_child([] {
+              if (chdir("/mnt") != 0 || !freopen("/dev/null", "we", stdout))
+                return 100;
+              unsigned refused = 0;
+              sandbox::fail_each_allocation(xml_test_main, [&](int result, bool failed) {
+                if (result != 0 && !failed)
+                  _exit(2);
+                refused += result != 0;
+              });
+              return refused >= 3 ? 0 : 3; // output.txt, the document, the buffer at least
+            }));
+}
