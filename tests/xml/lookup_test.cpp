@@ -185,7 +185,10 @@ TEST(ElementValue, NullArgumentsTouchNothing) {
   char dest[4] = {'?', '?', '?', '?'};
   for (const Lookup lookup : {_get_element_value, get_element_value}) {
     EXPECT_EQ(0, lookup(nullptr, dest, 4, "a"));
+    sandbox::fail_allocation(1);
     EXPECT_EQ(0, lookup("<a>v</a>", nullptr, 4, "a"));
+    EXPECT_FALSE(sandbox::allocation_failed()) << "it did not begin";
+    sandbox::fail_allocation(0);
     EXPECT_EQ(0, lookup("<a>v</a>", dest, 4, nullptr));
     EXPECT_EQ("????", std::string(dest, 4));
   }
