@@ -1070,9 +1070,10 @@ char from_hex(char c);
  * "<![CDATA[]]><![CDATA[" at its start and the 3 characters "]]>" at its end, and turn "]]]]><![CDATA[>" back into
  * "]]>". A parser of XML reads a document whose root has no children and no sibling, as long as names are XML names,
  * attributes have different names, values hold none of & < ", and texts are UTF-8 without control characters (other
- * than tab, newline and carriage return); it then finds the text as it was given. NO document in which an element has
- * children is well-formed: the children's start tags stand inside their parent's CDATA section, and their end tags
- * outside. Nor is a document without a root, or with a root that has siblings.
+ * than tab, newline and carriage return); it then finds the text as it was given, save that a carriage return, with or
+ * without a newline behind it, comes as a newline. NO document in which an element has children is well-formed: the
+ * children's start tags stand inside their parent's CDATA section, and their end tags outside. Nor is a document
+ * without a root, or with a root that has siblings.
  *
  * Printing changes the tree: a text that held "]]>" is replaced by its escaped form, which the element owns from then
  * on and which holds as many "]]>" again. A second print, and xmlPrepareBuf is one, escapes it once more, and a reader

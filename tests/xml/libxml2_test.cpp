@@ -105,6 +105,12 @@ TEST(XmlParser, FindsTheTextAsItWasGiven) {
   }
 }
 
+TEST(XmlParser, FindsNewlinesForCarriageReturns) {
+  const Parsed found = parsed(printed_text(document(element("a", "1\r2\r\n3"))));
+  EXPECT_TRUE(found.well_formed);
+  EXPECT_EQ("1\n2\n3", found.text);
+}
+
 TEST(XmlParser, FindsTheEscapedTextAfterASecondPrint) {
   const Document doc = document(element("a", "x]]>y"));
   printed_text(doc);

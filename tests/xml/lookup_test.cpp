@@ -366,7 +366,8 @@ std::string without_markers(std::string content) {
 } // namespace
 
 TEST(ElementOfPrinted, IsTheTextThatWasGivenOnceTheMarkersAreGone) {
-  for (const char *text : {"x", "", "]]>", "]]]>", "]]>]]>", "a]]>b]]>c", "]]", ">", "<b>", "&amp;", "\t\n \xff"}) {
+  for (const char *text : {"x", "", "]]>", "]]]>", "]]>]]>", "a]]>b]]>c", "]]", ">", "<b>", "&amp;", "\t\r\n \xff",
+                           "]]]]><![CDATA[>", "<![CDATA[]]><![CDATA["}) {
     const Document doc = document(xmlNewNode("a"));
     xmlAddChild(doc->root, element("b1", "other"));
     xmlAddChild(xmlAddChild(doc->root, xmlNewNode("c")), element("d", text));
