@@ -1,5 +1,5 @@
-// Element lookup in any text with any path. The first byte of the input is the size of the destination; the path follows,
-// a zero byte, and the text.
+// Element lookup in any text with any path. The first byte of the input is the size of the destination; then come the
+// path, a zero byte, and the text.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
