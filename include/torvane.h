@@ -106,6 +106,111 @@ int __stdprintf_info__(FILE *stream, const char *file, int line, const char *fun
 /* The calling thread's kernel thread id (that of the main thread is the process id). Never fails. Any thread. */
 int my_gettid(void);
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Event log
+ * ------------------------------------------------------------------------------------------------------------------
+ * Two ways of recording events. Up to eight categories of lines, each in a file of its own that is moved aside after
+ * every 128 lines; and messages to the system logger, shown on the console too.
+ *
+ * Categories are process-global and have no lock: do not make categories, or write to the same one, from several
+ * threads at once. Nothing here is traced.
+ */
+
+typedef struct log_entry {
+  char name[64];  /* category, at most 63 characters */
+  char file[64];  /* file name inside the directory, at most 63 characters */
+  char dir[128];  /* directory, at most 127 characters */
+  uint16_t lines; /* lines written since the file was last moved aside, or since initLogSys */
+  int32_t state;  /* -1: free; 1: in use; 0, before initLogSys, is neither */
+} log_entry;
+
+/* The categories. Filled from the first on, and never released. */
+extern log_entry logList[8];
+
+/* 1 once initLogSys has run, else 0. */
+extern unsigned char isInit;
+
+/*
+ * Makes all eight categories free; call it once, before createLog. A second call forgets every category; their files
+ * stay as they are. Returns the address of isInit, which nobody needs.
+ */
+unsigned char *initLogSys(void);
+
+/* isInit. Nothing asks it for you: createLog and putlog do not. */
+int isLogSysInit(void);
+
+/*
+ * Creates the file "DIR/FILE", or EMPTIES it when it is there (move what an earlier run has left out of the way first),
+ * and binds it to the first free category.
+ *
+ *   name  what the category is called; kept in the table and used for nothing else
+ *   file  file name
+ *   dir   directory, without a "/" at its end
+ *
+ * Longer texts than the fields of log_entry hold are cut in the table, so that lines go to a file of the cut name; the
+ * file that is created here has the whole name, as far as its path has at most 195 characters, and is cut there.
+ *
+ * Returns the category's index, 0 to 7; -2 when the file cannot be opened or an argument is null; -1 when no category
+ * is free (all eight in use, or initLogSys has not run): the file has been created or emptied all the same.
+ */
+int createLog(const char *name, const char *file, const char *dir);
+
+/*
+ * Appends the line "FIELD1|FIELD2|SECONDS" with the seconds since the epoch to a category's file, which is created when
+ * it is gone. The texts are written as they stand: keep "|" and newlines out of them.
+ *
+ *   index  from createLog
+ *
+ * The 128th line is still written; then the file is renamed to its path with "_" and the seconds since the epoch
+ * appended, and the next line starts a new one. Nothing ever deletes the renamed files, and one that is renamed in the
+ * same second as the one before replaces it. The count is kept in memory: it starts at 0 again with the process. It
+ * also counts lines that could not be written (a full disk), and starts again at 0 after a rename that failed: that
+ * file just goes on growing.
+ *
+ * Does nothing, without a word, when the index is 8 or more, the category is not in use, the file cannot be opened, or
+ * a text is null.
+ */
+void putlog(unsigned index, const char *field1, const char *field2);
+
+/* Types of messages, and the priorities with which they reach the system logger. */
+enum {
+  LOG_TYPE_SYSTEM_ACTIVITY = 0,   /* "ltSystemActivity": LOG_INFO */
+  LOG_TYPE_DEBUG_INFORMATION = 1, /* "ltDebugInformation": LOG_DEBUG */
+  LOG_TYPE_ATTACKS = 2,           /* "ltAttacks": LOG_WARNING */
+  LOG_TYPE_DROPPED_PACKETS = 3,   /* "ltDroppedPackets": LOG_WARNING */
+  LOG_TYPE_NOTICE = 4             /* "ltNotice": LOG_NOTICE */
+};
+
+/*
+ * Shows a message on the console and sends it to the system logger (facility LOG_USER, with the process id) as
+ * "[TYPE]MESSAGE\n", for example "[ltNotice]wan0 is up\n".
+ *
+ *   semid             a semaphore of sem_create, held while the system logger is open, so that the identities of
+ *                     processes that share it do not get mixed up; make it once, at start-up
+ *   ident             whom the system logger names as sender; read during the call alone
+ *   file, line, func  source position of the caller, for the console
+ *   type              LOG_TYPE_*; with another value the system logger gets nothing, and all else happens
+ *   fmt               a printf format, for a message of at most 1023 bytes; what is longer is cut
+ *
+ * On the console the message stands as it is, without a newline of its own, after "[SYS]" and the coloured header
+ * "[THREAD FILE:LINE FUNC()]:::" of the older modules, with the kernel thread id and no process id. A console that
+ * cannot be opened is skipped.
+ *
+ * Returns what giving the semaphore back returned: 0, or 1 (traced and told as upup does). A semaphore that cannot be
+ * taken is reported by downdown, and the message is sent all the same. A null text gives 1, and nothing is done.
+ *
+ * Any thread, as far as all that use the system logger share the semaphore: openlog(3) and closelog(3) are called each
+ * time, and undo an openlog of the program's own.
+ */
+int __syslogprintf(int semid, const char *ident, const char *file, int line, const char *func, int type,
+                   const char *fmt, ...) TORVANE_PRINTF(7, 8);
+
+/* The type of a name as in the table above ("ltNotice" is 4), compared exactly; -1 for any other text and for null. */
+int syslogType(const char *text);
+
+/* Does nothing; programs built for one platform call it. */
+void syslogprintf_cortina(void);
+
 /* @log@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
@@ -1020,11 +1125,323 @@ char from_hex(char c);
 
 /* @threadpool@ */
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Tracked memory
+ * ------------------------------------------------------------------------------------------------------------------
+ * Allocations that a program can list, for finding what it does not give back: up to 256 live blocks, each zeroed, with
+ * its size and a flag of the caller's, in one pool for the process.
+ *
+ * The pool lives from xmem_init until xfree frees its last block; then xmem_init makes the next. Any thread may call
+ * the functions at any time, save xmem_init and xprint. They hold the pool's semaphore while they work, "pintakrel_mem"
+ * in its traces: other processes that use the same key wait meanwhile, and a key of one's own spares them that. When it
+ * cannot be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced.
+ *
+ * A search of the table takes at most 256 steps.
+ */
+
+/* The pool. The functions keep it to themselves; it is here for debuggers. */
+typedef struct XmemPool {
+  int32_t semid;    /* of sem_create; -1 when it could not be had */
+  list_node blocks; /* live records (XmemRecord.node), the newest first */
+} XmemPool;
+
+/* One of the 256 places of the table. */
+typedef struct XmemRecord {
+  void *ptr;        /* the block; null: the record is free */
+  uint32_t size;    /* bytes; of one element for xcalloc */
+  uint32_t members; /* elements: 1, or the count of xcalloc */
+  uint32_t flag;    /* the caller's */
+  list_node node;   /* in XmemPool.blocks while the block is live */
+} XmemRecord;
+
+/* Trace group of the module, 3 at first. For its callers; the library never reads it. */
+extern int G_nTraceGroupVEMTA_MEM;
+
+/*
+ * Makes the pool, and with sem_create the semaphore of the key `semkey`, which that sets free: call it at start-up.
+ *
+ * Returns 0; -1 when memory runs out; -1 when the semaphore cannot be had (traced by sem_create): there is a pool then
+ * and it hands out blocks, with every taking of its semaphore reported as failed, until another xmem_init succeeds; -1,
+ * with nothing changed, when there is a pool with a semaphore already.
+ */
+int xmem_init(int semkey);
+
+/*
+ * A zeroed block of `size` bytes, to be given back with xfree and never with free.
+ *
+ *   flag  kept with the block for xprint
+ *
+ * Returns null when the size is 0, there is no pool, 256 blocks are live, or memory runs out.
+ */
+void *xmalloc(uint32_t size, uint32_t flag);
+
+/*
+ * A zeroed block of `count` elements of `size` bytes. Null as xmalloc, also when the count is 0 or the product is more
+ * than can be addressed.
+ */
+void *xcalloc(uint32_t count, uint32_t size, uint32_t flag);
+
+/*
+ * Frees a block and returns a new one of `size` bytes in its record, ZEROED: nothing of the old contents is carried
+ * over. Size and flag are the new ones, and the block keeps its place in the order of xprint.
+ *
+ * Returns null, with the block left alone, when the size is 0, there is no pool, or `block` is null or not tracked.
+ * Also returns null when memory runs out: then the old block is freed and its record with it. That does not end the
+ * pool, even when it was the last.
+ */
+void *xrealloc(void *block, uint32_t size, uint32_t flag);
+
+/*
+ * Frees a block of xmalloc, xcalloc or xrealloc; with null, EVERY live block. A block that is not tracked is left
+ * alone.
+ *
+ * When no block is live afterwards (also when none was before) the pool ends: the semaphore is deleted, so that other
+ * processes that use it fail from then on, and every function here returns null until xmem_init. Does nothing without a
+ * pool.
+ */
+void xfree(void *block);
+
+/*
+ * Prints every live block on standard output, the newest first: a line of 51 asterisks, number from 0, address, flag,
+ * size and members, and the bytes of each member in hexadecimal, eight to a line. Prints "POOL EMPTY\n" when there is
+ * none. Takes no lock: no other thread may use the pool meanwhile.
+ */
+void xprint(void);
+
 /* @mem@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Configuration files
+ * ------------------------------------------------------------------------------------------------------------------
+ * Reads a text file of KEY = VALUE lines into a table of the keys that the caller expects. How a file is read:
+ *
+ * - White space before and after the key and before the value is left out, and so is white space at the end of a line.
+ *   A last line without a newline keeps its white space at the end.
+ * - The key ends at the first "="; the value is the rest of the line, with any further "=", and may be empty. There are
+ *   no quotes and no escapes. A key is compared whole and with regard to case. "=value" has the empty key.
+ * - Empty lines and lines that begin with "#" are ignored; "#" elsewhere is text.
+ * - A carriage return is white space, so files with CRLF lines read alike.
+ * - Of a line longer than 1022 bytes, the first 1023 are one line, white space at its end kept, and what follows is a
+ *   line of its own, with the next number. A zero byte ends the text of its line.
+ *
+ * White space is what isspace(3) says in the process's locale. Nothing is traced. Any thread, on tables of its own.
+ */
+
+typedef struct CfgEntry {
+  uint32_t tag;    /* the caller's own; not looked at */
+  const char *key; /* the caller's; a row whose key is null is never found */
+  char *value;     /* null at first; the library's, until cfg_destory frees it */
+} CfgEntry;
+
+/*
+ * Reads the file `path` into the `rows` rows of `table`. Of rows with the same key the first is set; when a key comes
+ * again, in the file or in another one read into the same table, the later value replaces the earlier, which is freed.
+ * Rows whose key does not come stay as they are.
+ *
+ * Goes on to the end of the file whatever it meets, and says:
+ *   on standard error   "parsing error file, line %d : %s\n" with the line's number, counted from 1, and for a line
+ *                       without "=" its text, for an unknown key the key
+ *   on standard output  "[cfg_parse_file::131] cannot alloc memory\n" when memory runs out for a value; the row stays
+ *                       as it was, and the result does not tell
+ *
+ * Returns
+ *   0  read; lines without "=" do not count
+ *   1  `path` is null
+ *   3  the file cannot be opened
+ *   4  `table` is null
+ *   5  read, and at least one key was not in the table
+ */
+int cfg_construct(const char *path, CfgEntry *table, int rows);
+
+/*
+ * The same from an open stream, from where it stands to its end; it stays open. Returns 0 or 5 likewise, 4 for a null
+ * `table` and 3 for a null `file`.
+ */
+int cfg_parse_file(FILE *file, CfgEntry *table, int rows);
+
+/* Frees the values of a table and sets them to null. Returns 0, also for a null table. */
+int cfg_destory(CfgEntry *table, int rows);
 
 /* @cfg@ */
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Storage and load
+ * ------------------------------------------------------------------------------------------------------------------
+ * Flash (MTD) partitions by name, size and free space of file systems, CPU load.
+ */
+
+/* What is asked about a flash partition, and what is written for it. */
+enum {
+  MTD_QUERY_ALL = 0,        /* an mtd_query, 104 bytes */
+  MTD_QUERY_DEV = 1,        /* text "/dev/mtdN" */
+  MTD_QUERY_BLOCK_DEV = 2,  /* text "/dev/mtdblockN" */
+  MTD_QUERY_NAME = 3,       /* text "mtdN" */
+  MTD_QUERY_BLOCK_NAME = 4, /* text "mtdblockN" */
+  MTD_QUERY_NUM = 5,        /* uint32_t: N */
+  MTD_QUERY_SIZE = 6        /* uint32_t: size in bytes */
+};
+
+typedef struct mtd_query {
+  char dev[32];        /* "/dev/mtdN" */
+  char block_dev[32];  /* "/dev/mtdblockN" */
+  char name[16];       /* "mtdN" */
+  char block_name[16]; /* "mtdblockN", cut to 15 characters for numbers above 9999999 */
+  uint32_t num;        /* N */
+  uint32_t size;       /* bytes */
+} mtd_query;
+
+/* The kernel's record of a partition; <mtd/mtd-user.h> declares it. */
+struct mtd_info_user;
+
+/*
+ * Finds the number of a partition with "cat /proc/mtd | grep NAME | awk '{printf substr($1,4,1)}'" (_system_read, which
+ * see for what happens besides).
+ *
+ *   name  a pattern of grep and a word of the shell, as it stands: never text that was not checked
+ *   num   receives the number
+ *
+ * The command takes ONE digit of every line in which the name occurs anywhere. So partitions 10 and above are not found
+ * by their number (12 reads as 1); a name that is part of another's also finds that one, and the digits of all matches
+ * run together into one number (partitions 2 and 5 give 25); at most 15 of them are read, and a number above 2147483647
+ * reads as that one. Choose names of which none contains another. To ask for the exact name, its quotes included, pass
+ * the pattern with its shell quotes: "'\"kernel\"'".
+ *
+ * Returns 1; 0, with `num` left alone, when nothing was found, the command cannot be run (one too long to run is traced
+ * by _system_read), an argument is null, or what was found has no digit: then traces "string(%s) to digital error!!\n".
+ */
+int parseMtdNumByCmd(const char *name, uint32_t *num);
+
+/*
+ * Asks the kernel about the partition `*num`: opens "/dev/mtdN" for reading and writing and closes it again.
+ *
+ * Returns 1 with `info` filled; or 0, printing on standard output "open mtd device fail!! reason:%s\n" or "ioctl
+ * error!! fd:%d, reason:%s\n". The reason is always the C library's text for error number -1. A null argument gives 0
+ * and prints nothing.
+ */
+int getMtdInfo(const uint32_t *num, struct mtd_info_user *info);
+
+/*
+ * Writes one item about a partition to `out`.
+ *
+ *   info  from getMtdInfo; its size is all that is used
+ *   size  for texts: the longest that is taken, WITHOUT its terminator, so that `out` needs `size` + 1 bytes. It is not
+ *         looked at for the other kinds: `out` has room for an mtd_query or a uint32_t, in any alignment
+ *   kind  MTD_QUERY_*
+ *   num   the partition's number
+ *
+ * Returns 1; or 0 with `out` left alone: for a longer text, traces "over size!! querySize:%d > outputSize:%d" with both
+ * lengths and NO newline; for another kind, "none case!!\n". A null argument gives 0 without a trace.
+ */
+int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, uint32_t kind, const uint32_t *num);
+
+/*
+ * All three in one: the number of the partition `name`, the kernel's record, one item of it to `out`. `size` and `kind`
+ * as setQueryMtdInfo takes them; the device is opened for every kind.
+ *
+ * Returns 1; or 0, after what the failed step says itself, tracing "Null Input\n" (null `name` or `out`), "Parse mtd
+ * device name fail!!\n" or "query mtd info fail!!\n"; nothing of its own when getMtdInfo fails.
+ */
+int getMtdInfoByName(const char *name, void *out, uint32_t size, uint32_t kind);
+
+/* One entry of a directory, and the file system that it is on. */
+typedef struct disk_info {
+  char path[512]; /* "DIR/NAME", cut to 511 characters */
+  char name[256]; /* name of the entry */
+  uint64_t total; /* size, bytes */
+  uint64_t free;  /* free space, bytes, with what is kept back for the superuser */
+  list_node list; /* in the caller's list */
+} disk_info;
+
+/*
+ * Appends a record to `list` for every entry of the directory `dir` whose name does not begin with ".", in the order in
+ * which the directory gives them. An entry on which nothing is mounted tells about the file system that it is on. What
+ * is in the list already stays: free it between two scans.
+ *
+ * Traces "Cannot statvfs %s\n" with the path, and leaves the entry out, when its file system cannot be asked (a
+ * dangling symbolic link); paths are cut to 1023 characters. An entry for which memory runs out is left out without a
+ * word.
+ *
+ * Returns 0; also when reading the directory fails half-way, which traces "Error occuried when readdir_r (%d)\n" with
+ * the error number. Returns 1, tracing "dir_path is null\n", "list head is null\n" or "Cannot open dir: %s\n". Any
+ * thread, on a list of its own.
+ */
+int vemta_get_disk_info(const char *dir, list_node *list);
+
+/* Unlinks and frees every record of `list`, which is empty then. Null is ignored. */
+void vemta_free_disk_info(list_node *list);
+
+/* The first line of "/proc/stat": time that all CPUs have spent since start-up, in clock ticks. */
+typedef struct cpu_sample {
+  uint64_t user, nice, system, idle, iowait, irq, softirq, steal;
+} cpu_sample;
+
+/*
+ * The counters as they are now, to be released with free; those that the kernel does not tell are 0.
+ *
+ * Returns null when "/proc/stat" cannot be opened or read, memory runs out, or its first line does not contain "cpu".
+ * When it opened but could not be read, or had no "cpu", the file STAYS OPEN: a program that gets null again and again
+ * runs out of descriptors. Any thread.
+ */
+cpu_sample *cpu_utility_get_stat(void);
+
+/*
+ * The share of the time between two samples in which the CPUs were not idle, in percent: 0 to 100. Waiting for devices
+ * (iowait) counts as load. Samples without a tick between them give NaN. Returns -1.0 when one is null. Any thread.
+ */
+float cpu_utility_calculate(const cpu_sample *prev, const cpu_sample *cur);
+
 /* @sysinfo@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Word tables
+ * ------------------------------------------------------------------------------------------------------------------
+ * Texts by number from a file of lines "NUMBER[m]=TEXT" (kind 0) and "NUMBER[d]=TEXT" (kind 1), for example
+ * "12[m]=Save". Lines that begin with a newline, a blank, ";" or "#" are skipped; every other line must have "=", a
+ * lone carriage return included. The text is all after the first "=", without the newline at its end (a carriage return
+ * stays); it may be empty. Lines have at most 4094 characters: of a longer one, each 4095 bytes are taken for a line of
+ * their own. A zero byte ends the text of its line.
+ *
+ * A process has one file, opened by the first lookup and kept open. Not for several threads at once. A lookup reads the
+ * file from its start. All messages go to standard output; nothing is traced.
+ */
+
+/*
+ * The open file; null until the first lookup. After a malformed line or close_fp it keeps the handle that was closed,
+ * which nothing may read, write or close; the library does not, and every later lookup gives 0. A program that wants to
+ * start over, with this or another file, sets it to null.
+ */
+extern FILE *str_fp;
+
+/*
+ * Copies the text of a number to `dst`.
+ *
+ *   path  the file; it is opened when no lookup has opened one before, and otherwise only must be there and not empty
+ *   kind  0 for "[m]", 1 for "[d]"; any other value looks up the empty key, a line "=TEXT"
+ *   size  bytes of `dst`; a longer text is cut to `size` - 1 characters, and terminated. With 0 or less nothing is
+ *         written
+ *
+ * Of lines with the same key the first counts. `dst` is left alone unless a text was found.
+ *
+ * Returns the text's whole length in bytes, however much of it fitted, or 0 when it was not found; or, with a message
+ * printed, the message's length, which cannot be told from that of a text:
+ *   "Unknown file name (%s).\n"         `path` is null ("(null)") or empty
+ *   "buf is NULL\n"                     `dst` is null
+ *   "Cannot open string file (%s)\n"    the file cannot be opened; the next lookup tries again
+ *   "Parsing failed at line: %d \n"     a line without "=" came before the wanted one; lines are counted from 1. The
+ *                                       file is closed, and this and every later lookup has failed (see str_fp)
+ * So zero `dst` first, and take an empty text for not found.
+ */
+int get_words(const char *path, int num, int kind, char *dst, int size);
+
+/* As get_words, but prints the text on standard output, without a newline, and returns how many bytes that were. */
+int show_words(const char *path, int num, int kind);
+
+/* Closes the file when it is open; str_fp keeps its value. */
+void close_fp(void);
+
+/* malloc(3) and realloc(3). */
+void *j_malloc(size_t size);
+void *j_realloc(void *block, size_t size);
 
 /* @words@ */
 

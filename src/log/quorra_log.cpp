@@ -24,6 +24,11 @@ int write_short_header(FILE *stream, const char *module, int line, const char *f
                  line, func);
 }
 
+int write_event_header(FILE *stream, const char *module, int line, const char *func) {
+  fputs("[SYS]", stream);
+  return write_short_header(stream, module, line, func);
+}
+
 using HeaderWriter = int(FILE *stream, const char *module, int line, const char *func);
 
 [[gnu::format(printf, 5, 0)]] void write_line(HeaderWriter *write_header, const char *module, int line,
@@ -67,6 +72,13 @@ void trace_no_process(const char *module, int line, const char *func, const char
   va_list values;
   va_start(values, format);
   write_line(write_short_header, module, line, func, format, values);
+  va_end(values);
+}
+
+void trace_event(const char *file, int line, const char *func, const char *format, ...) {
+  va_list values;
+  va_start(values, format);
+  write_line(write_event_header, file, line, func, format, values);
   va_end(values);
 }
 

@@ -16,6 +16,9 @@ namespace torvane {
 [[gnu::format(printf, 4, 5)]] void trace_no_process(const char *module, int line, const char *func, const char *format,
                                                     ...);
 
+// The same with the event log's header: "[SYS]", then the short one. `file` and `func` are the caller's position.
+[[gnu::format(printf, 4, 5)]] void trace_event(const char *file, int line, const char *func, const char *format, ...);
+
 } // namespace torvane
 
 // Every module names itself in `trace_module`, once.

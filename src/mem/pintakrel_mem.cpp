@@ -1,0 +1,186 @@
+// Tracked memory: allocations recorded in a table of fixed size, so that a program can list its live blocks.
+#include <pthread.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "list/records.h"
+#include "log/trace.h"
+
+namespace {
+
+constexpr char trace_module[] = "pintakrel_mem";
+
+constexpr int no_semaphore = -1;
+
+XmemPool *pool;
+XmemRecord records[256]; // free while its ptr is null; without a pool all of them are
+
+// The semaphore may be gone or its wait interrupted, and it ends with the pool. The table of this process and the pool
+// itself are kept whole by a lock of their own, inside which the semaphore is taken.
+pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// False, with nothing taken, when there is no pool. A failed down is traced there and the work goes on.
+bool enter(int line, const char *func) {
+  pthread_mutex_lock(&table_lock);
+  if (!pool) {
+    pthread_mutex_unlock(&table_lock);
+    return false;
+  }
+  downdown(pool->semid, trace_module, line, func, 0);
+  return true;
+}
+
+void leave(int line, const char *func) {
+  upup(pool->semid, trace_module, line, func, 0);
+  pthread_mutex_unlock(&table_lock);
+}
+
+using Blocks = torvane::Records<XmemRecord, offsetof(XmemRecord, node)>;
+
+Blocks live_blocks() {
+  return Blocks(&pool->blocks);
+}
+
+XmemRecord *free_record() {
+  for (XmemRecord &record : records)
+    if (!record.ptr)
+      return &record;
+  return nullptr;
+}
+
+void describe(XmemRecord &record, uint32_t members, uint32_t size, uint32_t flag) {
+  record.members = members;
+  record.size = size;
+  record.flag = flag;
+}
+
+// The record is free from here on; its block is the caller's affair.
+void forget(XmemRecord &record) {
+  list_del(&record.node);
+  record.ptr = nullptr;
+  describe(record, 0, 0, 0);
+}
+
+void *allocate(uint32_t count, uint32_t size, uint32_t flag, int line, const char *func) {
+  if (size == 0 || count == 0 || !enter(line, func))
+    return nullptr;
+  void *block = nullptr;
+  if (XmemRecord *record = free_record()) {
+    block = calloc(count, size);
+    if (block) {
+      record->ptr = block;
+      describe(*record, count, size, flag);
+      list_add(&record->node, &pool->blocks, pool->blocks.next);
+    }
+  }
+  leave(line, func);
+  return block;
+}
+
+void print_block(const XmemRecord &record, int number) {
+  puts("***************************************************");
+  printf("No.\t\t:%d\n", number);
+  printf("Addr\t\t:%p\n", record.ptr);
+  printf("Flag\t\t:%lu\n", static_cast<unsigned long>(record.flag));
+  printf("Alloc size\t:%u\n", record.size);
+  printf("Members\t\t:%u\n", record.members);
+  puts("Data map \t:");
+  printf("-00|01|02|03|04|05|06|07-");
+  const unsigned char *byte = static_cast<const unsigned char *>(record.ptr);
+  for (uint32_t member = 0; member < record.members; member++)
+    for (uint32_t at = 0; at < record.size; at++) {
+      if (at % 8 == 0)
+        printf("\n ");
+      printf("%2x|", *byte++);
+    }
+  printf("\n");
+}
+
+} // namespace
+
+extern "C" {
+
+int G_nTraceGroupVEMTA_MEM = 3;
+
+int xmem_init(int semkey) {
+  int result = -1;
+  pthread_mutex_lock(&table_lock);
+  if (!pool) {
+    pool = static_cast<XmemPool *>(malloc(sizeof(XmemPool)));
+    if (pool) {
+      pool->semid = no_semaphore;
+      torvane::list_make_empty(&pool->blocks);
+    }
+  }
+  // A pool that works is left alone. One whose semaphore could not be had before gets it now.
+  if (pool && pool->semid == no_semaphore) {
+    if (sem_create(semkey, &pool->semid) == 0)
+      result = 0;
+    else
+      pool->semid = no_semaphore;
+  }
+  pthread_mutex_unlock(&table_lock);
+  return result;
+}
+
+void *xmalloc(uint32_t size, uint32_t flag) {
+  return allocate(1, size, flag, __LINE__, __func__);
+}
+
+void *xcalloc(uint32_t count, uint32_t size, uint32_t flag) {
+  return allocate(count, size, flag, __LINE__, __func__);
+}
+
+void *xrealloc(void *block, uint32_t size, uint32_t flag) {
+  if (size == 0 || !block || !enter(__LINE__, __func__))
+    return nullptr;
+  void *renewed = nullptr;
+  for (XmemRecord &record : live_blocks()) {
+    if (record.ptr != block)
+      continue;
+    free(block);
+    renewed = calloc(1, size);
+    record.ptr = renewed;
+    if (renewed)
+      describe(record, 1, size, flag);
+    else
+      forget(record);
+    break;
+  }
+  leave(__LINE__, __func__);
+  return renewed;
+}
+
+void xfree(void *block) { // cppcheck-suppress constParameter ; it is freed
+  if (!enter(__LINE__, __func__))
+    return;
+  for (XmemRecord &record : live_blocks()) {
+    if (block && record.ptr != block)
+      continue;
+    free(record.ptr);
+    forget(record);
+    if (block)
+      break;
+  }
+  if (!list_empty(&pool->blocks)) {
+    leave(__LINE__, __func__);
+    return;
+  }
+  sem_delete(pool->semid);
+  free(pool);
+  pool = nullptr;
+  pthread_mutex_unlock(&table_lock);
+}
+
+void xprint(void) {
+  if (!pool || list_empty(&pool->blocks)) {
+    puts("POOL EMPTY");
+    return;
+  }
+  int number = 0;
+  for (const XmemRecord &record : live_blocks())
+    print_block(record, number++);
+}
+
+} // extern "C"

@@ -1,0 +1,143 @@
+// Flash partitions: their numbers by name, their devices and sizes.
+#include <fcntl.h>
+#include <limits.h>
+#include <mtd/mtd-user.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "log/trace.h"
+#include "string/text_writer.h"
+
+namespace {
+
+constexpr char trace_module[] = "sulnor_convert";
+
+// What stands before the number, by query kind.
+constexpr const char *name_prefixes[] = {"", "/dev/mtd", "/dev/mtdblock", "mtd", "mtdblock"};
+
+// The reason is that of the result -1 and not of errno, as readers of these lines know them.
+const char *reason_of_failure() {
+  return strerror(-1);
+}
+
+template <size_t Size>
+void write_name(char (&field)[Size], uint32_t kind, uint32_t num) {
+  torvane::TextWriter(field).append("%s%u", name_prefixes[kind], num);
+}
+
+void write_all(void *out, uint32_t size_of_partition, uint32_t num) {
+  mtd_query all = {};
+  write_name(all.dev, MTD_QUERY_DEV, num);
+  write_name(all.block_dev, MTD_QUERY_BLOCK_DEV, num);
+  write_name(all.name, MTD_QUERY_NAME, num);
+  write_name(all.block_name, MTD_QUERY_BLOCK_NAME, num);
+  all.num = num;
+  all.size = size_of_partition;
+  memcpy(out, &all, sizeof(all));
+}
+
+} // namespace
+
+using torvane::TextWriter;
+
+extern "C" {
+
+int parseMtdNumByCmd(const char *name, uint32_t *num) {
+  if (!name || !num)
+    return 0;
+  FILE *command = _system_read("cat /proc/mtd | grep %s | awk '{printf substr($1,4,1)}'", name);
+  if (!command)
+    return 0;
+  char digits[16];
+  const bool found = fgets(digits, sizeof(digits), command) != nullptr;
+  _system_close(command);
+  if (!found)
+    return 0;
+  char *end;
+  const long value = strtol(digits, &end, 10);
+  if (end == digits) {
+    TRACE("string(%s) to digital error!!\n", digits);
+    return 0;
+  }
+  // The largest number is that of a 32-bit long, on every host.
+  *num = static_cast<uint32_t>(std::min<long>(value, INT32_MAX));
+  return 1;
+}
+
+int getMtdInfo(const uint32_t *num, struct mtd_info_user *info) {
+  if (!num || !info)
+    return 0;
+  char path[32];
+  TextWriter(path).append("/dev/mtd%d", static_cast<int>(*num));
+  const int fd = open(path, O_RDWR | O_CLOEXEC);
+  if (fd == -1) {
+    printf("open mtd device fail!! reason:%s\n", reason_of_failure());
+    return 0;
+  }
+  const bool told = ioctl(fd, MEMGETINFO, info) != -1;
+  if (!told)
+    printf("ioctl error!! fd:%d, reason:%s\n", fd, reason_of_failure());
+  close(fd);
+  return told;
+}
+
+int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, uint32_t kind, const uint32_t *num) {
+  if (!info || !out || !num)
+    return 0;
+  switch (kind) {
+    case MTD_QUERY_ALL:
+      write_all(out, info->size, *num);
+      return 1;
+    case MTD_QUERY_DEV:
+    case MTD_QUERY_BLOCK_DEV:
+    case MTD_QUERY_NAME:
+    case MTD_QUERY_BLOCK_NAME: {
+      char buffer[64];
+      TextWriter text(buffer);
+      text.append("%s%d", name_prefixes[kind], static_cast<int>(*num));
+      if (text.length() > size) {
+        TRACE("over size!! querySize:%d > outputSize:%d", static_cast<int>(text.length()), static_cast<int>(size));
+        return 0;
+      }
+      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`, as the callers know
+      return 1;
+    }
+    case MTD_QUERY_NUM:
+      memcpy(out, num, sizeof(*num));
+      return 1;
+    case MTD_QUERY_SIZE:
+      memcpy(out, &info->size, sizeof(info->size));
+      return 1;
+    default:
+      TRACE("none case!!\n");
+      return 0;
+  }
+}
+
+int getMtdInfoByName(const char *name, void *out, uint32_t size, uint32_t kind) {
+  if (!name || !out) {
+    TRACE("Null Input\n");
+    return 0;
+  }
+  uint32_t num;
+  if (!parseMtdNumByCmd(name, &num)) {
+    TRACE("Parse mtd device name fail!!\n");
+    return 0;
+  }
+  struct mtd_info_user info = {};
+  if (!getMtdInfo(&num, &info))
+    return 0;
+  if (!setQueryMtdInfo(&info, out, size, kind, &num)) {
+    TRACE("query mtd info fail!!\n");
+    return 0;
+  }
+  return 1;
+}
+
+} // extern "C"

@@ -1,0 +1,85 @@
+// Disk usage: size and free space of what is mounted under a directory.
+#define _FILE_OFFSET_BITS 64 // large disks and 64-bit file numbers on 32-bit targets too
+
+#include <dirent.h>
+#include <errno.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/statvfs.h>
+
+#include "list/records.h"
+#include "log/trace.h"
+#include "string/text_writer.h"
+
+namespace {
+
+constexpr char trace_module[] = "vemta_usb";
+
+using Disks = torvane::Records<disk_info, offsetof(disk_info, list)>;
+
+// Cut to the field, which is zeroed.
+template <size_t Size>
+void set_text(char (&field)[Size], const char *text) {
+  memcpy(field, text, strnlen(text, Size - 1));
+}
+
+void append_disk(list_node *list, const char *path, const char *name, const struct statvfs &status) {
+  disk_info *disk = static_cast<disk_info *>(calloc(1, sizeof(disk_info)));
+  if (!disk)
+    return;
+  set_text(disk->path, path);
+  set_text(disk->name, name);
+  disk->total = static_cast<uint64_t>(status.f_blocks) * status.f_bsize;
+  disk->free = static_cast<uint64_t>(status.f_bfree) * status.f_bsize;
+  list_add_tail(&disk->list, list);
+}
+
+} // namespace
+
+extern "C" {
+
+int vemta_get_disk_info(const char *dir, list_node *list) {
+  if (!dir) {
+    TRACE("dir_path is null\n");
+    return 1;
+  }
+  if (!list) {
+    TRACE("list head is null\n");
+    return 1;
+  }
+  DIR *entries = opendir(dir);
+  if (!entries) {
+    TRACE("Cannot open dir: %s\n", dir);
+    return 1;
+  }
+  // A stream of one's own is read safely beside other threads, and only errno tells its end from an error.
+  errno = 0;
+  while (const dirent *entry = readdir(entries)) {
+    if (entry->d_name[0] != '.') {
+      char path[1024];
+      torvane::TextWriter(path).append("%s/%s", dir, entry->d_name);
+      struct statvfs status;
+      if (statvfs(path, &status) == 0)
+        append_disk(list, path, entry->d_name, status);
+      else
+        TRACE("Cannot statvfs %s\n", path);
+    }
+    errno = 0;
+  }
+  if (errno != 0)
+    TRACE("Error occuried when readdir_r (%d)\n", errno);
+  closedir(entries);
+  return 0;
+}
+
+void vemta_free_disk_info(list_node *list) {
+  if (!list)
+    return;
+  for (disk_info &disk : Disks(list)) {
+    list_del(&disk.list);
+    free(&disk);
+  }
+}
+
+} // extern "C"
