@@ -1132,9 +1132,9 @@ char from_hex(char c);
  * its size and a flag of the caller's, in one pool for the process.
  *
  * The pool lives from xmem_init until xfree frees its last block; then xmem_init makes the next. Any thread may call
- * the functions at any time, save xmem_init and xprint. They hold the pool's semaphore while they work, "pintakrel_mem"
- * in its traces: other processes that use the same key wait meanwhile, and a key of one's own spares them that. When it
- * cannot be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced.
+ * the functions at any time, save xprint. They hold the pool's semaphore while they work, "pintakrel_mem" in its
+ * traces: other processes that use the same key wait meanwhile, and a key of one's own spares them that. When it cannot
+ * be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced.
  *
  * A search of the table takes at most 256 steps.
  */

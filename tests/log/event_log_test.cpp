@@ -1,0 +1,661 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <linux/capability.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/sem.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/sandbox.h"
+#include "torvane.h"
+
+using sandbox::exists;
+using sandbox::in_child;
+using sandbox::read_file;
+
+namespace {
+
+static_assert(sizeof(log_entry) == 264);
+static_assert(offsetof(log_entry, file) == 64 && offsetof(log_entry, dir) == 128);
+static_assert(offsetof(log_entry, lines) == 256 && offsetof(log_entry, state) == 260);
+static_assert(sizeof(logList) == 8 * sizeof(log_entry));
+
+// As the program found them.
+const bool was_init = isInit != 0 || isLogSysInit() != 0;
+const int first_state = logList[0].state;
+
+const std::string dir = "/run/events";
+
+std::vector<std::string> files_in(const std::string &path) {
+  std::vector<std::string> names;
+  const std::string listed = sandbox::run("ls -A " + path).output;
+  for (size_t at = 0, end; (end = listed.find('\n', at)) != std::string::npos; at = end + 1)
+    names.push_back(listed.substr(at, end - at));
+  return names;
+}
+
+size_t lines_of(const std::string &text) {
+  return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// Runs `body` in a child that is still root and may do no more than any user.
+template <typename Body>
+int without_privilege(Body body) {
+  return in_child([&] {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[2] = {};
+    return syscall(SYS_capset, &header, none) == 0 ? body() : 100;
+  });
+}
+
+class EventLog : public testing::Test {
+ protected:
+  void SetUp() override {
+    sandbox::clear_console();
+    sandbox::run("rm -rf " + dir);
+    ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
+    initLogSys();
+    descriptors = sandbox::open_descriptors();
+  }
+  void TearDown() override {
+    EXPECT_EQ(descriptors, sandbox::open_descriptors());
+    EXPECT_EQ("", sandbox::console_text());
+    initLogSys();
+    while (umount2((dir + "/small").c_str(), MNT_DETACH) == 0) {
+    }
+    sandbox::run("rm -rf " + dir);
+  }
+
+  static int create(const std::string &name, const std::string &file, const std::string &where = dir) {
+    return createLog(name.c_str(), file.c_str(), where.c_str());
+  }
+  static void put(unsigned index, int times = 1) {
+    for (int i = 0; i < times; i++)
+      putlog(index, "wan0", "up");
+  }
+
+  int descriptors = 0;
+};
+
+// Where the system logger would listen.
+class SystemLogger {
+ public:
+  SystemLogger() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, "/dev/log");
+    if (bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
+      perror("/dev/log");
+  }
+  ~SystemLogger() {
+    close(fd_);
+    unlink("/dev/log");
+  }
+  SystemLogger(const SystemLogger &) = delete;
+  SystemLogger &operator=(const SystemLogger &) = delete;
+
+  // The next message, or empty when there is none.
+  std::string next() const {
+    std::vector<char> bytes(70000);
+    const ssize_t length = recv(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    return length < 0 ? "" : std::string(bytes.data(), static_cast<size_t>(length));
+  }
+  // Fills the queue, so that whoever sends next has to wait.
+  void fill() const {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, "/dev/log");
+    const int sender = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    while (sendto(sender, "x", 1, 0, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 1) {
+    }
+    close(sender);
+  }
+
+ private:
+  int fd_;
+};
+
+// The message without its time, which is checked for its form.
+std::string without_time(const std::string &message) {
+  static const std::regex form("^(<\\d+>)[A-Z][a-z]{2} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d ");
+  EXPECT_TRUE(std::regex_search(message, form)) << message;
+  return std::regex_replace(message, form, "$1", std::regex_constants::format_first_only);
+}
+
+// What the console shows of a message.
+std::string echo(const std::string &file, const std::string &line, const std::string &func, const std::string &text) {
+  const int id = static_cast<int>(syscall(SYS_gettid));
+  char header[4096];
+  snprintf(header, sizeof(header), "[SYS]\033[1m\033[40;%dm[%5d %-20s:%5s %16s()]:::\033[0m", 31 + id % 8, id,
+           file.c_str(), line.c_str(), func.c_str());
+  return header + text;
+}
+
+class SysLog : public testing::Test {
+ protected:
+  void SetUp() override {
+    sandbox::clear_console();
+    ASSERT_EQ(0, sem_create(key, &semid));
+    descriptors = sandbox::open_descriptors();
+  }
+  void TearDown() override {
+    EXPECT_EQ(descriptors, sandbox::open_descriptors());
+    sem_delete(semid);
+  }
+
+  int counter() const {
+    return semctl(semid, 0, GETVAL);
+  }
+  std::string pid() const {
+    return std::to_string(getpid());
+  }
+
+  static constexpr int key = 0x109;
+  SystemLogger logger;
+  int semid = -1;
+  int descriptors = 0;
+};
+
+} // namespace
+
+TEST_F(EventLog, IsNotInitialisedAtTheStartOfAProgram) {
+  EXPECT_FALSE(was_init);
+  EXPECT_EQ(0, first_state);
+}
+
+TEST_F(EventLog, InitialisingFreesEveryCategory) {
+  memset(logList, 'x', sizeof(logList));
+  isInit = 0;
+  EXPECT_EQ(0, isLogSysInit());
+  EXPECT_EQ(&isInit, initLogSys());
+  EXPECT_EQ(1, isInit);
+  EXPECT_EQ(1, isLogSysInit());
+  log_entry expected = {};
+  expected.state = -1;
+  for (const log_entry &entry : logList)
+    EXPECT_EQ(0, memcmp(&expected, &entry, sizeof(entry)));
+}
+
+TEST_F(EventLog, BeforeItIsInitialisedNoCategoryIsFreeAndTheFileIsCreatedAllTheSame) {
+  memset(logList, 0, sizeof(logList));
+  EXPECT_EQ(-1, create("wan", "wan.log"));
+  EXPECT_TRUE(exists(dir + "/wan.log"));
+  put(0);
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
+}
+
+TEST_F(EventLog, CreatingEmptiesTheFileAndTakesTheFirstFreeCategory) {
+  sandbox::write_file(dir + "/wan.log", "left from before\n");
+  EXPECT_EQ(0, create("wan", "wan.log"));
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
+  EXPECT_STREQ("wan", logList[0].name);
+  EXPECT_STREQ("wan.log", logList[0].file);
+  EXPECT_STREQ(dir.c_str(), logList[0].dir);
+  EXPECT_EQ(0, logList[0].lines);
+  EXPECT_EQ(1, logList[0].state);
+  EXPECT_EQ(-1, logList[1].state);
+}
+
+TEST_F(EventLog, HasEightCategoriesAndEmptiesTheNinthFileInVain) {
+  for (int i = 0; i < 8; i++)
+    EXPECT_EQ(i, create("log" + std::to_string(i), std::to_string(i)));
+  const std::string before(reinterpret_cast<const char *>(logList), sizeof(logList));
+  sandbox::write_file(dir + "/8", "left from before\n");
+  EXPECT_EQ(-1, create("log8", "8"));
+  EXPECT_TRUE(exists(dir + "/8"));
+  EXPECT_EQ("", read_file(dir + "/8"));
+  EXPECT_EQ(-1, create("log9", "9"));
+  EXPECT_TRUE(exists(dir + "/9"));
+  EXPECT_EQ(before, std::string(reinterpret_cast<const char *>(logList), sizeof(logList)));
+  put(7);
+  EXPECT_NE("", read_file(dir + "/7"));
+}
+
+TEST_F(EventLog, ACategoryInBetweenThatIsFreeIsTakenAndKeepsItsCount) {
+  for (int i = 0; i < 4; i++)
+    create("log", std::to_string(i));
+  logList[2].state = -1;
+  logList[2].lines = 55;
+  EXPECT_EQ(2, create("log", "again"));
+  EXPECT_EQ(55, logList[2].lines);
+}
+
+TEST_F(EventLog, AFileThatCannotBeOpenedTakesNoCategory) {
+  EXPECT_EQ(-2, create("wan", "wan.log", dir + "/absent"));
+  EXPECT_EQ(-2, create("wan", "events", "/run")); // a directory
+  EXPECT_EQ(-1, logList[0].state);
+  for (int i = 0; i < 8; i++)
+    create("log", std::to_string(i));
+  EXPECT_EQ(-2, create("wan", "wan.log", dir + "/absent")); // it comes before the want of a category
+}
+
+TEST_F(EventLog, ADirectoryWithoutPermissionRefuses) {
+  ASSERT_EQ(0, chmod(dir.c_str(), 0500));
+  EXPECT_EQ(0, without_privilege([] { return create("wan", "wan.log") == -2 && logList[0].state == -1 ? 0 : 1; }));
+  EXPECT_FALSE(exists(dir + "/wan.log"));
+}
+
+TEST_F(EventLog, AReadOnlyFileSystemRefusesAndLinesAreNotCounted) {
+  const std::string small = dir + "/small";
+  ASSERT_EQ(0, mkdir(small.c_str(), 0755));
+  ASSERT_EQ(0, mount("tmpfs", small.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+  ASSERT_EQ(0, create("wan", "wan.log", small));
+  put(0);
+  ASSERT_EQ(0, mount(nullptr, small.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr)) << strerror(errno);
+  put(0);
+  EXPECT_EQ(1, logList[0].lines);
+  EXPECT_EQ(1u, lines_of(read_file(small + "/wan.log")));
+  EXPECT_EQ(-2, create("lan", "lan.log", small));
+}
+
+TEST_F(EventLog, NullTextsCreateAndWriteNothing) {
+  EXPECT_EQ(-2, createLog(nullptr, "a", dir.c_str()));
+  EXPECT_EQ(-2, createLog("a", nullptr, dir.c_str()));
+  EXPECT_EQ(-2, createLog("a", "a", nullptr));
+  EXPECT_EQ(std::vector<std::string>{}, files_in(dir));
+  EXPECT_EQ(-1, logList[0].state);
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  putlog(0, nullptr, "b");
+  putlog(0, "a", nullptr);
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
+  EXPECT_EQ(0, logList[0].lines);
+}
+
+TEST_F(EventLog, NamesAreCutToTheirFields) {
+  const std::string longest(63, 'n');
+  ASSERT_EQ(0, create(longest, "a"));
+  EXPECT_EQ(longest, logList[0].name);
+  ASSERT_EQ(1, create(longest + "o", "b"));
+  EXPECT_EQ(longest, logList[1].name);
+  EXPECT_EQ('\0', logList[1].name[63]);
+  EXPECT_STREQ("b", logList[1].file);
+}
+
+TEST_F(EventLog, LinesOfAnOverlongFileNameGoToTheCutName) {
+  const std::string longest(63, 'f');
+  ASSERT_EQ(0, create("a", longest));
+  put(0);
+  EXPECT_EQ(1u, lines_of(read_file(dir + "/" + longest)));
+  ASSERT_EQ(1, create("b", longest + "g"));
+  EXPECT_TRUE(exists(dir + "/" + longest + "g"));
+  EXPECT_EQ(longest, logList[1].file);
+  EXPECT_EQ('\0', logList[1].file[63]);
+  put(1);
+  EXPECT_EQ(2u, lines_of(read_file(dir + "/" + longest)));
+  EXPECT_EQ("", read_file(dir + "/" + longest + "g"));
+}
+
+TEST_F(EventLog, OfAnOverlongDirectoryTheFirst127CharactersCount) {
+  const std::string fits = dir + "/" + std::string(127 - dir.size() - 1, 'd');
+  ASSERT_EQ(127u, fits.size());
+  ASSERT_EQ(0, mkdir(fits.c_str(), 0755));
+  ASSERT_EQ(0, mkdir((fits + "e").c_str(), 0755));
+  const std::string file(63, 'f');
+  ASSERT_EQ(0, create("a", file, fits)); // the longest path of all
+  put(0, 128);
+  const auto files = files_in(fits);
+  ASSERT_EQ(1u, files.size());
+  EXPECT_EQ(file + "_", files[0].substr(0, 64)); // and its renamed name whole
+  EXPECT_GE(files[0].size(), 64u + 10);
+  ASSERT_EQ(1, create("b", "x", fits + "e"));
+  EXPECT_TRUE(exists(fits + "e/x"));
+  EXPECT_EQ(fits, logList[1].dir);
+  put(1);
+  EXPECT_EQ("", read_file(fits + "e/x"));
+  EXPECT_EQ(1u, lines_of(read_file(fits + "/x")));
+}
+
+TEST_F(EventLog, APathOfMoreThan195CharactersIsCutThere) {
+  const std::string rest(195 - dir.size() - 1, 'p');
+  ASSERT_EQ(0, create("a", rest));
+  EXPECT_TRUE(exists(dir + "/" + rest));
+  unlink((dir + "/" + rest).c_str());
+  ASSERT_EQ(1, create("b", rest + "qqq"));
+  EXPECT_EQ(std::vector<std::string>{rest}, files_in(dir));
+}
+
+TEST_F(EventLog, ALineIsTwoFieldsAndTheSecondsSinceTheEpoch) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  ASSERT_EQ(1, create("lan", "lan.log"));
+  const time_t before = time(nullptr);
+  putlog(0, "wan0", "up 100%s");
+  putlog(0, "", "");
+  putlog(1, "a|b", "c\nd");
+  const time_t after = time(nullptr);
+  const std::string text = read_file(dir + "/wan.log");
+  long first = 0, second = 0;
+  int end = 0;
+  ASSERT_EQ(2, sscanf(text.c_str(), "wan0|up 100%%s|%ld\n||%ld%n", &first, &second, &end)) << text;
+  EXPECT_EQ("\n", text.substr(static_cast<size_t>(end)));
+  EXPECT_LE(before, first);
+  EXPECT_LE(first, second);
+  EXPECT_LE(second, after);
+  EXPECT_EQ(0u, read_file(dir + "/lan.log").find("a|b|c\nd|1"));
+  EXPECT_EQ(2, logList[0].lines);
+  EXPECT_EQ(1, logList[1].lines);
+}
+
+TEST_F(EventLog, AppendsToWhatAnotherProgramHasWritten) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  sandbox::write_file(dir + "/wan.log", "another's\n");
+  put(0);
+  EXPECT_EQ(0u, read_file(dir + "/wan.log").find("another's\nwan0|up|"));
+}
+
+TEST_F(EventLog, AFileThatIsGoneIsMadeAnew) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  unlink((dir + "/wan.log").c_str());
+  put(0);
+  EXPECT_EQ(1u, lines_of(read_file(dir + "/wan.log")));
+}
+
+TEST_F(EventLog, ADirectoryThatIsGoneIsPassedOverWithoutACount) {
+  ASSERT_EQ(0, mkdir((dir + "/sub").c_str(), 0755));
+  ASSERT_EQ(0, create("wan", "wan.log", dir + "/sub"));
+  sandbox::run("rm -r " + dir + "/sub");
+  put(0);
+  EXPECT_EQ(0, logList[0].lines);
+  EXPECT_FALSE(exists(dir + "/sub"));
+}
+
+TEST_F(EventLog, WritesToNothingButCategoriesInUse) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  for (const unsigned index : {1u, 7u, 8u, 9u, UINT_MAX, 0x80000000u})
+    put(index);
+  logList[0].state = 0;
+  put(0);
+  logList[0].state = 2;
+  put(0);
+  EXPECT_EQ(std::vector<std::string>{"wan.log"}, files_in(dir));
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
+  EXPECT_EQ(0, logList[0].lines);
+}
+
+TEST_F(EventLog, The128thLineMovesTheFileAsideAndThe129thStartsANewOne) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  put(0, 127);
+  EXPECT_EQ(127, logList[0].lines);
+  EXPECT_EQ(std::vector<std::string>{"wan.log"}, files_in(dir));
+  EXPECT_EQ(127u, lines_of(read_file(dir + "/wan.log")));
+
+  const time_t before = time(nullptr);
+  put(0);
+  const time_t after = time(nullptr);
+  EXPECT_EQ(0, logList[0].lines);
+  const auto files = files_in(dir);
+  ASSERT_EQ(1u, files.size());
+  ASSERT_EQ("wan.log_", files[0].substr(0, 8));
+  const std::string seconds = files[0].substr(8);
+  EXPECT_EQ(std::to_string(std::stol(seconds)), seconds);
+  EXPECT_LE(before, std::stol(seconds));
+  EXPECT_GE(after, std::stol(seconds));
+  EXPECT_EQ(128u, lines_of(read_file(dir + "/" + files[0])));
+
+  put(0);
+  EXPECT_EQ(1, logList[0].lines);
+  EXPECT_EQ(1u, lines_of(read_file(dir + "/wan.log")));
+  EXPECT_EQ(128u, lines_of(read_file(dir + "/" + files[0])));
+  EXPECT_EQ(2u, files_in(dir).size());
+}
+
+TEST_F(EventLog, CategoriesAreCountedApart) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  ASSERT_EQ(1, create("lan", "lan.log"));
+  put(0, 127);
+  put(1, 127);
+  EXPECT_EQ((std::vector<std::string>{"lan.log", "wan.log"}), files_in(dir));
+  put(1);
+  EXPECT_EQ(127, logList[0].lines);
+  EXPECT_TRUE(exists(dir + "/wan.log"));
+  EXPECT_FALSE(exists(dir + "/lan.log"));
+}
+
+TEST_F(EventLog, ARenameThatFailsStartsTheCountAnew) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  const std::string path = dir + "/wan.log";
+  ASSERT_EQ(0, mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr)) << strerror(errno); // cannot be renamed
+  put(0, 128);
+  EXPECT_EQ(0, logList[0].lines);
+  EXPECT_EQ(std::vector<std::string>{"wan.log"}, files_in(dir));
+  put(0);
+  EXPECT_EQ(1, logList[0].lines);
+  EXPECT_EQ(129u, lines_of(read_file(path)));
+  umount2(path.c_str(), MNT_DETACH);
+}
+
+TEST_F(EventLog, AFullDiskLosesLinesAndCountsThem) {
+  const std::string small = dir + "/small";
+  ASSERT_EQ(0, mkdir(small.c_str(), 0755));
+  ASSERT_EQ(0, mount("tmpfs", small.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+  ASSERT_EQ(0, create("wan", "wan.log", small));
+  sandbox::write_file(small + "/filler", std::string(65536, 'x'));
+  put(0, 127);
+  EXPECT_EQ(127, logList[0].lines);
+  EXPECT_EQ("", read_file(small + "/wan.log"));
+  put(0);
+  EXPECT_EQ(0, logList[0].lines);
+  EXPECT_FALSE(exists(small + "/wan.log"));
+  unlink((small + "/filler").c_str());
+  put(0);
+  EXPECT_EQ(1u, lines_of(read_file(small + "/wan.log")));
+}
+
+TEST_F(EventLog, WithoutMemoryOrDescriptorsNothingHappens) {
+  ASSERT_EQ(0, create("wan", "wan.log"));
+  sandbox::fail_allocation(1);
+  put(0);
+  EXPECT_TRUE(sandbox::allocation_failed());
+  sandbox::fail_allocation(1);
+  EXPECT_EQ(-2, create("lan", "lan.log"));
+  sandbox::fail_allocation(0);
+  {
+    const sandbox::NoDescriptors none;
+    put(0);
+    EXPECT_EQ(-2, create("lan", "lan.log"));
+  }
+  EXPECT_EQ(0, logList[0].lines);
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
+  EXPECT_EQ(-1, logList[1].state);
+}
+
+TEST_F(SysLog, EveryTypeHasItsNameAndPriority) {
+  const struct {
+    int type;
+    const char *start;
+  } cases[] = {{0, "<14>router[%]: [ltSystemActivity]"},
+               {1, "<15>router[%]: [ltDebugInformation]"},
+               {2, "<12>router[%]: [ltAttacks]"},
+               {3, "<12>router[%]: [ltDroppedPackets]"},
+               {4, "<13>router[%]: [ltNotice]"}};
+  for (const auto &c : cases) {
+    EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", c.type, "%s is %d", "wan0", -3));
+    std::string expected = c.start;
+    expected.replace(expected.find('%'), 1, pid());
+    EXPECT_EQ(expected + "wan0 is -3\n", without_time(logger.next()));
+    EXPECT_EQ("", logger.next());
+    EXPECT_EQ(1, counter());
+  }
+}
+
+TEST_F(SysLog, OtherTypesReachTheConsoleAlone) {
+  for (const int type : {5, -1, 6, INT_MAX, INT_MIN}) {
+    sandbox::clear_console();
+    EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", type, "hello\n"));
+    EXPECT_EQ("", logger.next());
+    EXPECT_EQ(echo("caller", "7", "main", "hello\n"), sandbox::console_text());
+    EXPECT_EQ(1, counter());
+  }
+}
+
+TEST_F(SysLog, TheConsoleShowsTheMessageAfterItsOwnHeader) {
+  sandbox::ConsoleWatch watch;
+  EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 4, "100%%|%s\n", "%s%n"));
+  EXPECT_EQ(1, watch.counts().opens);
+  EXPECT_EQ(1, watch.counts().closes);
+  const std::string first = echo("caller", "7", "main", "100%|%s%n\n");
+  EXPECT_EQ(first, sandbox::console_text());
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]100%|%s%n\n\n", without_time(logger.next()));
+
+  // Nothing adds a newline, and wide names are shown whole.
+  EXPECT_EQ(0, __syslogprintf(semid, "router", "a_file_name_of_30_characters_xx", -123456,
+                              "a_function_of_many_characters", 4, "no newline"));
+  EXPECT_EQ(first + echo("a_file_name_of_30_characters_xx", "-123456", "a_function_of_many_characters", "no newline"),
+            sandbox::console_text());
+}
+
+TEST_F(SysLog, AThreadShowsItsOwnIdAndColour) {
+  std::string expected;
+  std::thread([&] {
+    expected = echo("caller", "7", "main", "hello\n");
+    EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 0, "hello\n"));
+  }).join();
+  EXPECT_EQ(expected, sandbox::console_text());
+}
+
+TEST_F(SysLog, TheIdentityIsTheCallsOwn) {
+  openlog("program", 0, LOG_DAEMON);
+  EXPECT_EQ(0, __syslogprintf(semid, "first", "caller", 7, "main", 0, "a"));
+  EXPECT_EQ(0, __syslogprintf(semid, "second", "caller", 7, "main", 0, "b"));
+  EXPECT_EQ("<14>first[" + pid() + "]: [ltSystemActivity]a\n", without_time(logger.next()));
+  EXPECT_EQ("<14>second[" + pid() + "]: [ltSystemActivity]b\n", without_time(logger.next()));
+}
+
+TEST_F(SysLog, MessagesAreCutAt1023Characters) {
+  const std::string fits(1023, 'm');
+  for (const std::string &message : {fits, fits + "n", std::string(5000, 'm')}) {
+    sandbox::clear_console();
+    EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 4, "%s", message.c_str()));
+    EXPECT_EQ(echo("caller", "7", "main", fits), sandbox::console_text());
+    EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]" + fits + "\n", without_time(logger.next()));
+  }
+}
+
+TEST_F(SysLog, AConsoleThatCannotBeOpenedIsSkipped) {
+  const sandbox::UnopenableConsole away;
+  EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello"));
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]hello\n", without_time(logger.next()));
+  EXPECT_EQ(1, counter());
+}
+
+TEST_F(SysLog, ASemaphoreThatFailsIsReportedAndTheMessageIsSent) {
+  ASSERT_EQ(0, sem_delete(semid));
+  sandbox::Captured errors(STDERR_FILENO);
+  EXPECT_EQ(1, __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello\n"));
+  EXPECT_EQ("sem down: Invalid argument\nsem up: Invalid argument\n", errors.text());
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]hello\n\n", without_time(logger.next()));
+  const std::string shown = sandbox::console_text(), expected = echo("caller", "7", "main", "hello\n");
+  ASSERT_EQ(0u, shown.find(expected));
+  sandbox::write_file("/dev/console", shown.substr(expected.size()));
+  const auto traces = sandbox::console();
+  ASSERT_EQ(2u, traces.size());
+  const std::regex down("quorra_log:\\d+:::__syslogprintf:::semid=" + std::to_string(semid) + " down fail\n");
+  const std::regex up("quorra_log:\\d+:::__syslogprintf:::semid=" + std::to_string(semid) + " up fail\n");
+  EXPECT_TRUE(std::regex_match(traces[0].message, down)) << traces[0].message;
+  EXPECT_TRUE(std::regex_match(traces[1].message, up)) << traces[1].message;
+}
+
+TEST_F(SysLog, TheResultIsThatOfGivingTheSemaphoreBack) {
+  union {
+    int value;
+    semid_ds *status;
+  } highest = {32767};
+  ASSERT_EQ(0, semctl(semid, 0, SETVAL, highest));
+  // The down succeeds, and a full counter is made behind its back before the up.
+  logger.fill();
+  int result = -1;
+  sandbox::Captured errors(STDERR_FILENO);
+  std::thread sender([&] { result = __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello"); });
+  while (counter() != 32766)
+    usleep(500);
+  ASSERT_EQ(0, semctl(semid, 0, SETVAL, highest));
+  while (!logger.next().empty()) {
+  }
+  sender.join();
+  EXPECT_EQ(1, result);
+  EXPECT_EQ("sem up: Numerical result out of range\n", errors.text());
+}
+
+TEST_F(SysLog, HoldsTheSemaphoreWhileTheSystemLoggerTakesTheMessage) {
+  logger.fill();
+  int result = -1;
+  std::thread sender([&] { result = __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello"); });
+  while (counter() != 0)
+    usleep(500);
+  usleep(20000); // it would be given back by now if nobody waited
+  EXPECT_EQ(0, counter());
+  std::string last;
+  for (std::string message = logger.next(); !message.empty(); message = logger.next())
+    last = message;
+  sender.join();
+  for (std::string message = logger.next(); !message.empty(); message = logger.next())
+    last = message;
+  EXPECT_EQ(0, result);
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]hello\n", without_time(last));
+  EXPECT_EQ(1, counter());
+}
+
+TEST_F(SysLog, WaitsForTheSemaphoreWithTheMessageShownAlready) {
+  ASSERT_EQ(0, downdown(semid, "test", 1, "test", 0));
+  std::thread sender([&] { EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello")); });
+  while (semctl(semid, 0, GETNCNT) == 0)
+    usleep(500);
+  EXPECT_NE("", sandbox::console_text());
+  EXPECT_EQ("", logger.next());
+  EXPECT_EQ(0, upup(semid, "test", 1, "test", 0));
+  sender.join();
+  EXPECT_NE("", logger.next());
+}
+
+TEST_F(SysLog, WithoutASystemLoggerTheRestHappens) {
+  unlink("/dev/log");
+  EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello"));
+  EXPECT_EQ(echo("caller", "7", "main", "hello"), sandbox::console_text());
+  EXPECT_EQ(1, counter());
+}
+
+TEST_F(SysLog, NullTextsAreRefusedWithoutASign) {
+  int (*const unchecked)(int, const char *, const char *, int, const char *, int, const char *, ...) = __syslogprintf;
+  EXPECT_EQ(1, unchecked(semid, nullptr, "caller", 7, "main", 4, "hello"));
+  EXPECT_EQ(1, unchecked(semid, "router", nullptr, 7, "main", 4, "hello"));
+  EXPECT_EQ(1, unchecked(semid, "router", "caller", 7, nullptr, 4, "hello"));
+  EXPECT_EQ(1, unchecked(semid, "router", "caller", 7, "main", 4, nullptr));
+  EXPECT_EQ("", logger.next());
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST(SysLogType, IsFoundByItsExactName) {
+  EXPECT_EQ(LOG_TYPE_SYSTEM_ACTIVITY, syslogType("ltSystemActivity"));
+  EXPECT_EQ(LOG_TYPE_DEBUG_INFORMATION, syslogType("ltDebugInformation"));
+  EXPECT_EQ(LOG_TYPE_ATTACKS, syslogType("ltAttacks"));
+  EXPECT_EQ(LOG_TYPE_DROPPED_PACKETS, syslogType("ltDroppedPackets"));
+  EXPECT_EQ(LOG_TYPE_NOTICE, syslogType("ltNotice"));
+  for (const char *unknown : {"", "ltnotice", "ltNotice ", "Notice", "UNKNOWN"})
+    EXPECT_EQ(-1, syslogType(unknown)) << unknown;
+  EXPECT_EQ(-1, syslogType(nullptr));
+  const int values[] = {LOG_TYPE_SYSTEM_ACTIVITY, LOG_TYPE_DEBUG_INFORMATION, LOG_TYPE_ATTACKS,
+                        LOG_TYPE_DROPPED_PACKETS, LOG_TYPE_NOTICE};
+  for (int i = 0; i < 5; i++)
+    EXPECT_EQ(i, values[i]);
+}
+
+TEST(SysLogCortina, DoesNothing) {
+  sandbox::clear_console();
+  const SystemLogger logger;
+  syslogprintf_cortina();
+  EXPECT_EQ("", logger.next());
+  EXPECT_EQ("", sandbox::console_text());
+}
