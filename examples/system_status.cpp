@@ -1,0 +1,163 @@
+// What a router's status page shows of its hardware: flash partitions, disks, CPU load.
+//
+//   system_status [-i SECONDS] [DIRECTORY...]
+//
+//   -i SECONDS  interval over which the load is taken, 0.1 to 60; 1 when it is not given
+//   DIRECTORY   where disks are mounted: every entry in it is shown with the file system that it is on
+//
+// Ends with 0 when all was shown, 1 when something could not be (the reason stands in its place or on standard error),
+// and 2 when it was called wrongly.
+#include <mtd/mtd-user.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "torvane.h"
+
+namespace {
+
+// 1536 is "1.5 KiB"; bytes have no fraction.
+std::string readable(uint64_t bytes) {
+  constexpr std::array units = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  char text[32];
+  if (bytes < 1024) {
+    snprintf(text, sizeof(text), "%u B", static_cast<unsigned>(bytes));
+    return text;
+  }
+  double value = static_cast<double>(bytes) / 1024;
+  size_t unit = 0;
+  while (value >= 1024 && unit + 1 < units.size()) {
+    value /= 1024;
+    unit++;
+  }
+  snprintf(text, sizeof(text), "%.1f %s", value, units[unit]);
+  return text;
+}
+
+struct Partition {
+  uint32_t number;
+  std::string name;
+};
+
+// Of a line of /proc/mtd such as `mtd3: 00b00000 00020000 "rootfs"`. False for its heading.
+bool read_partition(const char *line, Partition &partition) {
+  unsigned number;
+  char name[64];
+  if (sscanf(line, "mtd%u: %*x %*x \"%63[^\"]\"", &number, name) != 2)
+    return false;
+  partition = {number, name};
+  return true;
+}
+
+bool show_partition(const Partition &partition) {
+  // getMtdInfoByName would do both steps in one, but it knows ten partitions and takes a part of a name for the whole.
+  // Whoever has read the table has the number.
+  mtd_info_user info;
+  char device[16 + 1] = "?";
+  const bool told = getMtdInfo(&partition.number, &info) != 0; // else it says why on standard output
+  const std::string size = told ? readable(info.size) : "?";
+  if (told)
+    setQueryMtdInfo(&info, device, sizeof(device) - 1, MTD_QUERY_NAME, &partition.number);
+  printf("%-24s %-12s %10s\n", partition.name.c_str(), device, size.c_str());
+  return told;
+}
+
+bool show_flash() {
+  const std::unique_ptr<FILE, decltype(&fclose)> table(fopen("/proc/mtd", "re"), fclose);
+  if (!table) {
+    puts("FLASH: none, there is no /proc/mtd");
+    return true;
+  }
+  printf("%-24s %-12s %10s\n", "FLASH", "DEVICE", "SIZE");
+  bool complete = true;
+  char line[256];
+  while (fgets(line, sizeof(line), table.get())) {
+    Partition partition;
+    if (read_partition(line, partition) && !show_partition(partition))
+      complete = false;
+  }
+  return complete;
+}
+
+void show_disk(const disk_info &disk) {
+  const uint64_t used = disk.total - disk.free;
+  // File systems of the kernel's own, such as /proc, have no size.
+  const double share = disk.total == 0 ? 0 : 100 * static_cast<double>(used) / static_cast<double>(disk.total);
+  printf("%-30s %10s %10s %10s %4.0f%%\n", disk.path, readable(disk.total).c_str(), readable(used).c_str(),
+         readable(disk.free).c_str(), share);
+}
+
+disk_info *disk_of(list_node *node) {
+  return reinterpret_cast<disk_info *>(reinterpret_cast<char *>(node) - offsetof(disk_info, list));
+}
+
+// Every directory is shown, also when one of them cannot be opened.
+bool show_disks(const std::vector<const char *> &directories) {
+  if (directories.empty())
+    return true;
+  bool complete = true;
+  list_node found = {&found, &found};
+  for (const char *directory : directories) {
+    if (vemta_get_disk_info(directory, &found) != 0) {
+      fprintf(stderr, "system_status: cannot open %s\n", directory);
+      complete = false;
+    }
+  }
+  std::vector<const disk_info *> disks;
+  for (list_node *node = found.next; node != &found; node = node->next)
+    disks.push_back(disk_of(node));
+  // A directory gives its entries in an order of its own.
+  std::sort(disks.begin(), disks.end(),
+            [](const disk_info *a, const disk_info *b) { return strcmp(a->path, b->path) < 0; });
+  printf("%-30s %10s %10s %10s %5s\n", "DISK", "SIZE", "USED", "FREE", "USE");
+  for (const disk_info *disk : disks)
+    show_disk(*disk);
+  vemta_free_disk_info(&found);
+  return complete;
+}
+
+using Sample = std::unique_ptr<cpu_sample, decltype(&free)>;
+
+bool show_load(double seconds) {
+  const Sample before(cpu_utility_get_stat(), free);
+  usleep(static_cast<useconds_t>(seconds * 1e6));
+  const Sample after(cpu_utility_get_stat(), free);
+  const float load = cpu_utility_calculate(before.get(), after.get()); // -1 when one of them is not there
+  if (load < 0 || std::isnan(load)) {
+    puts("CPU LOAD: unknown");
+    return false;
+  }
+  printf("CPU LOAD: %.1f%% over %.1f s\n", static_cast<double>(load), seconds);
+  return true;
+}
+
+int usage() {
+  fputs("usage: system_status [-i SECONDS] [DIRECTORY...]\n", stderr);
+  return 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  double seconds = 1;
+  for (int option; (option = getopt(argc, argv, "i:")) != -1;) {
+    char *end = nullptr;
+    if (option == 'i')
+      seconds = strtod(optarg, &end);
+    if (option != 'i' || end == optarg || *end != '\0' || !(seconds >= 0.1 && seconds <= 60))
+      return usage();
+  }
+  const std::vector<const char *> directories(argv + optind, argv + argc);
+  const bool flash = show_flash();
+  const bool disks = show_disks(directories);
+  const bool load = show_load(seconds);
+  return flash && disks && load ? 0 : 1;
+}
