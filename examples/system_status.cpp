@@ -51,6 +51,7 @@ struct Partition {
 bool read_partition(const char *line, Partition &partition) {
   unsigned number;
   char name[64];
+  // NOLINTNEXTLINE(cert-err34-c): numbers that the kernel has written
   if (sscanf(line, "mtd%u: %*x %*x \"%63[^\"]\"", &number, name) != 2)
     return false;
   partition = {number, name};
