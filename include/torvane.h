@@ -1145,7 +1145,7 @@ char from_hex(char c);
  */
 typedef struct DnsQuery {
   uint32_t servers[5];           /* IPv4 addresses of the servers */
-  char names[10][256];           /* dotted text; one of 256 bytes needs no terminator */
+  char names[10][256];           /* dotted text, no dot at the end; 256 bytes need no terminator */
   uint8_t stopOnMatch;           /* not 0: stop waiting when a reply has an address for one of the names */
   uint8_t timeoutSec;            /* seconds that each wait for a reply lasts; 0 takes what is there already */
   uint8_t serverCount;           /* servers in use, 1 to 5; more are taken as 5 */
