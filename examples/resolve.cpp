@@ -18,8 +18,8 @@
 namespace {
 
 constexpr int most_servers = 5;
-// A record has room for ten. Answers to any other name, such as what an alias stands for, go to the slot behind the last
-// name, and with ten names that is the next server's first.
+// A record has room for ten. Answers to any other name, such as what an alias stands for, go to the slot behind the
+// last name, and with ten names that is the next server's first.
 constexpr int most_names = 9;
 
 constexpr int exit_found = 0, exit_nothing = 1, exit_usage = 2;

@@ -1,4 +1,4 @@
-// What becomes of a query when a call of the kernel fails, is interrupted, or gives a descriptor that select cannot take.
+// What becomes of a query when a call of the kernel fails or is interrupted, or gives a socket that select cannot take.
 #include "dns/libc_calls.h"
 
 #include <dlfcn.h>
