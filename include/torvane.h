@@ -1192,9 +1192,9 @@ int dnsQuery4_checkServerResponseOnly(DnsQuery *query);
  *
  * A reply that cannot be understood is dropped whole, nothing of it is filed or counted: one that runs past the bytes
  * received (2048 are taken of a datagram), a name whose labels take 256 bytes or more, pointers that form a loop, a
- * label longer than the rest of its name, an A answer of less than 4 or an AAAA answer of less than 16 bytes (of longer ones
- * the first bytes are taken). Only the first 20 answers are looked at. The data of answers of other types than 1 and 28
- * is read as a name, and the next answer is taken to begin where that name ends.
+ * label longer than the rest of its name, an A answer of less than 4 or an AAAA answer of less than 16 bytes (of longer
+ * ones the first bytes are taken). Only the first 20 answers are looked at. The data of answers of other types than 1
+ * and 28 is read as a name, and the next answer is taken to begin where that name ends.
  *
  * Queries have consecutive ids, from 301 at the start of the process, 65535 followed by 0. Threads that ask at the same
  * time may send the same id.
