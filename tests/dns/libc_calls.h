@@ -7,7 +7,8 @@
 namespace dns {
 
 struct LibcCalls {
-  std::atomic<int> failing_selects{0}; // how many calls from now on fail
+  std::atomic<int> passing_selects{0}; // how many calls from now on are let through before some fail
+  std::atomic<int> failing_selects{0}; // how many calls then fail; the same for the others
   std::atomic<int> select_error{0};
   std::atomic<int> failing_receives{0};
   std::atomic<int> receive_error{0};

@@ -57,7 +57,7 @@ extern "C" {
 
 int select(int count, fd_set *in, fd_set *out, fd_set *except, timeval *timeout) {
   static const auto real = dns::next_definition(select, "select");
-  if (dns::take_one(libc_calls.failing_selects)) {
+  if (!dns::take_one(libc_calls.passing_selects) && dns::take_one(libc_calls.failing_selects)) {
     errno = libc_calls.select_error;
     return -1;
   }

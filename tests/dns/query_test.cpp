@@ -304,6 +304,10 @@ TEST_F(Results, OneOfTheTwoCallsIsEnough) {
   EXPECT_EQ((Texts{"ipv4 result count = 0\n", "ipv6 result count = 0\n", "ipv4 result count = 1\n",
                    "ipv6 result count = 0\n"}),
             sandbox::console_messages());
+  dns::libc_calls.passing_selects = 1; // and the other way round
+  dns::libc_calls.failing_selects = 1;
+  EXPECT_EQ(1, dnsQuery4(query.get()));
+  EXPECT_EQ(0, dns::libc_calls.failing_selects);
   dns::libc_calls.failing_selects = 2;
   EXPECT_EQ(0, dnsQuery4(query.get()));
 }
@@ -782,7 +786,15 @@ TEST_F(Passes, FollowAliases) {
        1,
        {"n0.test"},
        {"A 0 1 192.0.2.9"}},
-      // An empty datagram ends the listening of this pass, not of the next.
+      // Nor with an IPv6 address.
+      {"127.0.1.12",
+       [](const Bytes &query) {
+         return std::vector<Bytes>{reply(query, 1, aaaa(labels("other.test"), "2001:db8::9")), alias_to(query, 1)};
+       },
+       1,
+       {"n0.test"},
+       {"AAAA 0 1 2001:db8::9"}},
+      // Two aliases of one reply, and an answer for each.
       {"127.0.1.10",
        [](const Bytes &query) {
          if (number_in(query) == 0)
