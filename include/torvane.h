@@ -1111,7 +1111,431 @@ char to_hex(char value);
 /* The value of a hexadecimal digit of either case. For any other character its lower-case code minus 87: no error. */
 char from_hex(char c);
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Interfaces
+ * ------------------------------------------------------------------------------------------------------------------
+ * What the kernel knows about its IPv4 interfaces. Nothing here keeps state; any thread may call it. Results: 0
+ * success, 1 failure; on a failure nothing is written unless the function says otherwise. Traces here have the short
+ * header, without the process id.
+ *
+ * Addresses and masks are IPv4 in network byte order in memory, as in a struct in_addr; for text see ip2string.
+ *
+ * Every query by name opens a raw socket for itself and closes it again: the process needs the right to do so
+ * (CAP_NET_RAW), and without it, as without a free descriptor, every query gives 1. Names are cut to the 15 characters
+ * that a request to the kernel holds; "eth0:1" names the address with that label.
+ */
+
+/*
+ * The interface's first IPv4 address; its netmask; its broadcast address. 1 when there is no such interface or it has
+ * no address; a broadcast address that was never set is 0.0.0.0, and a success.
+ */
+int get_ip_by_ifname(const char *ifname, uint32_t *out);
+int get_mask_by_ifname(const char *ifname, uint32_t *out);
+int get_bcast_by_ifname(const char *ifname, uint32_t *out);
+
+/*
+ * A free address for an alias: the next host address above the interface's own, wrapping inside its subnet, neither the
+ * network's nor the broadcast address. Whether another machine has it is not looked at.
+ *
+ * NEVER RETURNS for a subnet without two host addresses: masks 255.255.255.254 and 255.255.255.255 (get_mask_by_ifname
+ * tells). Each address that it tries is written to `out`.
+ *
+ * Returns 0; or 1, tracing "CHECK!!\n", when address or mask cannot be had.
+ */
+int get_aliasIp_by_ifname(const char *ifname, uint32_t *out);
+
+/* The interface's flags (IFF_UP and its kin), the kernel's 16 bits with their sign extended. */
+int get_flag_by_ifname(const char *ifname, int32_t *out);
+
+/*
+ * The channel of a wireless interface, by its driver's private request 0x8BE1 (SIOCIWFIRSTPRIV + 1): length 1, flags
+ * 0x712, and a pointer to 4 bytes, 0 before, that the driver fills. What other drivers take that request for is their
+ * affair: ask only interfaces of the driver that has it.
+ */
+int get_chan_by_ifname(const char *ifname, int32_t *out);
+
+/*
+ * The first 6 bytes of the interface's hardware address. On other than Ethernet interfaces that may not be all of it.
+ *
+ *   size  bytes of `out`; below 6 gives 1, and the kernel is not asked
+ */
+int get_mac_by_ifname(const char *ifname, uint8_t *out, int size);
+
+/*
+ * Gives an Ethernet interface the hardware address `mac` (6 bytes). 1, with nothing changed, when there is no such
+ * interface, it is not Ethernet, or the kernel refuses (no CAP_NET_ADMIN; some drivers while the interface is up).
+ */
+int set_mac_by_ifname(const char *ifname, const uint8_t *mac);
+
+/* Not implemented, kept for programs that call them: they look at nothing, do nothing and return 1. */
+int set_ip_by_ifname(const char *ifname, uint32_t value);
+int set_mask_by_ifname(const char *ifname, uint32_t value);
+int set_bcast_by_ifname(const char *ifname, uint32_t value);
+int set_mtu_by_ifname(const char *ifname, uint32_t value);
+int get_mtu_by_ifname(const char *ifname, uint32_t *out);
+
+/*
+ * Meant to give the name of the interface with the address `ip`; finds only interfaces whose names have exactly 15
+ * characters. The name that it asks for is the rest of the interface's line in "/proc/net/dev", with a line feed in
+ * place of the colon, and the kernel cuts that after 15 characters. That whole rest, counters included, is also what
+ * `out` receives. getifaddrs(3) does what one wants.
+ *
+ *   size  bytes of `out`; a line and its terminator have up to 255
+ *
+ * Returns 0; or 1 when no interface is found, the text does not fit `size`, or "/proc/net/dev" cannot be opened.
+ */
+int get_ifname_by_ip(uint32_t ip, char *out, int size);
+
+/*
+ * The names of all interfaces, up or not, in the order of "/proc/net/dev", joined by ",".
+ *
+ *   out   always terminated; an empty text when there is no interface
+ *   size  bytes of `out`, all of which are cleared first; the list and its terminator may fill them exactly
+ *
+ * Returns 0; 1 when "/proc/net/dev" cannot be opened (`out` is left alone); 1, tracing "buffer too small!!\n", when
+ * the list does not fit: then `out` holds the names that do, the last of them perhaps with its comma.
+ */
+int get_netdev_name(char *out, int size);
+
+/*
+ * Always 1, "not one of the kernel's interfaces", also for those that are: its test for an empty list is the wrong way
+ * round. Kept for callers built on that answer; if_nametoindex(3) does what one wants. Reads the list by
+ * get_netdev_name into 1024 bytes, with its trace when it does not fit.
+ */
+int check_netdev_name(const char *name);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Address conversions
+ * ------------------------------------------------------------------------------------------------------------------
+ * IPv4 addresses, endpoints and MAC addresses as numbers and as texts. Nothing here keeps state; any thread may call
+ * it. Results: 0 success, 1 failure (also for null arguments), unless a function says otherwise.
+ */
+
+/* An IPv4 endpoint, both fields in network byte order in memory, as in a struct sockaddr_in. Address 0 is "any". */
+typedef struct ipport {
+  uint32_t ip;
+  uint16_t port;
+} ipport;
+
+/*
+ * The number of leading one bits of a mask. `mask` is a number with the first octet in the top byte, so a mask from
+ * get_mask_by_ifname goes through ntohl first.
+ *
+ * Returns 0 and a prefix of 0 to 32; or 1 and a prefix of 0 when ones follow a zero bit.
+ */
+int netmask_convert_prefix(uint32_t mask, uint8_t *prefix);
+
+/*
+ * Fill an endpoint with address and port just as they are given. Both do the same and neither changes the byte order:
+ * pass the port through htons. The name of the second is from hosts where the orders are one.
+ */
+int ipport_convert_n2n(uint32_t ip, uint16_t port, ipport *out);
+int ipport_convert_h2n(uint32_t ip, uint16_t port, ipport *out);
+
+/*
+ * Fill an endpoint from an address text, as string2ip reads it, and a port just as it is given (pass it through htons).
+ * Both do the same. On a failure the port is left alone; the address is as string2ip leaves it.
+ */
+int ipport_string_convert_h2n(const char *text, uint16_t port, ipport *out);
+int ipport_string_convert_n2n(const char *text, uint16_t port, ipport *out);
+
+/*
+ * Reads an address text as inet_addr(3) does: four numbers, or fewer (then the last one fills the rest), decimal,
+ * octal with a leading 0 or hexadecimal with 0x; text behind a blank is not looked at. An empty text is 0.0.0.0.
+ *
+ *   out  network byte order; 0xFFFFFFFF after a failure, untouched when `text` is null
+ *
+ * Returns 0; or 1 for any other text. All ones can be written as "255.255.255.255" alone: other spellings give 1.
+ */
+int string2ip(const char *text, uint32_t *out);
+
+/*
+ * Writes an address (network byte order) as four decimal numbers with dots, and a terminator.
+ *
+ *   size  bytes of `out`; below 16 nothing is written, whatever the address: traces "buffer size too small!!\n" (with
+ *         the short header) and gives 1
+ */
+int ip2string(uint32_t ip, char *out, int size);
+
+/*
+ * Writes one byte for each piece of `text` between colons, read as hexadecimal (a piece that is no number is 0, the low
+ * 8 bits of a larger one count; empty pieces are passed over).
+ *
+ *   text  cut in place: colons become terminators
+ *   out   as many bytes as `text` has pieces. They are NOT counted: look at foreign text first
+ *
+ * Returns null, always. Nothing is done when an argument is null.
+ */
+void *change_mac_format_to_uchar6(char *text, uint8_t *out);
+
+/*
+ * Appends the pieces of `text` between colons to the text in `out` ("00:1a:2b" appends "001a2b").
+ *
+ *   text  cut in place: colons become terminators
+ *   out   holds a text already, an empty one as a rule, and has room for `text` behind it
+ *
+ * Returns null, always. Nothing is done when an argument is null.
+ */
+void *change_mac_format_without_colon(char *text, char *out);
+
+/* The decimal number that `text` starts with, cut to the range of an int; 0 for null and when there is none. */
+int my_atoi(const char *text);
+
 /* @network@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Sockets
+ * ------------------------------------------------------------------------------------------------------------------
+ * IPv4 stream (TCP) and datagram (UDP) sockets as plain descriptors. Who got one closes it, with socket_close. Results:
+ * 0 success, 1 failure, unless a function says otherwise. Nothing here keeps state: any thread may call it, but one
+ * descriptor must not be read, written or closed by two threads at once.
+ *
+ * Traces here have the short header, without the process id; their words are those of LogStrMap.
+ */
+
+/* Bits of `opts`. Each call looks at those named with it and ignores the others. */
+enum {
+  SOCKET_OPT_TCP = 0x1,          /* open, listen, connect: a stream socket; without it a datagram socket */
+  SOCKET_OPT_REUSE = 0x2,        /* open: SO_REUSEADDR */
+  SOCKET_OPT_BIND = 0x4,         /* open, connect: bind to the local endpoint */
+  SOCKET_OPT_SENDTO = 0x100,     /* send, datagram: to the given endpoint, not to the connected peer */
+  SOCKET_OPT_DONTWAIT = 0x200,   /* send: MSG_DONTWAIT */
+  SOCKET_OPT_NOSIGNAL = 0x400,   /* send: MSG_NOSIGNAL, no SIGPIPE when the peer has gone */
+  SOCKET_OPT_RECVFROM = 0x10000, /* receive, datagram: from anyone, on a socket without a peer */
+  SOCKET_OPT_PEEK = 0x20000,     /* receive: MSG_PEEK, what is read stays queued */
+  SOCKET_OPT_WAITALL = 0x40000,  /* receive: MSG_WAITALL */
+  SOCKET_OPT_ONESHOT = 0x80000   /* socket_select: an accepted connection is watched until its first data */
+};
+
+/*
+ * The words of the socket traces, for TxtMapById: 0 "malloc fail!!", 1 "error args!!", 2 "socket", 3 "error",
+ * 4 "open error", 5 "listen error", 6 "bind error", 7 "accept error", 8 "socketopt error", 9 "pthread create error",
+ * 10 "pthread handler set error", 11 "send error", 12 "recv error", and for any other id "*unknown*".
+ */
+extern const txt_map_entry LogStrMap[];
+
+/*
+ * Opens a socket. Stream sockets are non-blocking and close-on-exec; datagram sockets are neither.
+ *
+ *   ifname  the local address is this interface's (get_ip_by_ifname); null: the address of `local`
+ *   local   the local endpoint, not null: its port, and its address unless `ifname` is given. Used with
+ *           SOCKET_OPT_BIND alone, but an interface that is given must have an address all the same
+ *   opts    SOCKET_OPT_TCP, SOCKET_OPT_REUSE, SOCKET_OPT_BIND
+ *   fd      receives the descriptor, on success only
+ *
+ * Returns 0; or 1 with nothing left open. Traces "Can't resolve ifname=%s\n" (no socket was made then); "socket open
+ * error!!\n"; "socket setsocketopt error SOCKET_OPT_REUSE failed. fd=%d\n"; "socket bind error
+ * fd=%d,ip=%u.%u.%u.%u,port=%d\n" with the endpoint in `local`, also when the address was an interface's. A null
+ * `local` or `fd` gives 1 without a trace.
+ */
+int socket_open(const char *ifname, ipport *local, unsigned opts, int *fd);
+
+/*
+ * Opens a socket, binds it to `local` with SO_REUSEADDR, and listens.
+ *
+ *   local    its port must not be 0; address 0 is every interface
+ *   opts     SOCKET_OPT_TCP; without it there is no listening, and the result is 1
+ *   backlog  connections that wait for accept, 1 or more
+ *   fd       receives the descriptor, on success only
+ *
+ * Returns 0; or 1 with nothing left open, tracing "error args!!\n" (port 0, backlog below 1, a null `local` or `fd`; no
+ * socket is made), "socket open error\n" after the trace of socket_open, or "socket listen error\n".
+ */
+int socket_listen(ipport *local, unsigned opts, int backlog, int *fd);
+
+/*
+ * Opens a socket and connects it to `remote`.
+ *
+ * For datagram sockets. A stream socket is non-blocking, and Linux answers "in progress" to such a connect on every
+ * path, loopback included; that is taken for a failure like any other. So WITH SOCKET_OPT_TCP THIS FAILS, although the
+ * peer may see a connection come and go. For a stream: socket_open, then connect(2), wait until it is writable, and
+ * look at SO_ERROR; or socket(2) and a blocking connect(2). All other calls here take such descriptors.
+ *
+ *   local   the local endpoint for SOCKET_OPT_BIND; null: any
+ *   remote  neither its address nor its port may be 0
+ *   opts    SOCKET_OPT_TCP, SOCKET_OPT_BIND; SO_REUSEADDR is never set
+ *   fd      receives the descriptor, on success only
+ *
+ * Returns 0; or 1 with nothing left open, tracing "error args!!\n" (no endpoint to go to, a null `fd`; no socket is
+ * made), "socket open error\n" after the trace of socket_open, or nothing when it was the connect that failed.
+ */
+int socket_connect(ipport *local, ipport *remote, unsigned opts, int *fd);
+
+/*
+ * Reads and forgets what waits on the socket (2048 bytes at a time), shuts both directions down, closes. The reading
+ * keeps the close from becoming a reset that takes from the peer what was sent last. It goes on as long as more
+ * arrives. Returns 0, always, for a bad descriptor too.
+ */
+int socket_close(int fd);
+
+/*
+ * The socket's own endpoint; its peer's. `out` may be null, to ask only whether there is one. 1, with `out` untouched,
+ * when there is none, as for the peer of a socket that is not connected.
+ */
+int get_socket_local(int fd, ipport *out);
+int get_socket_peer(int fd, ipport *out);
+
+/* 0 when the socket is connected, else 1, also for what is no socket. */
+int get_socket_state(int fd);
+
+/* Adds O_NONBLOCK to the descriptor's status flags. Returns what the last fcntl(2) did: 0, or -1 with errno. */
+int set_nonblock_sock(int fd);
+
+/*
+ * Sends a whole buffer.
+ *
+ *   opts  SOCKET_OPT_SENDTO, SOCKET_OPT_DONTWAIT, SOCKET_OPT_NOSIGNAL. Without the last, sending to a stream whose peer
+ *         has gone ends a process that does not handle SIGPIPE
+ *   len   bytes to send; receives the number sent, except after a failure before the sending (below). 0 or a negative
+ *         number sends nothing and succeeds with 0
+ *   to    with SOCKET_OPT_SENDTO on a datagram socket the destination, else ignored
+ *
+ * Whatever the kernel cannot take at once is sent piece by piece. When it says EAGAIN or EINTR the call sleeps 100
+ * microseconds and tries again, 2000 times in all, so a peer that reads nothing holds it for a good 0.2 seconds (on a
+ * blocking socket for as long as the kernel waits); then it gives 1 without a trace.
+ *
+ * Returns 0 when all was sent. 1 before anything is sent, `*len` untouched: traces "socket send error\n" (a negative
+ * descriptor, what is no socket, a datagram socket without peer and without SOCKET_OPT_SENDTO, or with it and a null
+ * `to`), "socket Can't handle SO_TYPE=%d\n" (neither datagram nor stream); nothing is traced for a null `len` or
+ * `buf`. 1 for any other error of the kernel: it is told on standard error as "sendto:: REASON\n". The descriptor stays
+ * open in every case.
+ */
+int socket_send(int fd, unsigned opts, const void *buf, int *len, ipport *to);
+
+/*
+ * Receives until `*len` bytes are there.
+ *
+ *   opts  SOCKET_OPT_RECVFROM, SOCKET_OPT_PEEK, SOCKET_OPT_WAITALL. With SOCKET_OPT_PEEK and less queued than asked for
+ *         the same bytes are read again and again until `buf` is full of them
+ *   buf   `*len` bytes
+ *   len   bytes wanted; receives the number that came, except after a failure before the receiving (below). 0 or a
+ *         negative number receives nothing and succeeds with 0
+ *   from  with SOCKET_OPT_RECVFROM on a datagram socket not null, but not filled: the sender is not told. recvfrom(2)
+ *         tells it
+ *
+ * Datagrams are strung together; what does not fit the rest of `buf` is lost with its datagram. EAGAIN and EINTR are
+ * tried again at once and without limit: on a non-blocking socket this call keeps the processor busy until the bytes
+ * have come. DOES NOT END when a stream's peer closes: it traces "Recv Zero Bytes\n" over and over (once for an empty
+ * datagram). For streams take socket_recv_tcp, or read what the select service reports.
+ *
+ * Returns 0 when all is there. 1 before anything is received, `*len` untouched: traces "socket send error\n" (a
+ * negative descriptor, what is no socket), "getsockopt SO_TYPE Error\n" (a datagram socket without peer and without
+ * SOCKET_OPT_RECVFROM, or with it and a null `from`), "socket Can't handle SO_TYPE=%d\n"; nothing is traced for a null
+ * `len` or `buf`. 1 for any other error of the kernel, tracing "socket recv error errno=%d\n". The descriptor stays
+ * open in every case.
+ */
+int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from);
+
+/*
+ * Receives from a stream until `*len` bytes are there or the peer closes.
+ *
+ *   opts  ignored
+ *   buf   `*len` bytes
+ *   len   bytes wanted; receives the number that came. 0 or a negative number receives nothing and succeeds with 0
+ *
+ * When the kernel says EAGAIN or EINTR the call sleeps 100 microseconds and tries again, 200 times in all.
+ *
+ * Returns 0 when all is there, or, tracing "Recv Zero Bytes\n", when the peer closed: then `*len` is less than was
+ * asked for. 1, tracing: "socket send error\n" (a negative descriptor, `*len` untouched); "more then 200 times
+ * EAGAIN[%d/%d]\n" with the bytes that came and those wanted; "socket recv error errno=%d\n" for any other error of the
+ * kernel. 1 without a trace for a null `len` or `buf`. The descriptor stays open in every case.
+ */
+int socket_recv_tcp(int fd, unsigned opts, void *buf, int *len);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Select service
+ * ------------------------------------------------------------------------------------------------------------------
+ * A thread that waits with select(2) and calls handlers. Given a listening socket it accepts connections and watches
+ * them too; given any other socket it watches that one alone. All handlers of a service run on its thread, one at a
+ * time: among themselves they need no lock, and while one works or waits the others wait. Reading, writing and closing
+ * is theirs; the service closes no socket, not even the one it was given when it ends.
+ */
+
+/*
+ * What the service calls. `tid` is the kernel thread id of its thread.
+ *
+ * A time-out is no end of the service: it goes on until a handler writes 1 (no other value) to the exit flag, the only
+ * socket's peer closes, select fails, or the thread is cancelled.
+ */
+typedef struct socket_handler_set {
+  /*
+   * A connection was accepted, and is watched from now on. It is blocking, and not close-on-exec. `peer` is valid
+   * during the call; `new_highest` is 1 when no descriptor of this service was higher, else 0. At most one a cycle.
+   */
+  void (*on_accept)(int tid, int fd, ipport *peer, int new_highest);
+
+  /*
+   * Bytes wait: read some or all of them. What is left waiting is reported again in the next cycle. To have an accepted
+   * connection watched no longer, after closing it for instance, write 1 to `remove` (0 before): a descriptor that is
+   * closed but still watched makes select fail, and so ends the service. The only socket of a service without a
+   * listening one stays watched whatever is written there; close it no earlier than in on_close or on_exit.
+   */
+  void (*on_data)(int tid, int fd, uint8_t *remove);
+
+  /*
+   * Readable with no byte waiting: the peer has closed or reset the connection, or an empty datagram came. Not watched
+   * any longer after this call; close it here. So a connection whose last bytes are left unread is not reported closed.
+   */
+  void (*on_close)(int tid, int fd);
+
+  /*
+   * The end of every cycle. `watched` is null after a time-out; else the set of watched descriptors, valid during the
+   * call, in which descriptors may be set or cleared. Those below the lowest or above the highest descriptor that the
+   * service was given or accepted are not served, nor are any without a listening socket. `exit_flag` starts as 0 and
+   * keeps what is written there.
+   */
+  void (*on_cycle)(int tid, fd_set *watched, int *exit_flag);
+
+  /* Nothing happened for as long as the time-out. `watched` as above. on_cycle follows. */
+  void (*on_timeout)(int tid, fd_set *watched);
+
+  /*
+   * code 1: cancellation could not be set up; on_exit follows. code 2: select failed, a watched descriptor is not open
+   * for instance. The reason goes to standard error ("SOCKET_EXIT_SELECT_ERR:: REASON"), and one last cycle is run as
+   * if every watched descriptor were ready.
+   */
+  void (*on_error)(int tid, int code);
+
+  /* The last call. code 0: the usual end. code 3: the only socket was closed by its peer; on_close came before. */
+  void (*on_exit)(int tid, int code);
+} socket_handler_set;
+
+/*
+ * Starts a service on its own detached thread, with the system's default stack.
+ *
+ *   fd            a socket below 1024 (FD_SETSIZE). It must stay open until on_exit. When listening it should be
+ *                 non-blocking, as socket_listen makes it
+ *   opts          SOCKET_OPT_ONESHOT: an accepted connection is not watched any longer when its data is reported, and
+ *                 may be set again in on_cycle. No effect without a listening socket
+ *   timeout_sec, timeout_usec  the longest wait of a cycle; both 0 for no end. Negative ones make select fail
+ *   handlers      copied. All are needed, except on_accept without a listening socket, on_timeout without a time-out,
+ *                 and on_cycle without a listening socket (it is then left out, and no handler can end the service)
+ *   thread        receives the thread's handle, on success only, for pthread_cancel while the service surely runs
+ *
+ * Returns 0 when the thread runs; traces "main process get thread id=%d\n" with its handle. Else 1, with nothing
+ * started and `fd` open, tracing "error args!!\n" (a null `handlers` or `thread`); "pthread handler set error\n" (a
+ * handler is missing, or `fd` is 1024 or more); "malloc fail!!\n"; "fd %d isn't a Socket FD\n"; "getsockopt fail\n"; or
+ * "pthread create error\n". These have the short header.
+ *
+ * The thread traces, with the process id, "[%d|%d]Thread Create[socket_select_hdlr]\n" (process, thread) as it starts
+ * and "Exit pid=%d,ppid=%d\n" (process, parent) as it ends, before on_exit with code 0 and after it with code 3; when
+ * on_cycle ends it after a time-out also "get ExitFlag pid=%d,ppid=%d\n" before that; and "fd %d can't be watched,
+ * closed\n" for an accepted connection with a descriptor of 1024 or more, which no handler hears of. A connection that
+ * cannot be accepted is told on standard error ("accept:: REASON") and the cycle goes on: without free descriptors that
+ * is over and over, as the connection keeps waiting. When a connection has vanished before it is accepted a
+ * non-blocking listening socket is asked without pause until the next one comes.
+ *
+ * Cancellation. The thread can be cancelled asynchronously, at any instruction that is not the library's own use of
+ * stdio or free. A handler that takes a lock, allocates, or uses streams must switch cancellation off meanwhile
+ * (pthread_setcancelstate), or what it holds stays taken for ever. A cancelled service calls no on_exit, loses its
+ * record (about 100 bytes) and leaves its connections open. The exit flag is the better way; a time-out bounds how long
+ * it takes until that is looked at.
+ */
+int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, const socket_handler_set *handlers,
+                  pthread_t *thread);
+
+/* The service's thread function; for socket_select only. `ctx` is its record, which it frees. Returns null. */
+void *socket_select_hdlr(void *ctx);
 
 /* @sockets@ */
 

@@ -1,0 +1,259 @@
+// The select service: a thread that waits on sockets and calls its owner's handlers.
+//
+// The thread can be cancelled at any instruction. It owns nothing that only a destructor would give back, and is not
+// cancelled while a lock of the C library is taken for it: in a trace, in perror, in free.
+#include <errno.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "log/trace.h"
+#include "misc/detached_thread.h"
+#include "network/sockets.h"
+
+using torvane::text_of;
+
+namespace {
+
+constexpr char trace_module[] = "quorra_network";
+constexpr char thread_function[] = "socket_select_hdlr";
+
+enum ErrorCode { error_cancel_mode = 1, error_select = 2 };
+enum ExitCode { exit_normal = 0, exit_peer_closed = 3 };
+
+constexpr int stop = 1; // the one value of the exit flag that ends the service
+
+// Made by socket_select, then the thread's, which frees it.
+struct Service {
+  int fd;
+  socket_handler_set handlers;
+  int timeout_sec;
+  int timeout_usec;
+  uint8_t has_timeout;
+  int listening;
+  int tid;
+  uint8_t one_shot;
+};
+
+struct Free {
+  void operator()(void *block) const {
+    free(block);
+  }
+};
+
+// The thread's own.
+struct Watch {
+  fd_set watched;
+  fd_set ready; // what select made of it
+  int lowest;   // descriptors ever seen
+  int highest;
+  int exit_flag;
+};
+
+void tell_error(const char *what) {
+  int cancellable;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancellable);
+  perror(what);
+  pthread_setcancelstate(cancellable, nullptr);
+}
+
+// Only a listening socket's handlers are looked at for it beforehand.
+void end_cycle(const Service &service, fd_set *watched, Watch &watch) {
+  if (service.handlers.on_cycle)
+    service.handlers.on_cycle(service.tid, watched, &watch.exit_flag);
+}
+
+// Waits for something to do; false when a handler stopped the service meanwhile.
+bool wait_for_work(const Service &service, Watch &watch) {
+  for (;;) {
+    timeval timeout = {service.timeout_sec, service.timeout_usec}; // select counts it down
+    watch.ready = watch.watched;
+    const int count =
+        select(watch.highest + 1, &watch.ready, nullptr, nullptr, service.has_timeout ? &timeout : nullptr);
+    if (count == -1) {
+      const int error = errno;
+      if (error == EINTR || error == EAGAIN)
+        continue;
+      service.handlers.on_error(service.tid, error_select);
+      errno = error;
+      tell_error("SOCKET_EXIT_SELECT_ERR:");
+      watch.exit_flag = stop; // after one more cycle
+      return true;
+    }
+    if (count > 0 || !service.has_timeout)
+      return true;
+    service.handlers.on_timeout(service.tid, &watch.watched);
+    end_cycle(service, nullptr, watch);
+    if (watch.exit_flag == stop) {
+      TRACE_AS(thread_function, "get ExitFlag pid=%d,ppid=%d\n", static_cast<int>(getpid()),
+               static_cast<int>(getppid()));
+      return false;
+    }
+  }
+}
+
+void accept_connection(const Service &service, Watch &watch) {
+  sockaddr_in address = {};
+  int fd;
+  do {
+    socklen_t length = sizeof(address);
+    fd = accept(service.fd, reinterpret_cast<sockaddr *>(&address), &length);
+  } while (fd == -1 && errno == EAGAIN);
+  if (fd == -1) {
+    tell_error("accept:");
+    return;
+  }
+  if (fd >= FD_SETSIZE) {
+    close(fd);
+    TRACE_AS(thread_function, "fd %d can't be watched, closed\n", fd);
+    return;
+  }
+  FD_SET(fd, &watch.watched);
+  ipport peer;
+  ipport_convert_n2n(address.sin_addr.s_addr, address.sin_port, &peer);
+  const int new_highest = watch.highest < fd ? 1 : 0;
+  watch.highest = std::max(watch.highest, fd);
+  watch.lowest = std::min(watch.lowest, fd);
+  service.handlers.on_accept(service.tid, fd, &peer, new_highest);
+}
+
+void serve_connection(const Service &service, Watch &watch, int fd) {
+  if (torvane::bytes_waiting(fd) == 0) {
+    service.handlers.on_close(service.tid, fd);
+    FD_CLR(fd, &watch.watched);
+    return;
+  }
+  if (service.one_shot)
+    FD_CLR(fd, &watch.watched);
+  uint8_t remove = 0;
+  service.handlers.on_data(service.tid, fd, &remove);
+  if (remove)
+    FD_CLR(fd, &watch.watched);
+}
+
+void serve_listener(const Service &service, Watch &watch) {
+  if (FD_ISSET(service.fd, &watch.ready))
+    accept_connection(service, watch);
+  for (int fd = watch.lowest; fd <= watch.highest; fd++)
+    if (fd != service.fd && FD_ISSET(fd, &watch.ready))
+      serve_connection(service, watch, fd);
+}
+
+// False when the peer has closed.
+bool serve_single(const Service &service, Watch &watch) {
+  if (!FD_ISSET(service.fd, &watch.ready))
+    return true;
+  if (torvane::bytes_waiting(service.fd) == 0) {
+    service.handlers.on_close(service.tid, service.fd);
+    FD_CLR(service.fd, &watch.watched);
+    return false;
+  }
+  uint8_t remove = 0; // the only socket of a service stays in its set
+  service.handlers.on_data(service.tid, service.fd, &remove);
+  return true;
+}
+
+ExitCode run(const Service &service) {
+  Watch watch;
+  FD_ZERO(&watch.watched);
+  FD_SET(service.fd, &watch.watched);
+  watch.lowest = service.fd;
+  watch.highest = service.fd;
+  watch.exit_flag = 0;
+  while (watch.exit_flag != stop && wait_for_work(service, watch)) {
+    if (service.listening)
+      serve_listener(service, watch);
+    else if (!serve_single(service, watch))
+      return exit_peer_closed;
+    end_cycle(service, &watch.watched, watch);
+  }
+  return exit_normal;
+}
+
+} // namespace
+
+extern "C" {
+
+int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, const socket_handler_set *handlers,
+                  pthread_t *thread) {
+  if (!handlers || !thread) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_error_args));
+    return 1;
+  }
+  if (fd >= FD_SETSIZE) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    return 1;
+  }
+  std::unique_ptr<Service, Free> service(static_cast<Service *>(calloc(1, sizeof(Service))));
+  if (!service) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_malloc_fail));
+    return 1;
+  }
+  service->fd = fd;
+  service->handlers = *handlers;
+  service->timeout_sec = timeout_sec;
+  service->timeout_usec = timeout_usec;
+  service->has_timeout = timeout_sec != 0 || timeout_usec != 0;
+  service->one_shot = (opts & SOCKET_OPT_ONESHOT) != 0;
+
+  if (service->has_timeout && !handlers->on_timeout) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    return 1;
+  }
+  socklen_t length = sizeof(service->listening);
+  if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &service->listening, &length) == -1) {
+    if (errno == ENOTSOCK)
+      TRACE_NO_PROCESS("fd %d isn't a Socket FD\n", fd);
+    else
+      TRACE_NO_PROCESS("getsockopt fail\n");
+    return 1;
+  }
+  if ((service->listening && !(handlers->on_accept && handlers->on_cycle)) || !handlers->on_close ||
+      !handlers->on_data || !handlers->on_error || !handlers->on_exit) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    return 1;
+  }
+
+  pthread_t started;
+  if (!torvane::start_detached(&started, torvane::default_stack, socket_select_hdlr, service.get())) {
+    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_thread_error));
+    return 1;
+  }
+  service.release(); // NOLINT(bugprone-unused-return-value): the thread has it
+  TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(started));
+  *thread = started;
+  return 0;
+}
+
+void *socket_select_hdlr(void *ctx) {
+  Service *const service = static_cast<Service *>(ctx);
+  if (!service)
+    return nullptr;
+  service->tid = my_gettid();
+  TRACE_THREAD_START();
+
+  ExitCode ended = exit_normal;
+  if (pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr) != 0 ||
+      // NOLINTNEXTLINE(cert-pos47-c,concurrency-thread-canceltype-asynchronous): what the service promises
+      pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr) != 0)
+    service->handlers.on_error(service->tid, error_cancel_mode);
+  else
+    ended = run(*service);
+
+  if (ended == exit_peer_closed)
+    service->handlers.on_exit(service->tid, exit_peer_closed);
+  TRACE("Exit pid=%d,ppid=%d\n", static_cast<int>(getpid()), static_cast<int>(getppid()));
+  if (ended == exit_normal)
+    service->handlers.on_exit(service->tid, exit_normal);
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  free(service);
+  return nullptr;
+}
+
+} // extern "C"
