@@ -245,6 +245,15 @@ std::string flag_trace() {
   return "get ExitFlag pid=" + std::to_string(getpid()) + ",ppid=" + std::to_string(getppid()) + "\n";
 }
 
+// Those of the service's thread. The starter's own may come before, between or after them.
+std::vector<sandbox::Trace> service_traces() {
+  std::vector<sandbox::Trace> traces;
+  for (const sandbox::Trace &trace : sandbox::console())
+    if (trace.has_process)
+      traces.push_back(trace);
+  return traces;
+}
+
 class Select : public testing::Test {
  protected:
   void SetUp() override {
@@ -364,7 +373,14 @@ class Refusal : public Select {
   }
 };
 
-class Cancellation : public testing::Test {};
+class Cancellation : public testing::Test {
+ protected:
+  void SetUp() override {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the address sanitizer takes the stack of a cancelled thread for one in use";
+#endif
+  }
+};
 
 } // namespace
 
@@ -705,7 +721,7 @@ TEST_F(Listening, ClosesAConnectionThatNoSetCanHold) {
     EXPECT_EQ(events({"cycle"}), heard.all());
     close(client);
   }
-  const auto traces = sandbox::console();
+  const auto traces = service_traces();
   ASSERT_FALSE(traces.empty());
   EXPECT_EQ("fd 1024 can't be watched, closed\n", traces.back().message);
   EXPECT_EQ("socket_select_hdlr", traces.back().func);
@@ -809,7 +825,7 @@ TEST_F(Single, IsWatchedUntilItsPeerCloses) {
   const std::string data = named("data", pair[0]);
   EXPECT_EQ(events({data, "cycle", data, "cycle", data, "cycle", named("close", pair[0]), "exit 3"}), heard.all());
   EXPECT_FALSE(traced_before);
-  const auto traces = sandbox::console();
+  const auto traces = service_traces();
   EXPECT_EQ(exit_trace(), traces.back().message);
   EXPECT_EQ("socket_select_hdlr", traces.back().func);
   EXPECT_NE(-1, fcntl(pair[0], F_GETFD)); // left open
@@ -841,8 +857,8 @@ TEST_F(Single, EndsWithAQuietCycleThatSetsTheExitFlag) {
   EXPECT_EQ(events({"timeout", "quiet cycle", "timeout", "quiet cycle", "timeout", "quiet cycle", "exit 0"}),
             heard.all());
   EXPECT_TRUE(watched);
-  const auto traces = sandbox::console();
-  ASSERT_LE(2u, traces.size());
+  const auto traces = service_traces();
+  ASSERT_EQ(3u, traces.size());
   EXPECT_EQ(flag_trace(), traces[traces.size() - 2].message);
   EXPECT_EQ(exit_trace(), traces.back().message);
   EXPECT_EQ("socket_select_hdlr", traces[traces.size() - 2].func);
@@ -999,7 +1015,7 @@ TEST_F(Single, ThatCannotBeCancelledEndsAtOnce) {
   start(pair[0]);
   await_exit();
   EXPECT_EQ(events({"error 1", "exit 0"}), heard.all());
-  EXPECT_EQ(exit_trace(), sandbox::console_messages().back());
+  EXPECT_EQ(exit_trace(), service_traces().back().message);
 }
 
 TEST_F(Single, TakesACopyOfTheHandlers) {
@@ -1220,6 +1236,9 @@ TEST_F(Cancellation, EndsAServiceWhoseHandlerNeverReturns) {
 }
 
 TEST_F(Cancellation, AtAnyMomentTakesNoLockWithIt) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the thread sanitizer has locks of its own that a cancelled thread takes with it";
+#endif
   sandbox::Captured errors(STDERR_FILENO);
   EXPECT_EQ(0, sandbox::in_child([] {
               alarm(100);

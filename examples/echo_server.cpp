@@ -1,0 +1,150 @@
+// A TCP echo server on the select service: what each client sends goes back to it.
+//
+//   echo_server PORT [ADDRESS]   on every address, or on that one; SIGTERM or SIGINT stops
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <mutex>
+#include <set>
+
+#include "torvane.h"
+
+namespace {
+
+constexpr int backlog = 16;
+constexpr size_t most_clients = 200; // leaves descriptors over: without any, accept fails in every cycle
+constexpr int time_out = 200000;     // microseconds until a quiet service looks whether it is to stop
+
+std::atomic<bool> stop_wanted;
+
+// The service has a thread of its own. Whoever waits for its end waits for the last handler.
+std::mutex end_lock;
+std::condition_variable end_told;
+bool ended;
+
+// Handlers run one at a time: what only they touch needs no lock.
+std::set<int> clients;
+unsigned long long bytes_echoed;
+
+void close_client(int fd) {
+  clients.erase(fd);
+  socket_close(fd);
+}
+
+void on_accept(int, int fd, ipport *peer, int) {
+  char address[16];
+  ip2string(peer->ip, address, sizeof(address));
+  printf("%d: connected from %s port %d\n", fd, address, ntohs(peer->port));
+  clients.insert(fd);
+  // A blocking send to a client that reads nothing would keep all the others waiting.
+  set_nonblock_sock(fd);
+  if (clients.size() > most_clients) {
+    printf("%d: one too many\n", fd);
+    shutdown(fd, SHUT_RDWR); // the next cycle finds it closed; it is watched until then, so it must stay open
+  }
+}
+
+void on_data(int, int fd, uint8_t *remove) {
+  char bytes[4096];
+  // As much as is there. socket_recv would wait for all 4096.
+  const ssize_t count = recv(fd, bytes, sizeof(bytes), 0);
+  if (count > 0) {
+    int length = static_cast<int>(count);
+    const bool sent = socket_send(fd, SOCKET_OPT_NOSIGNAL, bytes, &length, nullptr) == 0;
+    bytes_echoed += static_cast<unsigned long long>(length);
+    printf("%d: %d of %zd bytes echoed\n", fd, length, count);
+    if (sent)
+      return;
+    printf("%d: does not take what it is sent, dropped\n", fd);
+  } else if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return;
+  } else {
+    printf("%d: lost\n", fd);
+  }
+  *remove = 1; // what is closed must not stay watched
+  close_client(fd);
+}
+
+void on_close(int, int fd) {
+  printf("%d: closed\n", fd);
+  close_client(fd);
+}
+
+void on_cycle(int, fd_set *, int *exit_flag) {
+  if (stop_wanted)
+    *exit_flag = 1;
+}
+
+void on_timeout(int, fd_set *) {}
+
+void on_error(int, int code) {
+  printf("%s\n", code == 1 ? "the service cannot be set up" : "select failed");
+}
+
+void on_exit(int, int) {
+  while (!clients.empty())
+    close_client(*clients.begin());
+  {
+    const std::lock_guard<std::mutex> lock(end_lock);
+    ended = true;
+  }
+  end_told.notify_one();
+  kill(getpid(), SIGTERM); // main may still wait for a signal: the service can end by itself
+}
+
+constexpr socket_handler_set handlers = {on_accept, on_data, on_close, on_cycle, on_timeout, on_error, on_exit};
+
+int usage() {
+  fputs("usage: echo_server PORT [ADDRESS]\n", stderr);
+  return 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 2 || argc > 3)
+    return usage();
+  const int port = my_atoi(argv[1]);
+  const char *address = argc > 2 ? argv[2] : "0.0.0.0";
+  ipport local;
+  if (port < 1 || port > 65535 || ipport_string_convert_h2n(address, htons(static_cast<uint16_t>(port)), &local) != 0)
+    return usage();
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+
+  // Blocked before there is another thread, the signals are kept for sigwait.
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGTERM);
+  sigaddset(&stop_signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+
+  int listening;
+  if (socket_listen(&local, SOCKET_OPT_TCP, backlog, &listening) != 0) {
+    fprintf(stderr, "echo_server: cannot listen on %s port %d; the console tells more\n", address, port);
+    return 1;
+  }
+  pthread_t thread;
+  if (socket_select(listening, 0, 0, time_out, &handlers, &thread) != 0) {
+    fputs("echo_server: the service does not start; the console tells more\n", stderr);
+    socket_close(listening);
+    return 1;
+  }
+  printf("listening on %s port %d; SIGTERM stops\n", address, port);
+
+  int signal_number;
+  sigwait(&stop_signals, &signal_number);
+  stop_wanted = true;
+  {
+    std::unique_lock<std::mutex> lock(end_lock);
+    end_told.wait(lock, [] { return ended; });
+  }
+  socket_close(listening);
+  printf("stopped; %llu bytes echoed\n", bytes_echoed);
+  return 0;
+}
