@@ -1539,7 +1539,294 @@ void *socket_select_hdlr(void *ctx);
 
 /* @sockets@ */
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Bandwidth monitor
+ * ------------------------------------------------------------------------------------------------------------------
+ * A thread that reads the byte counters of listed interfaces from "/proc/net/dev" every period and keeps their rates,
+ * bytes per second, and when asked a history of them.
+ *
+ * Life: init_bm, any number of adds, bm_start, then queries, adds and deletes from any thread; at last the exit bit,
+ * set under the semaphore: when its sleep is over the thread frees the interface records and ends.
+ *
+ * The semaphore (downdown(head->semid, ...)) guards the monitor, every record and every history; the functions here
+ * take it themselves. Take it to change `period`, `history` or `exit`, or to read a record or a history. The thread
+ * holds it for a whole pass and never while it sleeps. Where it cannot be taken (it is gone, or a signal interrupts the
+ * wait; downdown traces that) a function does nothing and returns 0, and the thread leaves that pass out; the exit bit
+ * ends the thread even then.
+ *
+ * Between processes: with the monitor in shared memory others may, under the semaphore, change `period` and `history`
+ * and set the exit bit. Interface records come from the heap of the process that adds them: add, delete, query and
+ * follow the list in the process that runs the thread alone.
+ *
+ * Results: 1 done, 0 not, unlike most of the library; bm_start and get_rxtx_by_ifname return 0 for success. Null
+ * arguments make a function fail with nothing touched. Any thread may call these functions.
+ */
+
+typedef struct bm_head {
+  list_node link;    /* the interfaces (bm_iface.link), in the order they were added */
+  uint8_t count;     /* adds so far, modulo 256; a delete does not lower it */
+  uint8_t history;   /* not 0: every rate goes into the interface's history */
+  uint8_t period;    /* seconds from pass to pass, and the divisor of the rates: 1 to 255. A 0 is taken as 1 */
+  uint8_t exit;      /* bit 0 ends the thread */
+  int32_t semid;     /* semaphore, System V */
+  uint32_t reserved; /* 0 */
+} bm_head;
+
+typedef struct bm_iface {
+  list_node link;   /* in bm_head.link */
+  char name[32];    /* at most 31 characters, always terminated */
+  uint64_t prev_rx; /* bytes received and sent at the last pass */
+  uint64_t prev_tx;
+  uint64_t rx_rate; /* bytes per second */
+  uint64_t tx_rate;
+  uint16_t flags;         /* bit 0: a pass has found the interface */
+  list_node history;      /* its samples (bm_sample.link), the oldest first */
+  uint16_t history_count; /* how many there are: at most 257 */
+} bm_iface;
+
+typedef struct bm_sample {
+  list_node link;
+  uint64_t rx_rate; /* bytes per second */
+  uint64_t tx_rate;
+} bm_sample;
+
+/* Counters of one interface, in the order of their columns in "/proc/net/dev". */
+typedef struct rxtx_stats {
+  uint64_t rx_bytes;
+  uint64_t rx_packets;
+  uint32_t rx_errors;
+  uint32_t rx_drops;
+  uint32_t rx_fifo;
+  uint32_t rx_frame;
+  uint32_t rx_compressed;
+  uint32_t rx_multicast;
+  uint64_t tx_bytes;
+  uint64_t tx_packets;
+  uint32_t tx_errors;
+  uint32_t tx_drops;
+  uint32_t tx_fifo;
+  uint32_t tx_collisions;
+  uint32_t tx_carrier;
+  uint32_t tx_compressed;
+} rxtx_stats;
+
+/*
+ * Makes a monitor of memory whose contents do not count: no interfaces, count, exit bit and reserved word 0.
+ *
+ *   head     the caller's; it must last until the thread has ended, or until the process does
+ *   semkey   key of the semaphore, which is opened or made, and set free (sem_create). It stays when the monitor ends:
+ *            sem_delete(head->semid) when nobody uses it any more
+ *   period   seconds, 1 to 255
+ *   history  0 or 1
+ *
+ * Returns 1; or 0 when the semaphore cannot be had (traced by sem_create).
+ */
+int init_bm(bm_head *head, int semkey, unsigned char period, unsigned char history);
+
+/*
+ * Starts bmThread as a detached thread and traces, with the short header, "main process get thread id=%d\n" with its
+ * handle.
+ *
+ * Returns 0; or 1, with nothing traced, when there is no thread.
+ */
+int bm_start(bm_head *head);
+
+/*
+ * The monitor's thread, for bm_start or a thread of the caller's own (to be joined, say). One for each monitor.
+ *
+ *   head  the bm_head; with null it returns at once
+ *
+ * Traces "[%d|%d]Thread Create[%s]\n" with the process id, the thread id and "bmThread", then passes until the exit
+ * bit. A pass goes through the interfaces in order and reads each one's counters (one reading of the file each). The
+ * first that finds an interface takes its counts; every further one sets its rates to the difference, modulo 2^64,
+ * divided by the period, without the remainder. An interface that is not in the file keeps what it has, and the
+ * difference when it comes back still counts as one period. After a pass the period is read anew for the sleep that
+ * follows and the rates after it. Without memory a sample is left out of the history. A history of 257 samples loses
+ * its oldest for the next; switching the history off keeps what is there.
+ *
+ * At the end it traces "bmThread Exit\n", frees the interface records and returns null. The samples of their
+ * histories are NOT freed: delete the interfaces first (del_bm_by_iface frees them), or keep hold of them and free(3)
+ * each one. A program that has interfaces listed sees the end by taking the semaphore until list_empty(&head->link):
+ * from then on the thread touches neither monitor nor semaphore.
+ */
+void *bmThread(void *head);
+
+/*
+ * Lists an interface, at the end. One that is listed already is deleted first: its rates and its history start again,
+ * and when there is no memory for the new record it is gone. The interface need not exist (yet).
+ *
+ *   name  at most 31 characters
+ *
+ * Returns 1; or 0 for a longer name, or without memory. Two threads that add one name at once may list it twice.
+ */
+int add_bm_by_iface(const char *name, bm_head *head);
+
+/* Unlinks and frees the first record of exactly this name, and its history. Returns 1, or 0 when there is none. */
+int del_bm_by_iface(const char *name, bm_head *head);
+
+/*
+ * The rates of an interface.
+ *
+ *   out  receives both rates; its link is not written, nor anything on failure
+ *
+ * Returns 1; or 0 when it is not listed or no pass has found it yet. After the first pass that did both rates are 0.
+ */
+int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out);
+
+/*
+ * The counters of an interface now, read from the first line of "/proc/net/dev" in which its name occurs ANYWHERE: eth0
+ * takes the line of veth0 or eth0.1 when that comes first. Columns that are not there are 0; a number too large for its
+ * field is the largest that fits.
+ *
+ * Returns 0; or 1 when the file cannot be opened (`out` stays as it was) or has no such line (`out` is zeroed).
+ */
+int get_rxtx_by_ifname(const char *name, rxtx_stats *out);
+
 /* @monitor@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * IPv6 addresses
+ * ------------------------------------------------------------------------------------------------------------------
+ * Three ways to the addresses of an interface, and address text. getifaddr_netlink asks the kernel for everything it
+ * knows, IPv4 addresses too; get_ip6_by_ifname reads one address from "/proc/net/if_inet6"; j_get_ip6_by_ifname and
+ * get_gw6_by_ifname run the ip tool, with the interface's name as it stands in a shell command.
+ *
+ * An address is 16 bytes in network order, or eight 16-bit groups, each a number of the host's, the first one first.
+ *
+ * Results: 0 success, 1 failure. Null arguments give 1 with nothing touched, unless a function says otherwise. No
+ * shared state: any thread may call these functions.
+ */
+
+struct nlmsghdr; /* <linux/netlink.h>, for those who handle messages themselves */
+
+typedef struct v6_ifaddr {
+  uint8_t addr[16]; /* an IPv4 address is in the first 4 bytes */
+  uint32_t info;    /* numbers, from the most significant bit:
+                     *   info >> 24      prefix length
+                     *   info >> 22 & 3  family: 1 IPv4, 2 IPv6, 0 another
+                     *   info >> 19 & 7  scope: 1 universe, 2 site, 3 link, 4 host, 5 nowhere, 0 another
+                     *   info >> 16 & 7  state: 0 without duplicate address detection, 2 tentative, 3 found duplicate,
+                     *                   4 permanent, 5 none of these (an address with a lifetime); the first that holds
+                     *   info & 0xffff   0 in an array that was zeroed */
+} v6_ifaddr;
+
+/*
+ * Handles one message of a dump for read_ifc_results.
+ *
+ *   msg      a whole message: at least 16 bytes, and as many as its nlmsg_len says
+ *   ifindex  as passed to read_ifc_results
+ *   found    how many messages were taken before
+ *   entries  as passed to read_ifc_results
+ *
+ * Returns 1 when it took the message, which then counts towards the maximum.
+ */
+typedef int (*ifc_entry_handler)(const struct nlmsghdr *msg, unsigned ifindex, int found, v6_ifaddr *entries);
+
+/*
+ * Has the kernel list its addresses, in its order, from entry 1 on.
+ *
+ *   ifname   "" for all interfaces; a name that no interface has means all of them TOO
+ *   family   low 16 bits: 2 IPv4, 10 IPv6, anything else both
+ *   mode     1; with any other value nothing is asked and the result is 0
+ *   entries  zeroed by the caller. Entry 0 is the filter and is not written: a prefix length, family or scope in it
+ *            that is not 0 keeps only addresses with that value
+ *   count    entries in the array, so at most `count` - 1 addresses; the others are read and dropped
+ *
+ * How many there were is not told: walk the entries from 1 on and stop at the first with a zero address. An address
+ * that the filter rejects may have left codes, and no address, in the entry behind the last one.
+ *
+ * Prints on standard output "unknown rta_type: %d\n" for each attribute of a kind that it does not know: today's
+ * kernels send one (8) with every address.
+ *
+ * Returns 0, also when reading ended early (as read_ifc_results says); or 1 when `count` is 0 or less, after
+ * "socket(): Create failed.\n" or after "socket(): Send packet failed.\n", traced. The socket is closed in every case.
+ */
+int getifaddr_netlink(const char *ifname, int family, int mode, v6_ifaddr *entries, int count);
+
+/*
+ * Reads the datagrams of a dump and hands its messages to a handler.
+ *
+ *   sock     netlink socket with the request sent; stays open
+ *   bufsize  bytes of the largest datagram; what is longer is cut by the kernel. 0 or less reads nothing
+ *   ifindex, entries  for the handler
+ *   max      how many messages the handler may take; it is not called any more after that
+ *
+ * Ends at the NLMSG_DONE message, wherever in a datagram it stands; otherwise it waits for the next datagram, for ever
+ * if the socket has no time-out. A message whose length is below 16 or beyond its datagram ends that datagram. The
+ * kernel's error messages are messages like others: a refused request has no end either. Ends early, tracing
+ * "recv(): Receive failed.\n", also when a signal interrupts it; tracing "received an uncomplete netlink packet\n" at a
+ * datagram of less than 16 bytes; and with nothing traced when there is no memory for the buffer.
+ */
+void read_ifc_results(int sock, int bufsize, unsigned ifindex, v6_ifaddr *entries, int max, ifc_entry_handler handler);
+
+/*
+ * The handler of getifaddr_netlink: puts the address of a message into entry `found` + 1 unless the filter in entry 0
+ * rejects it or `ifindex` is neither 0 nor its interface. The type of the message does not count.
+ *
+ * An address attribute is taken when it is at least as long as an address of the family, the last of several; the
+ * attributes end at one whose length is below 4 or beyond the message. Prints as getifaddr_netlink says.
+ *
+ * Returns 1 when the address was taken. Else 0: a message shorter than 24 bytes, a negative `found` and null write
+ * nothing; a rejected message has written the codes that passed (in the order family, scope, prefix length).
+ */
+int process_ifaddr_ip(const struct nlmsghdr *msg, unsigned ifindex, int found, v6_ifaddr *entries);
+
+/*
+ * One IPv6 address of an interface from "/proc/net/if_inet6".
+ *
+ *   ifname  compared with the first 12 characters of the names in the file: a longer one is not found
+ *   which   0 the first global address, 1 the first link-local address, 2 the second global address; others find none
+ *   groups  receives the address; not written when there is none
+ *
+ * Of an interface whose index is above 255 nothing is found: the file's columns are read as two digits. Global is what
+ * the kernel calls so: unique local addresses (fc00::/7) are among them.
+ *
+ * Returns 0; or 1 when there is no such address or no such file.
+ */
+int get_ip6_by_ifname(const char *ifname, int which, unsigned short groups[8]);
+
+/*
+ * One IPv6 address of an interface, from the output of "ip -6 address show dev IFNAME" (with grep and awk).
+ *
+ *   ifname  goes into a shell command as it stands
+ *   which   1 the first link-local address, 2 the second global address, any other value the first global one
+ *   addr    16 bytes; zeroed when there is none
+ *
+ * Returns 0 when the tool named one, even if StringToV6Addr cannot read it (then `addr` is zero); else 1. A command
+ * that is too long is refused and traced by _system_read.
+ */
+int j_get_ip6_by_ifname(const char *ifname, int which, unsigned char addr[16]);
+
+/*
+ * The gateway of the first default IPv6 route through an interface, from the output of "ip -6 route show match ::/0 dev
+ * IFNAME" (with grep and awk). Parameters and results as j_get_ip6_by_ifname; the text "0:0:0:0:0:0:0:0" is no gateway.
+ */
+int get_gw6_by_ifname(const char *ifname, unsigned char addr[16]);
+
+/*
+ * Reads the text of an IPv6 address. Cut it first at whatever follows the address ("/64", "%eth0", a newline): with
+ * those at its end the result is 0 and the address zero.
+ *
+ *   text  null gives 1
+ *   addr  16 bytes, zeroed first; null gives 1
+ *
+ * Returns 0 for an address; and 0 with `addr` all zero for a text with a character that belongs to none, for one with a
+ * well-formed IPv4 address as its tail ("::ffff:192.0.2.1") and for a dot after more than 12 bytes. Any other dot ends
+ * the address, whatever follows it: the digits before it are the last group.
+ * Returns 1 with `addr` all zero for a single ":" at the start, a group above ffff (leading zeros do not count), a
+ * second "::", more than 16 bytes, and fewer without a "::". A single ":" at the end is not seen; a "::" may stand for
+ * no group at all.
+ */
+int StringToV6Addr(const char *text, unsigned char addr[16]);
+
+/*
+ * Writes an address as eight groups in lower-case hexadecimal, without leading zeros and without "::".
+ *
+ *   text  at least 40 bytes, zeroed by the caller: NO terminator is written
+ *
+ * Returns 0; 1 when an argument is null.
+ */
+int V6AddrToString(const unsigned short groups[8], char *text);
 
 /* @ipv6@ */
 
