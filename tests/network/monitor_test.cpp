@@ -704,7 +704,7 @@ TEST_F(Monitor, KeepsTheLast257Samples) {
     oldest = history.front();
   }
   const auto history = history_of(iface);
-  for (uint64_t i = 0; i < 257; i++)
+  for (size_t i = 0; i < 257; i++)
     ASSERT_EQ((Rates{i + 44, 2 * (i + 44)}), (Rates{history[i]->rx_rate, history[i]->tx_rate}));
   EXPECT_EQ(1, del_bm_by_iface("eth0", &head));
 }
