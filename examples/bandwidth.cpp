@@ -1,0 +1,146 @@
+// What goes through the interfaces of this machine, every period anew: a table on a terminal, lines elsewhere.
+//
+//   bandwidth [-p SECONDS] INTERFACE...   until SIGINT or SIGTERM; a second one does not wait for the last period
+#include <sys/ipc.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "torvane.h"
+
+namespace {
+
+constexpr unsigned char default_period = 2; // seconds
+
+struct Options {
+  unsigned char period = default_period;
+  std::vector<std::string> interfaces;
+};
+
+int usage() {
+  fputs(
+      "usage: bandwidth [-p SECONDS] INTERFACE...\n"
+      "  -p SECONDS  from one measurement to the next, 1 to 255 (2)\n",
+      stderr);
+  return 2;
+}
+
+bool parse(int argc, char **argv, Options &options) {
+  int option;
+  while ((option = getopt(argc, argv, "p:")) != -1) {
+    if (option != 'p')
+      return false;
+    char *end;
+    const long seconds = strtol(optarg, &end, 10);
+    if (end == optarg || *end || seconds < 1 || seconds > 255)
+      return false;
+    options.period = static_cast<unsigned char>(seconds);
+  }
+  options.interfaces.assign(argv + optind, argv + argc);
+  return !options.interfaces.empty();
+}
+
+// In the largest unit of which there is at least one.
+std::string readable(uint64_t bytes_per_second) {
+  static const char *const units[] = {"kB/s", "MB/s", "GB/s", "TB/s"};
+  char text[32];
+  if (bytes_per_second < 1000) {
+    snprintf(text, sizeof(text), "%u B/s", static_cast<unsigned>(bytes_per_second));
+    return text;
+  }
+  double value = static_cast<double>(bytes_per_second) / 1000;
+  size_t unit = 0;
+  for (; value >= 999.95 && unit < 3; unit++) // 999.95 would be shown as 1000.0
+    value /= 1000;
+  snprintf(text, sizeof(text), "%.1f %s", value, units[unit]);
+  return text;
+}
+
+// The table stands where the one before it stood.
+void show(bm_head &monitor, const Options &options, bool terminal, bool first) {
+  if (terminal && !first)
+    printf("\033[%zuA", options.interfaces.size() + 1);
+  if (terminal)
+    printf("%-16s%14s%14s\033[K\n", "interface", "received", "sent");
+  for (const std::string &name : options.interfaces) {
+    bm_sample rates;
+    const bool known = query_bm_by_iface(name.c_str(), &monitor, &rates) == 1;
+    const std::string received = known ? readable(rates.rx_rate) : "-", sent = known ? readable(rates.tx_rate) : "-";
+    if (terminal)
+      printf("%-16s%14s%14s\033[K\n", name.c_str(), received.c_str(), sent.c_str());
+    else
+      printf("%s received %s sent %s\n", name.c_str(), received.c_str(), sent.c_str());
+  }
+  fflush(stdout);
+}
+
+// Changes or asks something of the monitor under its semaphore.
+template <typename Body>
+bool locked(const bm_head &monitor, Body body) {
+  if (downdown(monitor.semid, "bandwidth", __LINE__, "locked", 0) != 0)
+    return false;
+  const bool result = body();
+  upup(monitor.semid, "bandwidth", __LINE__, "locked", 0);
+  return result;
+}
+
+// True when one of the signals came within that time.
+bool signalled(const sigset_t &signals, timespec wait) {
+  return sigtimedwait(&signals, nullptr, &wait) > 0;
+}
+
+// The thread looks at its exit bit when its sleep is over, and has ended when the list is empty.
+void end(bm_head &monitor, const sigset_t &signals) {
+  locked(monitor, [&monitor] {
+    monitor.exit = 1;
+    return true;
+  });
+  fprintf(stderr, "bandwidth: ending with this period\n");
+  while (!locked(monitor, [&monitor] { return list_empty(&monitor.link) != 0; }))
+    if (signalled(signals, {0, 50'000'000}))
+      break;
+  sem_delete(monitor.semid);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  Options options;
+  if (!parse(argc, argv, options))
+    return usage();
+
+  // Blocked before there is a second thread: a signal must not interrupt one that waits for the semaphore.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  static bm_head monitor; // where the thread finds it until the process is gone
+  if (init_bm(&monitor, IPC_PRIVATE, options.period, 0) != 1) {
+    fprintf(stderr, "bandwidth: no semaphore\n");
+    return 1;
+  }
+  for (const std::string &name : options.interfaces)
+    if (add_bm_by_iface(name.c_str(), &monitor) != 1) {
+      fprintf(stderr, "bandwidth: %s: no name of an interface\n", name.c_str());
+      sem_delete(monitor.semid);
+      return 1;
+    }
+  if (bm_start(&monitor) != 0) {
+    fprintf(stderr, "bandwidth: no thread\n");
+    sem_delete(monitor.semid);
+    return 1;
+  }
+
+  const bool terminal = isatty(STDOUT_FILENO);
+  for (bool first = true; first || !signalled(signals, {options.period, 0}); first = false)
+    show(monitor, options, terminal, first);
+  end(monitor, signals);
+  return 0;
+}
