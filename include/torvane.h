@@ -1786,7 +1786,9 @@ int process_ifaddr_ip(const struct nlmsghdr *msg, unsigned ifindex, int found, v
 int get_ip6_by_ifname(const char *ifname, int which, unsigned short groups[8]);
 
 /*
- * One IPv6 address of an interface, from the output of "ip -6 address show dev IFNAME" (with grep and awk).
+ * One IPv6 address of an interface, from the output of "ip -6 address show dev IFNAME" (with grep and awk): what stands
+ * second in the lines with the word "link" or "global", the tool's own heading among them when it holds that word, as
+ * for an interface whose name does.
  *
  *   ifname  goes into a shell command as it stands
  *   which   1 the first link-local address, 2 the second global address, any other value the first global one

@@ -558,6 +558,7 @@ TEST_F(Monitor, EndsWithoutItsSemaphoreToo) {
   the_time.let_go();
   join();
   EXPECT_TRUE(names_of(&head).empty());
+  EXPECT_EQ(std::string::npos, sandbox::console_text().find("up fail")); // what was not taken is not given back
   ASSERT_EQ(0, sem_create(key, &head.semid));
 }
 
