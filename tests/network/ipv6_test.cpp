@@ -575,6 +575,21 @@ TEST_F(Reader, ReadsNothingWithoutMemoryOrHandler) {
   EXPECT_LT(0, waiting());
 }
 
+TEST_F(Reader, NothingOfAnEarlierDatagramStandsBehindALaterOne) {
+  static int other_than_zero;
+  other_than_zero = 0;
+  const auto look_behind = [](const nlmsghdr *bytes, unsigned, int found, v6_ifaddr *) {
+    const auto *at = reinterpret_cast<const unsigned char *>(bytes);
+    if (found == 1)
+      for (uint32_t i = bytes->nlmsg_len; i < 1024; i++)
+        other_than_zero += at[i] != 0;
+    return 1;
+  };
+  send({message(20, Datagram(1000, 0xff)), message(20, Datagram(4, 0xff)), done});
+  read_ifc_results(ends[0], 4096, 0, nullptr, 9, look_behind);
+  EXPECT_EQ(0, other_than_zero);
+}
+
 TEST_F(Reader, LeavesTheSocketOpenAndNothingElse) {
   const int before = sandbox::open_descriptors();
   read({done});
