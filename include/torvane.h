@@ -1084,7 +1084,7 @@ char *j_replace(char *text, const char *pattern, const char *replacement);
  * empty, or either is null. Takes at most text length times pattern length. Not the C library's function of that name,
  * which finds an empty pattern everywhere; that is the one a program gets when it is linked before this library.
  */
-#ifndef __CORRECT_ISO_CPP_STRING_H_PROTO /* else the C library's header declares it, once for each constness */
+#if !defined(__USE_GNU) || !defined(__CORRECT_ISO_CPP_STRING_H_PROTO) /* else <string.h> has it once per constness */
 char *strcasestr(const char *text, const char *pattern);
 #endif
 
@@ -2280,7 +2280,240 @@ void *j_realloc(void *block, size_t size);
 
 /* @words@ */
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * CGI requests
+ * ------------------------------------------------------------------------------------------------------------------
+ * What a handler does with a request: query strings and form bodies split into entries, handlers found by name, percent
+ * and base64 coding, and paths that stay below their root. Nothing here traces or keeps state: any thread, on data of
+ * its own. Times are linear in the lengths of the texts.
+ *
+ * Decoding makes text; it makes no text safe. Decoded values may hold any byte, control characters and quotes included:
+ * check or escape them for where they go (a page: j_html_enc, a command: hasInjectionString, a file: rm_dotdot).
+ */
+
+/*
+ * One name and its value. Both are cut to what is stored of them: 64 and 512 characters. The splitting functions write
+ * no terminators, so set the whole array to zero first; then both are terminated texts.
+ */
+typedef struct cgi_entry {
+  char name[65];
+  char value[519];
+} cgi_entry;
+
+/* A handler by its name. A table ends with a row whose `func` is null, or whose name is null or "unknow". */
+typedef struct cgi_handler {
+  const char *name;
+  void *(*func)(void *);
+} cgi_handler;
+
+/*
+ * Characters that have to be percent-coded in a URI (29, no terminator), and at the same index the two hexadecimal
+ * digits of each. For programs that code by themselves; nothing in the library reads them, and encodeURIComponent
+ * leaves five of them alone.
+ */
+extern const char encoding_char[29];
+extern const char *const encoding_code[29];
+
+/*
+ * Splits "name=value&name=value" into entries and decodes the values.
+ *
+ *   entries   `capacity` records, zeroed by the caller
+ *   len       bytes of `data`, which needs no terminator; 0 or less is an empty text
+ *
+ * "=" begins the value and "&" the next entry. A second "=" in an entry begins the value again, over what is there:
+ * "a=12345=xy" gives "xy345". Names are not decoded. What is longer than a field is dropped without a word, so what was
+ * coded may be cut in the middle of a "%XX". Values are decoded after they are cut:
+ *
+ *   +              a blank
+ *   %XX            0 to 7 as first digit: that byte. c or d, e, f: a character of two, three or four bytes, whose other
+ *                  bytes follow as "%XX" each, where the "%" itself is not looked at. When one of these is missing, and
+ *                  for 8, 9, a or b as first digit, the three characters "%XX" give nothing
+ *   % at the end   dropped, also with one character after it (then that one is kept); but when there is nothing else to
+ *                  decode in it, the whole value stays as it is, "%" included
+ *
+ * Digits are not checked: other characters than digits make some byte, or nothing where their code is that of "8" or
+ * above and they are none of c to f. "%00" makes a zero byte, at which the value ends for whoever reads it as text.
+ *
+ * Returns the number of entries, at least 1: an empty text makes one empty entry. When bytes are left after `capacity`
+ * entries, prints "[bug on], index=%d, max_entries=%d\n" (twice the capacity) on standard output, and returns the
+ * capacity WITHOUT having decoded anything. 0 when `entries` is null, `data` is null and `len` above 0, or the
+ * capacity is 0 or less.
+ */
+int data_2_entries(cgi_entry *entries, int capacity, int len, const char *data);
+
+/*
+ * Splits "name:value,name:value" (login data) into entries, as data_2_entries with ":" and "," for "=" and "&", but
+ * decodes nothing and knows no capacity.
+ *
+ *   entries   zeroed by the caller, AT LEAST ONE MORE than there are commas in `data`: count them first
+ *
+ * Returns the number of entries, which is the number of commas plus one; 0 when `entries` is null, or `data` is null
+ * and `len` above 0.
+ */
+int data_2_authinfo(cgi_entry *entries, int len, const char *data);
+
+/* The first of `count` entries with exactly this name; null when there is none, or for a null array or name. */
+cgi_entry *get_entry_by_name(cgi_entry *entries, int count, const char *name);
+
+/* The value of that entry, in the array; null when there is none. */
+char *get_entry_value_by_name(cgi_entry *entries, int count, const char *name);
+
+/*
+ * A copy of a value straight from a query string: of what stands between one character after the first place where
+ * `name` occurs ANYWHERE in the query, and the next "&" or the end. The name "id" is also found in "uid=7" and in
+ * "x=idle", and the one character passed over need not be a "=". Not decoded. Prefer data_2_entries for what comes
+ * from outside.
+ *
+ * Returns text that the caller frees (free); empty when the query ends with the name. Null when the name does not
+ * occur, either argument is null, or there is no memory.
+ */
+char *get_entry_value(const char *query, const char *name);
+
+/*
+ * Prints entries on standard output: the line "============= dump entries =================", "name=%16s, val=%s\n" for
+ * each, and a line of 44 "=". Not into a page: nothing is escaped. Null prints nothing.
+ */
+void dump_entries(const cgi_entry *entries, int count);
+
+/*
+ * Finds a handler by its exact name. Returns the ADDRESS of the `func` field of the first row that has it, to be called
+ * through; null when no row before the end of the table has it, or for a null table or name.
+ *
+ *   void *(**handler)(void *) = (void *(**)(void *))get_cgi_func_ptr(table, name);
+ *   if (handler)
+ *     (*handler)(request);
+ */
+void *get_cgi_func_ptr(const cgi_handler *table, const char *name);
+
+/*
+ * Percent-codes every byte of `text` but ASCII letters, digits and - _ . ~ ! * ( ) '. Bytes above 7f are coded with
+ * capital digits ("%C3"), ASCII characters with small ones ("%2f").
+ *
+ * Returns text that the caller frees (free); null for null or when there is no memory (it takes four times the length).
+ */
+char *encodeURIComponent(const char *text);
+
+/*
+ * Decodes percent-coded text. Not as values of entries are decoded:
+ *
+ *   +      stays
+ *   %XX    is decoded only when both are hexadecimal digits (either case); any other "%" stays, as do the characters
+ *          after it. 0 to 7 as first digit: that byte. c or d, e, f: a character of two, three or four bytes, whose
+ *          other bytes are taken from the second and third of each three characters that follow, whatever these are.
+ *          When the text ends before they are all there, and for 8, 9, a or b as first digit, the three characters
+ *          "%XX" become a single "%"
+ *
+ * A zero byte ends the character that it is part of, and leaves nothing of itself: "a%00b" gives "ab". What
+ * encodeURIComponent made of UTF-8 comes back as it was; other bytes above 7f may not.
+ *
+ * Returns text that the caller frees (free); null for null or when there is no memory.
+ */
+char *decodeURIComponent(const char *text);
+
+/*
+ * Base64 in the standard alphabet, padded with "=", without line breaks.
+ *
+ *   len    in: bytes of `data`; 0 takes it for a text and stores its length here. So 0 bytes can be coded only as ""
+ *   data   any bytes
+ *
+ * Returns text that the caller frees (free); null when either pointer is null, the text of a 0 is longer than 4 GiB, or
+ * there is no memory for the result.
+ */
+char *encode_base64(unsigned *len, const void *data);
+
+/*
+ * Cleans a path in place: runs of "/" become one, "." segments go where a "/" follows them, and every ".." segment
+ * that a "/" follows goes together with the segment before it. Where there is none before it, it goes alone, and so
+ * does the root: "/../x" becomes "x", a RELATIVE path. A ".." at the end takes its segment and the "/" before that
+ * along: "/a/b/.." becomes "/a". Purely text: links in the file system are not looked at.
+ *
+ * Returns 1 when a ".." at the end has no "/" before its segment; the path still ends in "/.." then. Also 1, with
+ * nothing wrong, for every result of one character ("/" as well as "a"), because results shorter than 4 bytes return
+ * their length: 0 to 3. Otherwise another number that is not 0. Null gives 1.
+ *
+ * What callers may rely on: after any other result than 1 the path holds no ".." segment, with the exception of the two
+ * whole paths ".." (returned 2) and "/.." (returned 3), which only a comparison tells from harmless ones. To keep
+ * requests below a root, refuse 1 and these two, and join the rest to the root with a "/" of your own.
+ */
+int rm_dotdot(char *path);
+
 /* @cgi@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * CGI responses
+ * ------------------------------------------------------------------------------------------------------------------
+ * Text on its way to the browser, in buffers of the caller: nothing here allocates, prints or keeps state. `size` is
+ * always the whole size of `dst` in bytes; source and destination do not overlap. Times are linear. Any thread.
+ */
+
+/*
+ * Escapes text for HTML and XML, attribute values in quotes included: < > & " ' become &lt; &gt; &amp; &quot; &apos;.
+ *
+ *   dst    zeroed by the caller: plain characters are written without a terminator, entities with one
+ *   size   six times the length of the text plus one is always enough
+ *
+ * Before each character it stops if `size` - 1 bytes are written. An entity that does not fit whole is cut and
+ * terminated, and nothing is written after it: with too little room the result may end in half an entity ("&am").
+ * Never writes past `size`.
+ *
+ * Returns 0, also when the text was cut; 1, with nothing written, when a pointer is null or `size` is below 1.
+ */
+int j_html_enc(const char *src, char *dst, int size);
+
+/*
+ * The other way: &lt; &gt; &amp; &quot; &apos; become the characters they stand for, once (&amp;lt; becomes &lt;).
+ * Other entities and a lone & are copied. Writes at most `size` - 1 characters.
+ *
+ *   dst    zeroed by the caller: no terminator is written; the first four bytes (of a smaller buffer, all) are zeroed
+ *          here
+ *
+ * Returns 0, also when the text was cut; 1, with nothing written, when a pointer is null or `size` is below 1.
+ */
+int j_html_dec(const char *src, char *dst, int size);
+
+/*
+ * Builds "<?xml version="1.0"?><root><tag>value</tag>...</root>" in one buffer over several calls.
+ *
+ *   buf     the text so far; `size` bytes. It needs nothing before the first call
+ *   tag     element name; written as it is
+ *   value   its text; written as it is, so escape it first (j_html_enc). When either is null, no element is added
+ *   mode    0 the first call (starts the text), 2 the last (ends it with "</root>"), 1 in between. One element alone
+ *           takes two calls: one of them with a null tag
+ *
+ * When the element is exactly one byte too long, its terminator's, traces "buffer overflow.\n" and leaves the text as
+ * it was, without its end when this was the last call. A longer one is cut to the room instead, in silence. When the
+ * end has no room, traces "buffer overflow.\n" and leaves it out. So a document that does not end in "</root>" is
+ * broken: look before sending it. A buffer whose text is already as long as `size`, without a terminator, is left
+ * alone. A null buffer traces "Null point, buf=%p, tag=%p, val=%p\n".
+ */
+void gen_xml(char *buf, int size, const char *tag, const char *value, int mode);
+
+/*
+ * Writes the page that sends the browser elsewhere: "<script>location.replace('%s');</script>" with the URL. Sets all
+ * of `dst` to zero first; a script that does not fit is cut and terminated.
+ *
+ * A URL that holds a single quote or "</script>" (in small letters) is refused, as are null pointers and a size below
+ * 1: then `dst` stays as it was. Nothing else is screened. Backslashes, newlines, "</SCRIPT>", "<!--" and the URL
+ * scheme "javascript:" pass; check a URL that came from outside for what it should be.
+ */
+void redirect_page(const char *url, char *dst, int size);
+
+/*
+ * The same with the login cookie set on the way: "<script>\tdocument.cookie = 'hasLogin=1';\tlocation.replace('%s');
+ * </script>" in one line. The URL is NOT screened: pass one of your own. Null pointers and a size below 1 change
+ * nothing.
+ */
+void redirect_index_page(const char *url, char *dst, int size);
+
+/*
+ * To the page that counts down: "<script>location.replace('countdown.asp?page=%s&count=%d');</script>".
+ *
+ *   page    what to show after that; NOT screened and not percent-coded: pass one of your own
+ *   count   seconds
+ *
+ * Null pointers and a size below 1 change nothing; else all of `dst` is set to zero first, and the script cut to it.
+ */
+void redirect_to_countdown_page(const char *page, char *dst, int size, int count);
 
 /* @cgi2@ */
 
