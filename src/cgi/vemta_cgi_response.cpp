@@ -45,14 +45,19 @@ int j_html_enc(const char *src, char *dst, int size) {
   const size_t room = static_cast<size_t>(size);
   size_t position = 0;
   // An entity that had to be cut counts in full, so the position may go past the end; nothing is stored from there on.
-  for (; *src && position < room - 1; src++) {
+  while (*src && position < room - 1) {
+    const size_t left = room - 1 - position;
     if (const Entity *entity = entity_of(*src)) {
-      const size_t stored = std::min(entity->text.size(), room - position - 1);
+      const size_t stored = std::min(entity->text.size(), left);
       memcpy(dst + position, entity->text.data(), stored);
       dst[position + stored] = '\0';
       position += entity->text.size();
+      src++;
     } else {
-      dst[position++] = *src;
+      const size_t plain = std::min(strcspn(src, "<>&\"'"), left);
+      memcpy(dst + position, src, plain);
+      position += plain;
+      src += plain;
     }
   }
   return 0;
