@@ -33,7 +33,7 @@ std::string decoded(const std::string &text) {
 
 // What becomes of one byte when it is coded; by code, with printf's digits.
 std::string golden_code(int code) {
-  char text[8];
+  char text[16];
   const bool letter_or_digit = (code >= 48 && code <= 57) || (code >= 65 && code <= 90) || (code >= 97 && code <= 122);
   if (code >= 128)
     snprintf(text, sizeof(text), "%%%02X", static_cast<unsigned>(code));
@@ -254,7 +254,7 @@ TEST(DecodeUri, LetsAZeroByteEndACharacter) {
 TEST(DecodeUri, DecodesAnythingAsTold) {
   std::mt19937 random(3);
   static constexpr char usual[] = "%%%%+00123456789abcdefABCDEFgz";
-  for (int round = 0; round < 5000; round++) {
+  for (int round = 0; round < 2000; round++) {
     std::string text(random() % 60, 'x');
     for (char &c : text)
       c = random() % 8 ? usual[random() % (sizeof(usual) - 1)] : static_cast<char>(1 + random() % 255);

@@ -229,7 +229,7 @@ TEST_P(Shell, GetsTheWordsOfEveryShortEscapedText) {
 }
 
 TEST_P(Shell, GetsTheWordsOfHostileEscapedTexts) {
-  expect_arguments(shell, hostile_texts(40000), escaped, words_of);
+  expect_arguments(shell, hostile_texts(10000), escaped, words_of);
 }
 
 TEST_P(Shell, GetsEveryShortConvertedTextAsOneWord) {
@@ -237,7 +237,7 @@ TEST_P(Shell, GetsEveryShortConvertedTextAsOneWord) {
 }
 
 TEST_P(Shell, GetsHostileConvertedTextsAsOneWord) {
-  expect_arguments(shell, those(hostile_texts(60000), std::not_fn(is_beyond_converting)), converted, itself);
+  expect_arguments(shell, those(hostile_texts(20000), std::not_fn(is_beyond_converting)), converted, itself);
 }
 
 // Each exception does what it is told to do; those of a text's first character, and of a newline or tab anywhere.
@@ -295,7 +295,7 @@ TEST_P(Shell, GetsAcceptedTextsInDoubleQuotesAsTheyAre) {
   EXPECT_EQ(233u * 233 + 233 - 67, texts.size());
   expect_arguments(shell, texts, double_quoted, itself);
   const auto is_plain = [](const std::string &text) { return accepted(text) && text.find('$') == std::string::npos; };
-  expect_arguments(shell, those(hostile_texts(40000), is_plain), double_quoted, itself);
+  expect_arguments(shell, those(hostile_texts(10000), is_plain), double_quoted, itself);
 }
 
 TEST_P(Shell, ReplacesVariablesInAcceptedTextsAndRunsNothing) {
@@ -304,7 +304,7 @@ TEST_P(Shell, ReplacesVariablesInAcceptedTextsAndRunsNothing) {
     EXPECT_TRUE(is_untouched(run_script(shell, "p " + double_quoted(text) + "\n"))) << text;
   EXPECT_EQ(record({"/run/shell/home"}), run_script(shell, "p " + double_quoted("$HOME") + "\n").arguments);
   std::string body;
-  for (const std::string &text : those(hostile_texts(40000), accepted))
+  for (const std::string &text : those(hostile_texts(10000), accepted))
     body += "p " + double_quoted(text) + "\n";
   EXPECT_TRUE(is_untouched(run_script(shell, body)));
 }
@@ -312,7 +312,7 @@ TEST_P(Shell, ReplacesVariablesInAcceptedTextsAndRunsNothing) {
 TEST_P(Shell, RunsNothingFromAcceptedTextsWithoutQuotes) {
   sandbox::Captured out(1);
   std::string body;
-  for (const Texts &texts : {short_texts(), hostile_texts(40000)})
+  for (const Texts &texts : {short_texts(), hostile_texts(10000)})
     for (const std::string &text : those(texts, accepted))
       body += "p " + text + "\n";
   EXPECT_TRUE(is_untouched(run_script(shell, body)));
