@@ -58,13 +58,13 @@ struct Request {
   std::string dir;
   bool logged_in;
   std::vector<cgi_entry> entries;
-
-  // The value of an entry; empty when it is not there.
-  const char *value(const char *name) {
-    const char *found = get_entry_value_by_name(entries.data(), static_cast<int>(entries.size()), name);
-    return found ? found : "";
-  }
 };
+
+// The value of an entry; empty when it is not there.
+const char *value_of(Request &request, const char *name) {
+  const char *found = get_entry_value_by_name(request.entries.data(), static_cast<int>(request.entries.size()), name);
+  return found ? found : "";
+}
 
 std::string environment(const char *name) {
   const char *value = getenv(name);
@@ -224,7 +224,7 @@ bool is_address(const std::string &text) {
     if (end == std::string::npos || end == at || end - at > 3)
       return false;
     const std::string number = text.substr(at, end - at);
-    if (!is_number(number.c_str()) || atoi(number.c_str()) > 255)
+    if (!is_number(number.c_str()) || strtol(number.c_str(), nullptr, 10) > 255)
       return false;
     at = end + 1;
   }
@@ -255,7 +255,7 @@ void *login(void *argument) {
     print_login_form(request, "200 OK", "Who are you?", "");
     return nullptr;
   }
-  const std::string user = request.value("user"), given = user + ":" + request.value("password");
+  const std::string user = value_of(request, "user"), given = user + ":" + value_of(request, "password");
   unsigned length = static_cast<unsigned>(given.size());
   const Text coded(encode_base64(&length, given.data()));
   if (!coded || num_delim(user.c_str(), ':') > 0 ||
@@ -302,7 +302,8 @@ void *settings(void *argument) {
     end_page();
     return nullptr;
   }
-  const char *name = request.value("name"), *address = request.value("address"), *note = request.value("note");
+  const char *name = value_of(request, "name"), *address = value_of(request, "address"),
+             *note = value_of(request, "note");
   if (!is_host_name(name) || !is_address(address) || !is_note(note))
     return refuse("400 Bad Request");
   std::string text;
@@ -335,11 +336,12 @@ void *status(void *argument) {
 
 void *help(void *argument) {
   Request &request = *static_cast<Request *>(argument);
-  std::string page = request.value("page");
+  std::string page = value_of(request, "page");
   // One result says that the path climbs; of two others only the path itself does.
   if (rm_dotdot(page.data()) == 1 || strcmp(page.c_str(), "..") == 0 || strcmp(page.c_str(), "/..") == 0)
     return refuse("404 Not Found");
-  const std::string path = request.dir + "/help/" + page.c_str();
+  page.resize(strlen(page.c_str()));
+  const std::string path = request.dir + "/help/" + page;
   struct stat file;
   if (lstat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode))
     return refuse("404 Not Found");
@@ -371,7 +373,7 @@ long announced_length() {
   const std::string text = environment("CONTENT_LENGTH");
   if (text.size() > 6 || !is_number(text.c_str()))
     return -1;
-  const long length = text.empty() ? 0 : atol(text.c_str());
+  const long length = text.empty() ? 0 : strtol(text.c_str(), nullptr, 10);
   return length <= static_cast<long>(largest_body) ? length : -1;
 }
 

@@ -998,15 +998,20 @@ int upup(int id, const char *file, int line, const char *func, int trace);
  * any thread may call it. Character classes and cases are those of the process's locale (the plain ASCII ones unless
  * the program calls setlocale). Times are linear in the lengths of the texts unless a function says otherwise.
  *
- * Which guard: refuse text that hasInjectionString reports wherever a refusal is possible; it is the only one of the
- * three that asks no more of its caller. It lets blanks, a leading "-", "$NAME" and "!" pass, so a text that it accepts
- * may still be several words, an option or a variable of the shell: put it in double quotes, and test it for what it
- * should be (an address, a number, a name) first.
+ * Which guard: refuse text that hasInjectionString reports wherever a refusal is possible, and put what it accepts in
+ * double quotes: a shell then passes it on as one word, but for "$NAME" and its like ("$1", "$$"), which it replaces,
+ * and runs nothing. Without quotes nothing runs either, but blanks and tabs make several words of it. The two escapers
+ * are for arguments outside quotes. None of the three looks at a "-" at the start, which makes an option of an
+ * argument: put "--" before it, or test the text for what it should be (an address, a number, a name) first.
+ *
+ * The tests of the library give every text of one and two bytes and many longer ones to dash, bash and the busybox
+ * shell (in the C locale); what is said below of the shell is what they found.
  */
 
 /*
  * 1 when `text` holds one of these, which it then also prints on standard output as "[%s::%s::%d] Injection string:
- * %s\n" with "vemta_string", "hasInjectionString", a source line and the text; else 0, also for null:
+ * %s\n" with "vemta_string", "hasInjectionString", a source line and the text; else 0, also for null. In a CGI program
+ * standard output is the response: there, the line goes into the page, unescaped.
  *
  *   ` & " # * ? ~ > ^ < ) ( { } [ ] \ ; ' |   newline, form feed, and "$(" (a "$" alone may stay)
  */
@@ -1014,14 +1019,17 @@ int hasInjectionString(const char *text);
 
 /*
  * Copies `text` with a backslash before every character that the shell would take for its own (newline, form feed, and
- * " # $ & ( ) * ; < > ? [ \ ] ^ ` { | } ~), for use outside quotes, where a blank still separates words.
+ * " # $ & ( ) * ; < > ? [ \ ] ^ ` { | } ~), for use as arguments outside quotes. No other command runs, whatever the
+ * text. The shell passes the text on as it is, with these exceptions:
+ *
+ *   blank, tab     separate words: text with these is several arguments, and text of nothing else, or empty, is none
+ *   newline        goes: it comes out as backslash-newline, which a shell takes away
+ *   single quote   the output ends at the first one. If another one follows it, nothing more is written; if not, a
+ *                  backslash and a quote are written once for each character from there to the end. So what follows
+ *                  is lost: refuse such text first
  *
  *   dst  points to the pointer to the output: at least twice the length of the text plus one byte, zeroed by the
  *        caller, as no terminator is written. The pointer is not moved
- *
- * The output ends at the first single quote. If another one follows it, nothing more is written; if not, a backslash
- * and a quote are written once for each character from there to the end. So text with single quotes comes out cut or
- * wrong, though harmless; refuse it first. A newline comes out as backslash-newline, which a shell takes away.
  *
  * Returns 0; or 1 when `text`, `dst` or the pointer there is null.
  */
@@ -1037,11 +1045,17 @@ int escapeShellCommand(const char *text, char **dst);
  *         backslash may go ONE BYTE PAST `size`: pass a buffer that is one byte larger than `size`, and twice `len`
  *         or more as `size` when nothing may be cut
  *
- * Not covered: a newline, a tab, "#" and "~" at the start of a word, a leading "-", and an empty text, which makes no
- * word at all.
+ * The shell passes the text on as one word, with these exceptions; refuse such text first (hasInjectionString does, but
+ * for the tab and the empty text):
  *
- * Returns the number of bytes written; or -1, with nothing written, when `size` is below `len` or 0, or a pointer is
- * null.
+ *   newline             ends the command: WHAT FOLLOWS IT IS RUN as the next one
+ *   tab                 separates words
+ *   # at the start      makes the rest of the line a comment, what stands after the text included
+ *   ~ at the start      "~", "~NAME" and in bash "~+", "~-", "~0" are replaced by a folder's path; "~/x" is not
+ *   empty text          no word at all
+ *
+ * Returns the number of bytes written; or -1, with nothing written, when `size` is below `len` or negative, or a
+ * pointer is null.
  */
 int SpecialCharConvert(const char *src, int len, char *dst, int size);
 
@@ -1075,7 +1089,7 @@ unsigned strpos(const char *text, const char *pattern);
  *   text  in a buffer with room for the result: 4096 bytes are always enough
  *
  * A null argument, an empty pattern and a replacement equal to the pattern change nothing. Returns null, always. Each
- * pass is linear; there is one for each occurrence.
+ * pass is linear; there is one for each occurrence, those that replacements complete included.
  */
 char *j_replace(char *text, const char *pattern, const char *replacement);
 
@@ -2336,7 +2350,8 @@ extern const char *const encoding_code[29];
  *
  * Returns the number of entries, at least 1: an empty text makes one empty entry. When bytes are left after `capacity`
  * entries, prints "[bug on], index=%d, max_entries=%d\n" (twice the capacity) on standard output, and returns the
- * capacity WITHOUT having decoded anything. 0 when `entries` is null, `data` is null and `len` above 0, or the
+ * capacity WITHOUT having decoded anything. In a CGI program that line goes into the response: count first (num_delim
+ * with "&", on text without zero bytes). 0 when `entries` is null, `data` is null and `len` above 0, or the
  * capacity is 0 or less.
  */
 int data_2_entries(cgi_entry *entries, int capacity, int len, const char *data);

@@ -17,25 +17,29 @@ constexpr size_t longest_value = 512; // and of its value
 static_assert(sizeof(cgi_entry) == 584 && offsetof(cgi_entry, value) == 65);
 
 // Where the next byte of an entry goes.
-struct EntryCursor {
-  cgi_entry *entry;
-  bool in_value = false;
-  size_t position = 0;
+class EntryCursor {
+ public:
+  explicit EntryCursor(cgi_entry *first) : entry_(first) {}
 
   void begin_value() {
-    in_value = true;
-    position = 0;
+    in_value_ = true;
+    position_ = 0;
   }
   void next_entry() {
-    entry++;
-    in_value = false;
-    position = 0;
+    entry_++;
+    in_value_ = false;
+    position_ = 0;
   }
   // What is too long is dropped.
   void store(char c) {
-    if (position < (in_value ? longest_value : longest_name))
-      (in_value ? entry->value : entry->name)[position++] = c;
+    if (position_ < (in_value_ ? longest_value : longest_name))
+      (in_value_ ? entry_->value : entry_->name)[position_++] = c;
   }
+
+ private:
+  cgi_entry *entry_;
+  bool in_value_ = false;
+  size_t position_ = 0;
 };
 
 bool is_hex_digit(char c) {
@@ -157,7 +161,7 @@ const char *const encoding_code[29] = {"20", "22", "23", "24", "25", "26", "2B",
 int data_2_entries(cgi_entry *entries, int capacity, int len, const char *data) {
   if (!entries || (!data && len > 0))
     return 0;
-  EntryCursor cursor = {entries};
+  EntryCursor cursor(entries);
   int index = 0;
   for (int i = 0; i < len; i++) {
     if (index >= capacity) {
@@ -183,7 +187,7 @@ int data_2_entries(cgi_entry *entries, int capacity, int len, const char *data) 
 int data_2_authinfo(cgi_entry *entries, int len, const char *data) {
   if (!entries || (!data && len > 0))
     return 0;
-  EntryCursor cursor = {entries};
+  EntryCursor cursor(entries);
   int count = 1;
   for (int i = 0; i < len; i++) {
     if (data[i] == ':') {
@@ -277,7 +281,7 @@ char *decodeURIComponent(const char *text) {
     return nullptr;
   char *out = result;
   while (left > 0) {
-    if (*text != '%' || left < length_of_coded_byte || !is_hex_digit(text[1]) || !is_hex_digit(text[2])) {
+    if (*text != '%' || !is_hex_digit(text[1]) || !is_hex_digit(text[2])) {
       *out++ = *text++;
       left--;
       continue;

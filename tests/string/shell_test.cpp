@@ -247,6 +247,7 @@ TEST_P(Shell, MakesSomethingElseOfConvertedTextsThatAreBeyondIt) {
   EXPECT_EQ(record({}), run("#a").arguments);
   EXPECT_EQ(record({"a", "b"}), run("a\tb").arguments);
   EXPECT_EQ(record({"/run/shell/home"}), run("~").arguments);
+  EXPECT_NE(record({"~root"}), run("~root").arguments);
   EXPECT_EQ(record({"a~"}), run("a~").arguments);
   EXPECT_EQ(record({"~/a"}), run("~/a").arguments) << "the slash is escaped, so this names no home";
   EXPECT_TRUE(run("a\ncanary").canary_ran);
