@@ -11,10 +11,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "log/trace.h"
 #include "misc/detached_thread.h"
+#include "misc/heap_block.h"
 #include "network/sockets.h"
 
 using torvane::text_of;
@@ -39,12 +39,6 @@ struct Service {
   int listening;
   int tid;
   uint8_t one_shot;
-};
-
-struct Free {
-  void operator()(void *block) const {
-    free(block);
-  }
 };
 
 // The thread's own.
@@ -190,8 +184,8 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
     TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
     return 1;
   }
-  std::unique_ptr<Service, Free> service(static_cast<Service *>(calloc(1, sizeof(Service))));
-  if (!service) {
+  torvane::HeapBlock<Service> service;
+  if (!service.get()) {
     TRACE_NO_PROCESS("%s\n", text_of(torvane::word_malloc_fail));
     return 1;
   }
@@ -225,7 +219,7 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
     TRACE_NO_PROCESS("%s\n", text_of(torvane::word_thread_error));
     return 1;
   }
-  service.release(); // NOLINT(bugprone-unused-return-value): the thread has it
+  service.release(); // the thread has it
   TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(started));
   *thread = started;
   return 0;

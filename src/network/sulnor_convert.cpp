@@ -12,9 +12,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "log/trace.h"
+#include "misc/heap_block.h"
 
 namespace {
 
@@ -283,8 +283,8 @@ void read_ifc_results(int sock, int bufsize, unsigned ifindex, v6_ifaddr *entrie
   if (bufsize <= 0 || !handler)
     return;
   const size_t size = static_cast<size_t>(bufsize);
-  const std::unique_ptr<unsigned char, decltype(&free)> buffer(static_cast<unsigned char *>(malloc(size)), free);
-  if (!buffer)
+  const torvane::HeapBlock<unsigned char> buffer(size);
+  if (!buffer.get())
     return;
 
   for (int found = 0;;) {

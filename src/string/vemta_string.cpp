@@ -146,7 +146,9 @@ char *find_ignoring_case(const char *text, const char *pattern) {
   if (!text || !pattern || !*pattern)
     return nullptr;
   const size_t length = strlen(pattern);
-  for (; *text; text++)
+  const char both_cases[] = {static_cast<char>(tolower(static_cast<unsigned char>(*pattern))),
+                             static_cast<char>(toupper(static_cast<unsigned char>(*pattern))), '\0'};
+  for (; (text = strpbrk(text, both_cases)) != nullptr; text++)
     if (strncasecmp(text, pattern, length) == 0)
       return const_cast<char *>(text); // NOLINT(cppcoreguidelines-pro-type-const-cast): as the interface has it
   return nullptr;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support/guarded_text.h"
+#include "support/guarded_memory.h"
 #include "support/proportional_time.h"
 #include "support/sandbox.h"
 #include "torvane.h"
@@ -17,7 +17,7 @@ using documents::Document;
 using documents::document;
 using documents::element;
 using sandbox::expect_proportional;
-using sandbox::Guarded;
+using sandbox::GuardedMemory;
 using sandbox::nanoseconds_per_byte;
 using sandbox::repeated;
 
@@ -29,8 +29,8 @@ using Lookup = int (*)(const char *, char *, int, const char *);
 
 // What the lookup finds. The text ends where readable memory ends; the destination holds all of the content.
 std::string looked_up(Lookup lookup, const std::string &text, const std::string &name) {
-  Guarded guarded_text(text), guarded_name(name);
-  Guarded dest(text.size() + 1);
+  GuardedMemory guarded_text(text), guarded_name(name);
+  GuardedMemory dest(text.size() + 1);
   memset(dest.data(), '?', text.size() + 1);
   const int found = lookup(guarded_text.data(), dest.data(), static_cast<int>(text.size() + 1), guarded_name.data());
   EXPECT_TRUE(found == 0 || found == 1);
@@ -149,7 +149,7 @@ TEST(ElementValue, OfAStartTagThatDoesNotEndIsNotFound) {
 
 TEST(ElementValue, ZeroesTheDestination) {
   for (const char *text : {"<a>v</a>", "<a/>", "<b>", "<a>v", "<a "}) {
-    Guarded dest(8);
+    GuardedMemory dest(8);
     memset(dest.data(), '?', 8);
     const int found = _get_element_value(text, dest.data(), 8, "a");
     EXPECT_EQ(std::string(found && strlen(text) > 4 ? "v" : "") + std::string(found && strlen(text) > 4 ? 7 : 8, '\0'),
@@ -161,7 +161,7 @@ TEST(ElementValue, ZeroesTheDestination) {
 TEST(ElementValue, IsCutAtTheSizeWithoutATerminator) {
   const std::string text = "<a>0123456789</a>";
   for (int size = 1; size <= 12; size++) {
-    Guarded dest(static_cast<size_t>(size));
+    GuardedMemory dest(static_cast<size_t>(size));
     memset(dest.data(), '?', static_cast<size_t>(size));
     EXPECT_EQ(1, _get_element_value(text.c_str(), dest.data(), size, "a"));
     EXPECT_EQ(std::string("0123456789\0\0", 12).substr(0, static_cast<size_t>(size)), dest.bytes());
