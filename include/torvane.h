@@ -1970,7 +1970,241 @@ char *dnsReadName(const unsigned char *at, const unsigned char *message, int *co
 
 /* @dns@ */
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Timers
+ * ------------------------------------------------------------------------------------------------------------------
+ * Callbacks at whole seconds of the monotonic clock. One timer thread per process sleeps until the earliest timer is
+ * due or a notification comes, and at every wake-up, also when nothing is due, starts a short-lived runner thread that
+ * calls what is due, one after the other. Runners of several wake-ups run side by side: a slow callback delays the due
+ * timers behind it only until the next wake-up, and two callbacks may run at the same time. Timers with the same expiry
+ * are started in the order in which they were added or last modified; every one is started exactly once per arming.
+ *
+ * Timers are one-shot. A timer that has fired stays linked (retired) until it is deleted; modTimer arms it again. The
+ * lists are unsorted and walked at every wake-up: good for some dozens of timers.
+ *
+ * Locking. One System V semaphore, made by the program with sem_create and free (1) at the start, guards all lists.
+ * addTimer, delTimer, modTimer and destoryTimerThread take it; __delTimer and __modTimer are for callers that hold it
+ * already (downdown); callbacks run without it and may call any of these. A thread that is cancelled inside one of
+ * them goes on to its end first. A down or up that fails is traced by downdown and upup, and the work is done all the
+ * same, without a lock.
+ *
+ * Before createTimerThread has returned 1 the operations on timers must not be called: the semaphore's id and the
+ * descriptors are 0 until then, so they would work on semaphore 0 and send to standard input.
+ *
+ * Both kinds of threads are detached, have stacks of 1 MiB and inherit the signal mask of the thread that starts them:
+ * block signals around createTimerThread. A handler that runs on the timer thread in the last second of its sleep makes
+ * it sleep on until the next notification.
+ */
+typedef struct TimerNode {
+  list_node node;                                 /* zeroed, or linked by the service */
+  void (*callback)(uint32_t arg1, uint32_t arg2); /* run when due; null runs nothing */
+  uint32_t arg1;
+  uint32_t arg2;
+  uint32_t expire; /* second of getCurrentTime's clock; due from that second on, for 2^31 - 1 seconds */
+} TimerNode;
+
+typedef struct TimerThreadConfig {
+  int semid;        /* the semaphore that guards the timers */
+  pthread_t thread; /* any value */
+} TimerThreadConfig;
+
+/*
+ * Starts the timer service of this process. Call it once, from one thread.
+ *
+ *   config  copied
+ *
+ * Returns 1; or 0: it was started before (also when it has been ended since: it can be started once per process only),
+ * `config` is null, there is no socket pair ("can't create signal pipe\n", also when its descriptor is beyond what
+ * select takes), or there is no thread ("CHECK!!\n": the two descriptors of the socket pair stay open, and calling
+ * again makes another pair). The descriptors are close-on-exec.
+ *
+ * The timer thread traces "[%d|%d]Thread Create[%s]\n" with process id, thread id and "timerThread", then "Timer Thread
+ * Running\n". If it cannot make itself cancellable it traces "CHECK!!\n" and ends. A select that fails is told on
+ * standard error ("Timer Select:: ...") and traced "CHECK!!\n". If a runner cannot be started it traces "CHECK!!\n",
+ * and what is due waits for the next wake-up.
+ */
+int createTimerThread(const TimerThreadConfig *config);
+
+/*
+ * Ends the service for good: cancels the timer thread, retires every timer, and closes the socket pair. No callback is
+ * started from then on but one that a runner has already taken; those that run go on. The timer thread ends at once or,
+ * when it is in the middle of its lists, as soon as the semaphore is free.
+ *
+ * Timers may still be deleted. Those added or modified afterwards never run; the notification of each operation fails,
+ * and is traced. Calling it again retires those, and cancels and closes nothing.
+ *
+ * Returns 0, also when the service never ran; or 1 when the semaphore could not be given back.
+ */
+int destoryTimerThread(void);
+
+/*
+ * Arms a timer that is on no list: callback, arguments and expiry are set by the caller, usually with
+ * getCurrentTime(NULL) plus a delay. An expiry that has come already runs at once.
+ *
+ *   timer  the caller's, in place and unchanged until delTimer; a timer already added must not be added again
+ *
+ * A timer that waits with the expiry 0 counts as none when the sleep is computed; it runs at the first wake-up at or
+ * after its time.
+ *
+ * Returns 0; or 1 when the semaphore could not be given back, or `timer` is null.
+ */
+int addTimer(TimerNode *timer);
+
+/*
+ * Takes a timer off its list, in whatever state, and makes its node point to itself, so that deleting it again is
+ * harmless; so is deleting a timer that was never added when its node is zeroed. Afterwards the record may be freed.
+ * A callback that a runner has taken already still runs, or is running, with copies of the two arguments.
+ *
+ * Returns as addTimer.
+ */
+int delTimer(TimerNode *timer);
+
+/*
+ * delTimer for a caller that holds the semaphore. The node keeps naming its old neighbours: not to be called twice, nor
+ * followed by delTimer or a modification, until the timer is added again. Null does nothing.
+ */
+void __delTimer(TimerNode *timer);
+
+/*
+ * Arms a timer anew, in whatever state: waiting, due, fired, deleted with delTimer, or zeroed and never added. What it
+ * was due for before and no runner has taken is forgotten. It goes behind the timers that are armed.
+ *
+ *   expire  second of getCurrentTime's clock
+ *
+ * Returns as addTimer.
+ */
+int modTimer(TimerNode *timer, uint32_t expire);
+
+/* modTimer for a caller that holds the semaphore. Null does nothing. */
+void __modTimer(TimerNode *timer, uint32_t expire);
+
+/* Seconds of the monotonic clock, cut to whole ones and to 32 bits; also stored in `out` unless null. Any thread. */
+uint32_t getCurrentTime(uint32_t *out);
+
+/*
+ * The steps of the service, for tests and for programs that wake the timer thread themselves.
+ *
+ * sendNotifyToTimerThread wakes the timer thread; `code` is 0 for added, 1 for deleted, 2 for modified, and only told
+ * in the trace. When the socket is full it takes the oldest notification out and tries again, so that it never waits
+ * for the timer thread. When nothing can be sent it traces "[%d]Could not send signal: %d\n" with the code twice; what
+ * was to be notified of stands, and is seen at the next wake-up.
+ *
+ * reSchedule takes the semaphore, finds out which timers are due, and returns the seconds until the earliest of the
+ * others, 0 when there is none. When the expiry is a smaller number than the clock, which has yet to wrap, the result
+ * is one second less.
+ *
+ * launchProcessTimerListThread starts a runner thread; processTimerListThread is that thread: it takes the semaphore
+ * for each due timer that it takes and returns null when there is none left. timerThread is the timer thread; it is
+ * cancellable at any moment while it waits, and does not return.
+ */
+void sendNotifyToTimerThread(int code);
+uint32_t reSchedule(void);
+void launchProcessTimerListThread(void);
+void *processTimerListThread(void *unused);
+void *timerThread(void *config);
+
 /* @timer@ */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Thread pool
+ * ------------------------------------------------------------------------------------------------------------------
+ * A fixed number of worker threads that take tasks, in the order queued, from a ring of fixed size; and, apart from it,
+ * a counter that limits threads which a program starts itself. Nothing here traces.
+ *
+ * Results of the pool: 0 success, -1 no pool or no function, -2 a lock, signal or broadcast failed, -3 the queue is
+ * full, -4 shutting down, -5 a thread could not be joined. Results of the limit: 0 or -2.
+ *
+ * Any thread may queue tasks, tasks included. A task returns to end; one that ends its thread (pthread_exit), or never
+ * ends, takes a worker away, and the pool can then not be freed, or its destruction waits for ever.
+ */
+typedef struct ThreadPoolTask {
+  void *(*function)(void *argument); /* its result is ignored */
+  void *argument;
+} ThreadPoolTask;
+
+/* To be read only; with `lock` taken while the pool runs. */
+typedef struct ThreadPool {
+  pthread_mutex_t lock;
+  pthread_cond_t notify; /* signalled for each task, broadcast at shutdown */
+  pthread_t *threads;    /* threadCount of them */
+  ThreadPoolTask *queue; /* queueSize slots, a ring */
+  int threadCount;       /* workers that were started */
+  int queueSize;
+  int head;     /* slot of the next task to take */
+  int tail;     /* next free slot */
+  int count;    /* tasks that wait */
+  int shutdown; /* 0 running, 1 immediate, 2 graceful */
+  int started;  /* workers alive */
+} ThreadPool;
+
+/*
+ * Makes a pool and starts its workers, joinable and with the signal mask of the caller.
+ *
+ *   threads     number of workers; with 0 nothing is ever run
+ *   queue_size  tasks that can wait; with 0 every task is refused as "queue full"
+ *   stack_kib   stack of each worker in KiB, 0 for the C library's default. What the system refuses (too small, too
+ *               large, negative) fails
+ *
+ * Returns the pool, which ends with threadpool_destroy; or null when a number is negative, memory is short or a worker
+ * cannot be started: those that were started are ended again, and nothing stays allocated.
+ */
+ThreadPool *threadpool_init(int threads, int queue_size, int stack_kib);
+
+/*
+ * Queues a task.
+ *
+ *   argument  handed to `function`; the caller's. When the pool is shut down at once its tasks may never run
+ *
+ * Returns 0; -1 when `pool` or `function` is null; -2 when the lock fails (nothing is queued), or waking a worker or
+ * unlocking does (the task is queued); -3 when the queue is full, whether or not the pool is shutting down, printing
+ * "queue full!!!!\n" on standard output; -4 when the pool is shutting down, printing "shutting down!!!!\n".
+ */
+int task_enqueue(ThreadPool *pool, void *(*function)(void *), void *argument);
+
+/*
+ * Ends the pool: bit 0 of `flags` set, the workers run what is queued first; else each ends with the task it is in, and
+ * what is queued never runs. Waits for them and frees the pool. Not to be called from a task of the pool, nor while
+ * another thread is inside task_enqueue: the pool may be freed under it.
+ *
+ * Returns 0: the pool is gone. -1 when it is null. -2 when the lock, or telling the workers, fails: nothing is freed,
+ * and when the broadcast failed the pool stays locked. -4 when it is being ended already: the pool is then LEFT LOCKED,
+ * by this caller, so that workers still at work, and the first caller who waits for them, never finish. -5 when a
+ * worker could not be joined: nothing is freed.
+ */
+int threadpool_destroy(ThreadPool *pool, int flags);
+
+/*
+ * Frees a pool whose workers have all ended; threadpool_destroy does it. Waits for whoever holds the lock.
+ *
+ * Returns 0; or -1 when it is null or workers are alive.
+ */
+int threadpool_free(ThreadPool *pool);
+
+/* The thread of a worker. Returns null when the pool is shut down, or `pool` is null. */
+void *threadpool_worker(void *pool);
+
+typedef struct ThreadLimit {
+  pthread_mutex_t lock;
+  int current; /* 0 at first */
+  int maximum;
+} ThreadLimit;
+
+/*
+ * A counter from 0 to `maximum` that starts and stops nothing itself: raise it before a thread is started, lower it
+ * when the thread ends. With a maximum of 0 or less it cannot be raised.
+ *
+ * Returns the counter, which ends with threadlimit_free; or null when memory is short.
+ */
+ThreadLimit *threadlimit_init(int maximum);
+
+/* Raises the counter: 0; or -2 when it stands at its maximum, the lock fails or `limit` is null. Waits for no room. */
+int threadlimit_inc(ThreadLimit *limit);
+
+/* Lowers the counter: 0; or -2 when it stands at 0, the lock fails or `limit` is null. */
+int threadlimit_dec(ThreadLimit *limit);
+
+/* Frees the counter, whatever it stands at, as soon as nobody holds its lock: 0; or -2 when it is null. */
+int threadlimit_free(ThreadLimit *limit);
 
 /* @threadpool@ */
 
