@@ -1982,6 +1982,10 @@ char *dnsReadName(const unsigned char *at, const unsigned char *message, int *co
  * Timers are one-shot. A timer that has fired stays linked (retired) until it is deleted; modTimer arms it again. The
  * lists are unsorted and walked at every wake-up: good for some dozens of timers.
  *
+ * A timer never runs before its second, and may run up to two seconds after it began: the sleep is counted in whole
+ * seconds from the moment it is computed, and keeps the microseconds that were left of the one before when a
+ * notification cut that short.
+ *
  * Locking. One System V semaphore, made by the program with sem_create and free (1) at the start, guards all lists.
  * addTimer, delTimer, modTimer and destoryTimerThread take it; __delTimer and __modTimer are for callers that hold it
  * already (downdown); callbacks run without it and may call any of these. A thread that is cancelled inside one of

@@ -1,0 +1,204 @@
+// Runs the commands of a job file, each at its time: a timer for every job hands it to a pool of workers.
+//
+//   job_runner [-w WORKERS] [FILE]
+//
+// The file, or standard input, holds one job per line: the delay in whole seconds, blanks, the command for the shell.
+// Empty lines and lines that begin with "#" say nothing. The program ends when all jobs have.
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/wait.h>
+#include <torvane.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr unsigned long longest_delay = 24 * 60 * 60; // seconds
+constexpr unsigned long most_workers = 64;
+constexpr size_t longest_command = 1000; // bytes; __system holds a little more
+constexpr int worker_stack = 64;         // KiB; stdio and the shell's starter need no more
+
+struct Job {
+  unsigned number; // of its line
+  uint32_t delay;  // seconds
+  std::string command;
+  TimerNode timer;
+};
+
+std::vector<Job> jobs; // not changed once timers and workers run
+ThreadPool *pool;
+uint32_t start_time; // of getCurrentTime's clock
+int timer_lock;
+
+pthread_mutex_t count_lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t all_handed_over = PTHREAD_COND_INITIALIZER;
+size_t handed_over; // jobs in the pool's queue, or further
+
+uint32_t seconds_so_far() {
+  return getCurrentTime(nullptr) - start_time;
+}
+
+// A number from 0 to `most` and nothing else.
+bool read_number(const std::string &text, unsigned long most, unsigned long *number) {
+  if (text.empty() || text.size() > 9 || !is_number(text.c_str()))
+    return false;
+  *number = strtoul(text.c_str(), nullptr, 10);
+  return *number <= most;
+}
+
+// What is wrong with a line; null when it is a job, appended to `jobs`, or says nothing.
+const char *read_job(unsigned number, const std::string &line) {
+  constexpr char blanks[] = " \t\r";
+  const size_t start = line.find_first_not_of(blanks);
+  if (start == std::string::npos || line[start] == '#')
+    return nullptr;
+  const size_t delay_end = std::min(line.find_first_of(blanks, start), line.size());
+  unsigned long delay;
+  if (!read_number(line.substr(start, delay_end - start), longest_delay, &delay))
+    return "the delay is no number of seconds up to 86400";
+  const size_t command_start = line.find_first_not_of(blanks, delay_end);
+  if (command_start == std::string::npos)
+    return "no command";
+  const std::string command = line.substr(command_start, line.find_last_not_of(blanks) + 1 - command_start);
+  if (command.size() > longest_command)
+    return "the command is longer than 1000 bytes";
+  if (command.find('\0') != std::string::npos)
+    return "not a line of text";
+  jobs.push_back({number, static_cast<uint32_t>(delay), command, {}});
+  return nullptr;
+}
+
+// False, and every bad line is told, when the file is not to be run.
+bool read_jobs(FILE *in, const char *name) {
+  bool good = true;
+  char *line = nullptr;
+  size_t size = 0;
+  unsigned number = 0;
+  for (ssize_t length; (length = getline(&line, &size, in)) != -1;) {
+    std::string text(line, static_cast<size_t>(length));
+    if (!text.empty() && text.back() == '\n')
+      text.pop_back();
+    if (const char *mistake = read_job(++number, text)) {
+      fprintf(stderr, "%s:%u: %s\n", name, number, mistake);
+      good = false;
+    }
+  }
+  free(line);
+  if (ferror(in)) {
+    fprintf(stderr, "%s: %s\n", name, strerror(errno));
+    return false;
+  }
+  return good;
+}
+
+// In a worker.
+void *run_job(void *argument) {
+  const auto *job = static_cast<Job *>(argument);
+  printf("%4us  line %u  start  %s\n", seconds_so_far(), job->number, job->command.c_str());
+  const int status = __system("job_runner", __LINE__, __func__, "%s", job->command.c_str());
+  if (WIFEXITED(status))
+    printf("%4us  line %u  end    status %d\n", seconds_so_far(), job->number, WEXITSTATUS(status));
+  else
+    printf("%4us  line %u  end    signal %d\n", seconds_so_far(), job->number, WTERMSIG(status));
+  return nullptr;
+}
+
+// The callback of every timer, on a runner thread. The queue has a slot for every job.
+void hand_over(uint32_t index, uint32_t) {
+  Job &job = jobs[index];
+  const int result = task_enqueue(pool, run_job, &job);
+  if (result != 0)
+    fprintf(stderr, "line %u: not run (%d)\n", job.number, result);
+  pthread_mutex_lock(&count_lock);
+  if (++handed_over == jobs.size())
+    pthread_cond_signal(&all_handed_over);
+  pthread_mutex_unlock(&count_lock);
+}
+
+// A semaphore outlives its process unless it is deleted.
+void give_up(int signal) {
+  sem_delete(timer_lock);
+  _exit(128 + signal);
+}
+
+bool start_timers() {
+  if (sem_create(IPC_PRIVATE, &timer_lock) != 0)
+    return false;
+  for (const int each : {SIGINT, SIGTERM, SIGHUP})
+    signal(each, give_up);
+
+  // Signals are for this thread: a handler on the timer thread would disturb its sleep.
+  sigset_t all, usual;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &usual);
+  TimerThreadConfig config = {};
+  config.semid = timer_lock;
+  const bool started = createTimerThread(&config) == 1;
+  pthread_sigmask(SIG_SETMASK, &usual, nullptr);
+  return started;
+}
+
+void run_all() {
+  getCurrentTime(&start_time);
+  for (size_t i = 0; i < jobs.size(); i++) {
+    TimerNode &timer = jobs[i].timer;
+    timer.callback = hand_over;
+    timer.arg1 = static_cast<uint32_t>(i);
+    timer.expire = start_time + jobs[i].delay;
+    addTimer(&timer);
+  }
+  pthread_mutex_lock(&count_lock);
+  while (handed_over < jobs.size())
+    pthread_cond_wait(&all_handed_over, &count_lock);
+  pthread_mutex_unlock(&count_lock);
+  destoryTimerThread();
+  threadpool_destroy(pool, 1); // after the last job
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  unsigned long workers = 2;
+  bool good = true;
+  for (int option; (option = getopt(argc, argv, "w:")) != -1;)
+    good = good && option == 'w' && read_number(optarg, most_workers, &workers) && workers > 0;
+  if (!good || argc - optind > 1) {
+    fprintf(stderr, "usage: %s [-w WORKERS] [FILE]\n1 to 64 workers; FILE, or standard input: DELAY COMMAND...\n",
+            argv[0]);
+    return 2;
+  }
+
+  const char *name = optind < argc ? argv[optind] : "standard input";
+  FILE *in = optind < argc ? fopen(name, "re") : stdin;
+  if (!in) {
+    fprintf(stderr, "%s: %s\n", name, strerror(errno));
+    return 1;
+  }
+  good = read_jobs(in, name);
+  if (in != stdin)
+    fclose(in);
+  if (!good)
+    return 1;
+  if (jobs.empty())
+    return 0;
+
+  pool = threadpool_init(static_cast<int>(workers), static_cast<int>(jobs.size()), worker_stack);
+  if (!pool) {
+    fputs("no workers\n", stderr);
+    return 1;
+  }
+  const bool started = start_timers();
+  if (started)
+    run_all();
+  else
+    fputs("no timers\n", stderr);
+  sem_delete(timer_lock);
+  return started ? 0 : 1;
+}
