@@ -31,7 +31,7 @@ constinit list_node expiredList = {&expiredList, &expiredList}; // its time has 
 constinit list_node retiredList = {&retiredList, &retiredList}; // its callback was started, or the service ended
 
 TimerThreadConfig configuration;
-int signal_pair[2]; // read by the timer thread; written by notifications; -1 once the service has ended
+int signal_pair[2]; // notifications come out of the first; they go into the second, -1 once the service has ended
 unsigned char running;
 
 using Timers = torvane::Records<TimerNode, offsetof(TimerNode, node)>;
@@ -54,6 +54,40 @@ void unlink_timer(TimerNode *timer) {
 void retire_all(list_node *list) {
   for (TimerNode &timer : Timers(list))
     list_move(&timer.node, &retiredList);
+}
+
+// The oldest one, if there is any.
+void drop_notification() {
+  int code;
+  if (signal_pair[1] != -1)
+    recv(signal_pair[0], &code, sizeof(code), MSG_DONTWAIT);
+}
+
+// What reSchedule does. A wake-up that was notified takes its notification here: the semaphore keeps the socket from
+// being closed, and its number from becoming another's, on the way.
+uint32_t look_at_timers(bool notified) {
+  constexpr char func[] = "reSchedule";
+  const uint32_t now = getCurrentTime(nullptr);
+  const int cancelability = hold_cancellation();
+  downdown(configuration.semid, trace_module, __LINE__, func, 0);
+  if (notified)
+    drop_notification();
+  uint32_t earliest = 0;
+  bool pending = false;
+  for (TimerNode &timer : Timers(&timerList)) {
+    // Signed differences: the 32-bit seconds may wrap.
+    if (static_cast<int32_t>(now - timer.expire) >= 0) {
+      list_move(&timer.node, &expiredList);
+    } else if (!pending || static_cast<int32_t>(timer.expire - earliest) < 0) {
+      earliest = timer.expire;
+      pending = true;
+    }
+  }
+  upup(configuration.semid, trace_module, __LINE__, func, 0);
+  pthread_setcancelstate(cancelability, nullptr);
+  if (earliest == 0)
+    return 0;
+  return now < earliest ? earliest - now : earliest - now - 1;
 }
 
 void report_failed_select() {
@@ -95,16 +129,15 @@ int destoryTimerThread(void) {
     return 0;
   const int cancelability = hold_cancellation();
   SEMAPHORE_DOWN(configuration.semid);
-  const bool first_time = signal_pair[0] >= 0;
+  const bool first_time = signal_pair[1] != -1;
   if (first_time) // neither the handle nor the descriptors are the service's any more afterwards
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
   retire_all(&expiredList);
   if (first_time) {
-    for (int &fd : signal_pair) {
-      close(fd);
-      fd = -1;
-    }
+    close(signal_pair[0]); // its number stays: a thread that has yet to begin looks at it
+    close(signal_pair[1]);
+    signal_pair[1] = -1;
   }
   const int result = SEMAPHORE_UP(configuration.semid);
   pthread_setcancelstate(cancelability, nullptr);
@@ -176,8 +209,7 @@ void sendNotifyToTimerThread(int code) {
     if (errno == EAGAIN) {
       // Full. The timer thread may be waiting for the semaphore that this caller holds, so that nobody else would
       // ever make room. The notifications left wake it all the same.
-      int oldest;
-      recv(signal_pair[0], &oldest, sizeof(oldest), MSG_DONTWAIT);
+      drop_notification();
     } else if (errno != EINTR) {
       TRACE("[%d]Could not send signal: %d\n", code, code);
       return;
@@ -186,25 +218,7 @@ void sendNotifyToTimerThread(int code) {
 }
 
 uint32_t reSchedule(void) {
-  const uint32_t now = getCurrentTime(nullptr);
-  const int cancelability = hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
-  uint32_t earliest = 0;
-  bool pending = false;
-  for (TimerNode &timer : Timers(&timerList)) {
-    // Signed differences: the 32-bit seconds may wrap.
-    if (static_cast<int32_t>(now - timer.expire) >= 0) {
-      list_move(&timer.node, &expiredList);
-    } else if (!pending || static_cast<int32_t>(timer.expire - earliest) < 0) {
-      earliest = timer.expire;
-      pending = true;
-    }
-  }
-  SEMAPHORE_UP(configuration.semid);
-  pthread_setcancelstate(cancelability, nullptr);
-  if (earliest == 0)
-    return 0;
-  return now < earliest ? earliest - now : earliest - now - 1;
+  return look_at_timers(false);
 }
 
 void *timerThread(void *) {
@@ -229,13 +243,9 @@ void *timerThread(void *) {
         continue;
       report_failed_select();
     }
-    if (ready != 0) {
-      if (!FD_ISSET(notifications, &readable))
-        continue;
-      int code;
-      recv(notifications, &code, sizeof(code), MSG_DONTWAIT); // a sender that found no room may have taken it
-    }
-    timeout.tv_sec = static_cast<int32_t>(reSchedule());
+    if (ready != 0 && !FD_ISSET(notifications, &readable))
+      continue;
+    timeout.tv_sec = static_cast<int32_t>(look_at_timers(ready != 0));
     launchProcessTimerListThread();
   }
 }

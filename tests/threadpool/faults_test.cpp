@@ -7,7 +7,7 @@
 
 // A race is a failed test.
 extern "C" const char *__tsan_default_options() {
-  return "halt_on_error=1";
+  return "halt_on_error=1:atexit_sleep_ms=0";
 }
 
 namespace {

@@ -16,7 +16,13 @@
 
 // A race is a failed test, also in a child.
 extern "C" const char *__tsan_default_options() {
-  return "halt_on_error=1";
+  return "halt_on_error=1:atexit_sleep_ms=0";
+}
+
+// A thread that is cancelled leaves its stack marked as in use, and the sanitizer stumbles over that when it takes its
+// own signal stack away.
+extern "C" const char *__asan_default_options() {
+  return "use_sigaltstack=0";
 }
 
 namespace {
