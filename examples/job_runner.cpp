@@ -19,10 +19,10 @@
 
 namespace {
 
-constexpr unsigned long longest_delay = 24 * 60 * 60; // seconds
+constexpr unsigned long longest_delay = 86400; // seconds, a day
 constexpr unsigned long most_workers = 64;
 constexpr size_t longest_command = 1000; // bytes; __system holds a little more
-constexpr int worker_stack = 64;         // KiB; stdio and the shell's starter need no more
+constexpr int worker_stack = 256;        // KiB; some C libraries take no less than 128
 
 struct Job {
   unsigned number; // of its line

@@ -2146,8 +2146,8 @@ typedef struct ThreadPool {
  *
  *   threads     number of workers; with 0 nothing is ever run
  *   queue_size  tasks that can wait; with 0 every task is refused as "queue full"
- *   stack_kib   stack of each worker in KiB, 0 for the C library's default. What the system refuses (too small, too
- *               large, negative) fails
+ *   stack_kib   stack of each worker in KiB, 0 for the C library's default. What the system refuses fails: negative,
+ *               too large, or below PTHREAD_STACK_MIN (with the GNU C library 16 KiB on x86, 128 KiB on MIPS)
  *
  * Returns the pool, which ends with threadpool_destroy; or null when a number is negative, memory is short or a worker
  * cannot be started: those that were started are ended again, and nothing stays allocated.
