@@ -71,21 +71,29 @@ void *run_watched(void *argument) {
   return start.run(start.argument);
 }
 
-// A thread that is cancelled at any moment must not be so here.
-class Uncancelled {
- public:
-  Uncancelled() {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state_);
-  }
-  ~Uncancelled() {
-    pthread_setcancelstate(state_, nullptr);
-  }
-  Uncancelled(const Uncancelled &) = delete;
-  Uncancelled &operator=(const Uncancelled &) = delete;
+using Select = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
+std::atomic<Select> real_select;
 
- private:
-  int state_;
-};
+// What comes of a wait of the timer thread, when it is not to be the real one.
+bool take_over_wait(fd_set *readable, timeval *&timeout, int *result) {
+  next_definition(real_select, "select");
+  const std::lock_guard<std::mutex> hold(lock);
+  seen_waits.push_back({!timeout, timeout ? timeout->tv_sec : 0, timeout ? timeout->tv_usec : 0});
+  if (coming_outcomes.empty()) {
+    if (controls::waits_without_end)
+      timeout = nullptr;
+    return false;
+  }
+  const controls::Outcome outcome = coming_outcomes.front();
+  coming_outcomes.pop_front();
+  if (timeout)
+    *timeout = outcome.time_left;
+  if (!outcome.readable)
+    FD_ZERO(readable);
+  errno = outcome.error;
+  *result = outcome.result;
+  return true;
+}
 
 union SemctlArgument {
   int value;
@@ -154,27 +162,18 @@ int pthread_setcanceltype(int type, int *old_type) {
   return controls::cancel_type_fails ? EINVAL : next_definition(real, "pthread_setcanceltype")(type, old_type);
 }
 
+// The timer thread may be cancelled here at any moment but one. Nothing with a destructor stands here: the end of a
+// thread that is cut between two calls cannot find its way through such a function.
 int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
-  static std::atomic<int (*)(int, fd_set *, fd_set *, fd_set *, timeval *)> real;
   if (is_timer_thread) {
-    const Uncancelled all_of_this;
-    next_definition(real, "select");
-    const std::lock_guard<std::mutex> hold(lock);
-    seen_waits.push_back({!timeout, timeout ? timeout->tv_sec : 0, timeout ? timeout->tv_usec : 0});
-    if (!coming_outcomes.empty()) {
-      const controls::Outcome outcome = coming_outcomes.front();
-      coming_outcomes.pop_front();
-      if (timeout)
-        *timeout = outcome.time_left;
-      if (!outcome.readable)
-        FD_ZERO(readable);
-      errno = outcome.error;
-      return outcome.result;
-    }
-    if (controls::waits_without_end)
-      timeout = nullptr;
+    int cancelability, result;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelability);
+    const bool done = take_over_wait(readable, timeout, &result);
+    pthread_setcancelstate(cancelability, nullptr);
+    if (done)
+      return result;
   }
-  return next_definition(real, "select")(count, readable, writable, exceptional, timeout);
+  return next_definition(real_select, "select")(count, readable, writable, exceptional, timeout);
 }
 
 ssize_t send(int fd, const void *bytes, size_t size, int flags) {
