@@ -551,7 +551,7 @@ TEST(ThreadPool, SleepingWorkersUseNoProcessor) {
 // Producers that are faster than the workers try again; every task runs exactly once.
 TEST(ThreadPoolStress, EveryTaskRunsExactlyOnce) {
   constexpr int producers = 4, tasks_each = 20000;
-  static std::atomic<unsigned char> runs[producers * tasks_each];
+  std::vector<std::atomic<unsigned char>> runs(producers * tasks_each);
   std::atomic<int> refused = 0;
   {
     sandbox::Captured output(STDOUT_FILENO);
@@ -559,9 +559,9 @@ TEST(ThreadPoolStress, EveryTaskRunsExactlyOnce) {
     ASSERT_NE(nullptr, pool);
     std::vector<std::thread> threads;
     for (int producer = 0; producer < producers; producer++) {
-      threads.emplace_back([=, &refused] {
+      threads.emplace_back([=, &refused, &runs] {
         for (int i = 0; i < tasks_each; i++) {
-          void *task = &runs[producer * tasks_each + i];
+          void *task = &runs[static_cast<size_t>(producer * tasks_each + i)];
           const auto run = [](void *counter) -> void * {
             ++*static_cast<std::atomic<unsigned char> *>(counter);
             return nullptr;

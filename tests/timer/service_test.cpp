@@ -87,6 +87,7 @@ TEST(TimerService, ItsThreadsAreDetachedWithStacksOfOneMebibyte) {
 TEST(TimerService, StartsOncePerProcess) {
   EXPECT_EQ("1 0 0 1 4", scenario([] {
               const int first = start_service();
+              settle(); // the thread has closed the console
               const int before = sandbox::open_descriptors();
               TimerThreadConfig config = {};
               config.semid = -1; // not taken over
