@@ -121,27 +121,15 @@ void hand_over(uint32_t index, uint32_t) {
   pthread_mutex_unlock(&count_lock);
 }
 
-// A semaphore outlives its process unless it is deleted.
-void give_up(int signal) {
-  sem_delete(timer_lock);
-  _exit(128 + signal);
-}
-
 bool start_timers() {
-  if (sem_create(IPC_PRIVATE, &timer_lock) != 0)
-    return false;
-  for (const int each : {SIGINT, SIGTERM, SIGHUP})
-    signal(each, give_up);
-
-  // Signals are for this thread: a handler on the timer thread would disturb its sleep.
-  sigset_t all, usual;
+  // Workers take the signals, the SIGCHLD of their commands among them. They would interrupt whoever waits for the
+  // timers' semaphore: this thread, and the service's, which inherit its mask.
+  sigset_t all;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &usual);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
   TimerThreadConfig config = {};
   config.semid = timer_lock;
-  const bool started = createTimerThread(&config) == 1;
-  pthread_sigmask(SIG_SETMASK, &usual, nullptr);
-  return started;
+  return createTimerThread(&config) == 1;
 }
 
 void run_all() {
@@ -159,6 +147,54 @@ void run_all() {
   pthread_mutex_unlock(&count_lock);
   destoryTimerThread();
   threadpool_destroy(pool, 1); // after the last job
+}
+
+// In a process of its own; the exit status.
+int work(int workers) {
+  pool = threadpool_init(workers, static_cast<int>(jobs.size()), worker_stack);
+  if (!pool) {
+    fputs("no workers\n", stderr);
+    return 1;
+  }
+  if (!start_timers()) {
+    fputs("no timers\n", stderr);
+    return 1;
+  }
+  run_all();
+  return 0;
+}
+
+volatile sig_atomic_t working; // process id
+
+void pass_on(int signal) {
+  kill(working, signal);
+}
+
+// The semaphore outlives its process, and must outlive the last runner thread, which nobody can wait for. So another
+// process works, and this one takes the semaphore away when that has ended, however it did.
+int work_and_clean_up(int workers) {
+  if (sem_create(IPC_PRIVATE, &timer_lock) != 0) {
+    fputs("no semaphore\n", stderr);
+    return 1;
+  }
+  const pid_t child = fork();
+  if (child == 0)
+    exit(work(workers));
+  int status = 0;
+  if (child > 0) {
+    working = child;
+    signal(SIGINT, SIG_IGN); // the terminal sends it to both
+    signal(SIGTERM, pass_on);
+    signal(SIGHUP, pass_on);
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+  }
+  sem_delete(timer_lock);
+  if (child == -1) {
+    perror("fork");
+    return 1;
+  }
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 } // namespace
@@ -188,17 +224,5 @@ int main(int argc, char **argv) {
     return 1;
   if (jobs.empty())
     return 0;
-
-  pool = threadpool_init(static_cast<int>(workers), static_cast<int>(jobs.size()), worker_stack);
-  if (!pool) {
-    fputs("no workers\n", stderr);
-    return 1;
-  }
-  const bool started = start_timers();
-  if (started)
-    run_all();
-  else
-    fputs("no timers\n", stderr);
-  sem_delete(timer_lock);
-  return started ? 0 : 1;
+  return work_and_clean_up(static_cast<int>(workers));
 }

@@ -1990,14 +1990,17 @@ char *dnsReadName(const unsigned char *at, const unsigned char *message, int *co
  * addTimer, delTimer, modTimer and destoryTimerThread take it; __delTimer and __modTimer are for callers that hold it
  * already (downdown); callbacks run without it and may call any of these. A thread that is cancelled inside one of
  * them goes on to its end first. A down or up that fails is traced by downdown and upup, and the work is done all the
- * same, without a lock.
+ * same, without a lock. Runners take the semaphore once more after their last callback, also when the service has been
+ * ended: delete it from another process, when this one has ended.
  *
  * Before createTimerThread has returned 1 the operations on timers must not be called: the semaphore's id and the
  * descriptors are 0 until then, so they would work on semaphore 0 and send to standard input.
  *
  * Both kinds of threads are detached, have stacks of 1 MiB and inherit the signal mask of the thread that starts them:
  * block signals around createTimerThread. A handler that runs on the timer thread in the last second of its sleep makes
- * it sleep on until the next notification.
+ * it sleep on until the next notification; a signal that interrupts a wait for the semaphore is told by downdown, and
+ * the wait begun again. Such a signal is also the SIGCHLD of a system(3) or __system in another thread: the kernel gives
+ * it to any thread that does not block it, handled or not.
  */
 typedef struct TimerNode {
   list_node node;                                 /* zeroed, or linked by the service */
@@ -2099,7 +2102,7 @@ uint32_t getCurrentTime(uint32_t *out);
  *
  * launchProcessTimerListThread starts a runner thread; processTimerListThread is that thread: it takes the semaphore
  * for each due timer that it takes and returns null when there is none left. timerThread is the timer thread; it is
- * cancellable at any moment while it waits, and does not return.
+ * cancellable at any moment while it waits, and returns null when it finds the service ended.
  */
 void sendNotifyToTimerThread(int code);
 uint32_t reSchedule(void);

@@ -34,6 +34,11 @@ TimerThreadConfig configuration;
 int signal_pair[2]; // notifications come out of the first; they go into the second, -1 once the service has ended
 unsigned char running;
 
+// What the timer thread is at. It may be cancelled while it waits and only then: the signal that a cancellation sends
+// would interrupt it waiting for the semaphore, and it would go on without. Found busy, it ends by itself.
+enum { thread_busy, thread_waits, thread_is_to_end };
+int thread_state;
+
 using Timers = torvane::Records<TimerNode, offsetof(TimerNode, node)>;
 
 // A thread that is cancelled with the semaphore taken, or while it starts another thread, would leave both unusable:
@@ -43,6 +48,17 @@ int hold_cancellation() {
   int cancelability;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelability);
   return cancelability;
+}
+
+// Takes the semaphore in the name of `func`. A wait that a signal interrupts is begun again: the lists would not be safe
+// without, and the up that follows would let two holders in from then on. Another failure is told, and that is all.
+void take_semaphore(int line, const char *func) {
+  while (downdown(configuration.semid, trace_module, line, func, 0) != 0 && errno == EINTR) {
+  }
+}
+
+bool change_thread_state(int from, int to) {
+  return __atomic_compare_exchange_n(&thread_state, &from, to, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
 }
 
 // A timer that is zeroed and on no list yet has nothing to unlink from.
@@ -63,18 +79,22 @@ void drop_notification() {
     recv(signal_pair[0], &code, sizeof(code), MSG_DONTWAIT);
 }
 
-// What reSchedule does. A wake-up that was notified takes its notification here: the semaphore keeps the socket from
-// being closed, and its number from becoming another's, on the way.
-uint32_t look_at_timers(bool notified) {
+// What reSchedule does. The timer thread, when it was notified, takes its notification here: the semaphore keeps the
+// socket from being closed, and its number from becoming another's, on the way. When the service was ended before it
+// got the semaphore it leaves alone what was added since.
+uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
   const int cancelability = hold_cancellation();
-  downdown(configuration.semid, trace_module, __LINE__, func, 0);
+  take_semaphore(__LINE__, func);
   if (notified)
     drop_notification();
+  const bool ended = is_timer_thread && signal_pair[1] == -1;
   uint32_t earliest = 0;
   bool pending = false;
   for (TimerNode &timer : Timers(&timerList)) {
+    if (ended)
+      break;
     // Signed differences: the 32-bit seconds may wrap.
     if (static_cast<int32_t>(now - timer.expire) >= 0) {
       list_move(&timer.node, &expiredList);
@@ -88,13 +108,6 @@ uint32_t look_at_timers(bool notified) {
   if (earliest == 0)
     return 0;
   return now < earliest ? earliest - now : earliest - now - 1;
-}
-
-void report_failed_select() {
-  const int cancelability = hold_cancellation();
-  perror("Timer Select:");
-  TRACE_AS("timerThread", "CHECK!!\n");
-  pthread_setcancelstate(cancelability, nullptr);
 }
 
 } // namespace
@@ -128,14 +141,13 @@ int destoryTimerThread(void) {
   if (!__atomic_load_n(&running, __ATOMIC_ACQUIRE))
     return 0;
   const int cancelability = hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
-  const bool first_time = signal_pair[1] != -1;
-  if (first_time) // neither the handle nor the descriptors are the service's any more afterwards
+  take_semaphore(__LINE__, __func__);
+  if (__atomic_exchange_n(&thread_state, thread_is_to_end, __ATOMIC_ACQ_REL) == thread_waits)
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
   retire_all(&expiredList);
-  if (first_time) {
-    close(signal_pair[0]); // its number stays: a thread that has yet to begin looks at it
+  if (signal_pair[1] != -1) { // else they are closed already, and their numbers another's
+    close(signal_pair[0]);    // its number stays: a timer thread that has yet to begin looks at it
     close(signal_pair[1]);
     signal_pair[1] = -1;
   }
@@ -148,7 +160,7 @@ int addTimer(TimerNode *timer) {
   if (!timer)
     return 1;
   const int cancelability = hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  take_semaphore(__LINE__, __func__);
   list_add_tail(&timer->node, &timerList);
   sendNotifyToTimerThread(timer_added);
   const int result = SEMAPHORE_UP(configuration.semid);
@@ -160,7 +172,7 @@ int delTimer(TimerNode *timer) {
   if (!timer)
     return 1;
   const int cancelability = hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  take_semaphore(__LINE__, __func__);
   __delTimer(timer);
   torvane::list_make_empty(&timer->node);
   const int result = SEMAPHORE_UP(configuration.semid);
@@ -179,7 +191,7 @@ int modTimer(TimerNode *timer, uint32_t expire) {
   if (!timer)
     return 1;
   const int cancelability = hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  take_semaphore(__LINE__, __func__);
   __modTimer(timer, expire);
   const int result = SEMAPHORE_UP(configuration.semid);
   pthread_setcancelstate(cancelability, nullptr);
@@ -218,36 +230,42 @@ void sendNotifyToTimerThread(int code) {
 }
 
 uint32_t reSchedule(void) {
-  return look_at_timers(false);
+  return look_at_timers(false, false);
 }
 
 void *timerThread(void *) {
   TRACE_THREAD_START();
-  // Nothing that this thread does between two waits may be cut: what takes the semaphore, starts threads or writes to a
-  // stream holds the cancellation off.
   if (pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr) != 0 ||
       pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr) != 0) { // NOLINT(cert-pos47-c,concurrency-*)
     TRACE("CHECK!!\n");
+    change_thread_state(thread_busy, thread_is_to_end);
     return nullptr;
   }
   TRACE("Timer Thread Running\n");
   const int notifications = signal_pair[0];
   struct timeval timeout = {};
-  for (;;) {
+  while (change_thread_state(thread_busy, thread_waits)) {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(notifications, &readable);
     const int ready = select(notifications + 1, &readable, nullptr, nullptr, timeout.tv_sec > 0 ? &timeout : nullptr);
+    const int error = errno;
+    while (!change_thread_state(thread_waits, thread_busy))
+      pause(); // for the cancellation, which is on its way
+
     if (ready == -1) {
-      if (errno == EINTR || errno == EAGAIN)
+      if (error == EINTR || error == EAGAIN)
         continue;
-      report_failed_select();
+      errno = error;
+      perror("Timer Select:");
+      TRACE("CHECK!!\n");
     }
     if (ready != 0 && !FD_ISSET(notifications, &readable))
       continue;
-    timeout.tv_sec = static_cast<int32_t>(look_at_timers(ready != 0));
+    timeout.tv_sec = static_cast<int32_t>(look_at_timers(true, ready != 0));
     launchProcessTimerListThread();
   }
+  return nullptr;
 }
 
 void launchProcessTimerListThread(void) {
@@ -260,7 +278,7 @@ void launchProcessTimerListThread(void) {
 
 void *processTimerListThread(void *) {
   for (;;) {
-    SEMAPHORE_DOWN(configuration.semid);
+    take_semaphore(__LINE__, __func__);
     if (list_empty(&expiredList)) {
       SEMAPHORE_UP(configuration.semid);
       return nullptr;

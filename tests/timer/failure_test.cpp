@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 
@@ -228,6 +229,43 @@ TEST(TimerFailure, AFullSocketDoesNotStopTheHolderOfTheSemaphore) {
               const bool ran = eventually([] { return fired() == "1 "; });
               return told(static_cast<int>(ran), controls::semaphore_value() >= 0 ? 1 : 0) + " " + fired();
             }));
+}
+
+TEST(TimerFailure, AnInterruptedWaitForTheSemaphoreIsBegunAgain) {
+  std::string errors;
+  {
+    sandbox::Captured captured(STDERR_FILENO);
+    EXPECT_EQ("1 1 -1 0 1 ", scenario([] {
+                start_service_without_thread();
+                signal(SIGUSR1, [](int) {});
+                static TimerNode a = timer(1, 1000);
+                static std::atomic<int> result;
+                result = -1;
+                downdown(controls::semaphore, "test", 1, "test", 0);
+                pthread_t adding;
+                pthread_create(
+                    &adding, nullptr,
+                    [](void *) -> void * {
+                      result = addTimer(&a);
+                      return nullptr;
+                    },
+                    nullptr);
+                const bool waits = eventually([] { return controls::semaphore_waiters() == 1; });
+                const int steps = controls::semaphore_steps();
+                pthread_kill(adding, SIGUSR1);
+                eventually([=] { return controls::semaphore_steps() == steps + 1; });
+                const bool waits_again = eventually([] { return controls::semaphore_waiters() == 1; });
+                const int meanwhile = result;
+                upup(controls::semaphore, "test", 1, "test", 0);
+                pthread_join(adding, nullptr);
+                return told(static_cast<int>(waits), static_cast<int>(waits_again), meanwhile, result.load(),
+                            controls::semaphore_value()) +
+                       " " + fired();
+              }));
+    errors = captured.text();
+  }
+  EXPECT_EQ("sem down: Interrupted system call\n", errors);
+  ASSERT_EQ(1u, console().size());
 }
 
 TEST(TimerFailure, WithoutAConsoleItWorksAlike) {

@@ -498,7 +498,7 @@ TEST(TimerLists, WithoutTheSemaphoreTheWorkIsDoneAndTheFailureTold) {
 }
 
 TEST(TimerLists, DestroyingRetiresTheWaitingThenTheDueInOrder) {
-  EXPECT_EQ("0 1 1 1 1 1 1", scenario([] {
+  EXPECT_EQ("0 1 1 1 1 1", scenario([] {
               start_service_without_thread();
               TimerNode old = timer(1, 1000), c = timer(2, 1010), d = timer(3, 1020), a = timer(4, 1005),
                         b = timer(5, 1005);
@@ -516,7 +516,7 @@ TEST(TimerLists, DestroyingRetiresTheWaitingThenTheDueInOrder) {
                                                                                                                  : " 0";
               const list_node *head = b.node.next; // of the retired
               text += head->next == &old.node && head->prev == &b.node ? " 1" : " 0";
-              return text + " " + told(controls::cancellations.load());
+              return text;
             }));
 }
 

@@ -497,9 +497,11 @@ TEST(TimerService, CancelledInItsListsTheThreadGivesTheSemaphoreBackFirst) {
             }));
 }
 
-// Destroyed at many moments of its work: the semaphore is never lost, and every timer is on one list.
+// Destroyed at many moments of its work: the semaphore is never lost nor given back twice, every wait for it is left
+// alone, and every timer is on one list.
 TEST(TimerService, EndsCleanlyAtAnyMoment) {
-  for (int moment = 0; moment < 40; moment++) {
+  sandbox::Captured errors(STDERR_FILENO);
+  for (int moment = 0; moment < 60; moment++) {
     EXPECT_EQ(
         "0 1 1 1", scenario([=] {
           start_service();
@@ -523,4 +525,73 @@ TEST(TimerService, EndsCleanlyAtAnyMoment) {
           return told(result, static_cast<int>(ended), static_cast<int>(on_one_list), controls::semaphore_value());
         }));
   }
+  EXPECT_EQ("", errors.text());
+}
+
+// The thread takes up a notification while the service is ended: found waiting or busy, it ends, undisturbed.
+TEST(TimerService, EndsCleanlyWhileItIsNotified) {
+  sandbox::Captured errors(STDERR_FILENO);
+  for (int round = 0; round < 200; round++) {
+    EXPECT_EQ("0 1 1", scenario([=] {
+                start_service();
+                settle();
+                TimerNode far = timer(1, 5000);
+                addTimer(&far);
+                for (std::atomic<int> i = 0; i < round * 10; i++) {
+                }
+                const int result = destoryTimerThread();
+                const bool ended = eventually([] {
+                  return controls::timer_threads_ended() == 1 &&
+                         controls::runners_ended() == controls::runners_started();
+                });
+                return told(result, static_cast<int>(ended), controls::semaphore_value());
+              }));
+  }
+  EXPECT_EQ("", errors.text());
+}
+
+// Whoever comes next for the semaphore adds a timer that is due; the thread comes after that, and leaves it alone.
+TEST(TimerService, WhatIsAddedAfterItsEndNeverRuns) {
+  EXPECT_EQ("1 1 ", scenario([] {
+              start_service();
+              settle();
+              static TimerNode late = timer(1, 1000);
+              downdown(controls::semaphore, "test", 1, "test", 0);
+              std::thread destroying([] { destoryTimerThread(); });
+              eventually([] { return controls::semaphore_waiters() == 1; });
+              std::thread adding([] { addTimer(&late); });
+              eventually([] { return controls::semaphore_waiters() == 2; });
+              sendNotifyToTimerThread(0);
+              const bool waits = eventually([] { return controls::semaphore_waiters() == 3; });
+              upup(controls::semaphore, "test", 1, "test", 0);
+              destroying.join();
+              adding.join();
+              const bool ended = eventually([] {
+                return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
+              });
+              processTimerListThread(nullptr);
+              return told(static_cast<int>(waits), static_cast<int>(ended)) + " " + fired();
+            }));
+}
+
+TEST(TimerService, EndsWhileItWaitsForTheSemaphore) {
+  sandbox::Captured errors(STDERR_FILENO);
+  EXPECT_EQ("1 0 1 1", scenario([] {
+              start_service();
+              settle();
+              downdown(controls::semaphore, "test", 1, "test", 0);
+              sendNotifyToTimerThread(0);
+              const bool waits = eventually([] { return controls::semaphore_waiters() == 1; });
+              static std::atomic<int> result;
+              result = -1;
+              std::thread destroying([] { result = destoryTimerThread(); });
+              eventually([] { return controls::semaphore_waiters() == 2; });
+              upup(controls::semaphore, "test", 1, "test", 0);
+              destroying.join();
+              const bool ended = eventually([] {
+                return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
+              });
+              return told(static_cast<int>(waits), result.load(), static_cast<int>(ended), controls::semaphore_value());
+            }));
+  EXPECT_EQ("", errors.text());
 }
