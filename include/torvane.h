@@ -1999,8 +1999,8 @@ char *dnsReadName(const unsigned char *at, const unsigned char *message, int *co
  * Both kinds of threads are detached, have stacks of 1 MiB and inherit the signal mask of the thread that starts them:
  * block signals around createTimerThread. A handler that runs on the timer thread in the last second of its sleep makes
  * it sleep on until the next notification; a signal that interrupts a wait for the semaphore is told by downdown, and
- * the wait begun again. Such a signal is also the SIGCHLD of a system(3) or __system in another thread: the kernel gives
- * it to any thread that does not block it, handled or not.
+ * the wait begun again. Such a signal is also the SIGCHLD of a system(3) or __system in another thread: the kernel
+ * gives it to any thread that does not block it, handled or not.
  */
 typedef struct TimerNode {
   list_node node;                                 /* zeroed, or linked by the service */

@@ -50,8 +50,8 @@ int hold_cancellation() {
   return cancelability;
 }
 
-// Takes the semaphore in the name of `func`. A wait that a signal interrupts is begun again: the lists would not be safe
-// without, and the up that follows would let two holders in from then on. Another failure is told, and that is all.
+// Takes the semaphore in the name of `func`. A wait that a signal interrupts is begun again: without it the lists would
+// not be safe, and the up that follows would let two holders in from then on. Another failure is told, and that is all.
 void take_semaphore(int line, const char *func) {
   while (downdown(configuration.semid, trace_module, line, func, 0) != 0 && errno == EINTR) {
   }
