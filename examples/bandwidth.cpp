@@ -128,7 +128,7 @@ int main(int argc, char **argv) {
   }
   for (const std::string &name : options.interfaces)
     if (add_bm_by_iface(name.c_str(), &monitor) != 1) {
-      fprintf(stderr, "bandwidth: %s: no name of an interface\n", name.c_str());
+      fprintf(stderr, "bandwidth: %s cannot be listed: too long a name, or no memory\n", name.c_str());
       sem_delete(monitor.semid);
       return 1;
     }

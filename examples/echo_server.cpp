@@ -90,12 +90,10 @@ void on_error(int, int code) {
 void on_exit(int, int) {
   while (!clients.empty())
     close_client(*clients.begin());
-  {
-    const std::lock_guard<std::mutex> lock(end_lock);
-    ended = true;
-  }
-  end_told.notify_one();
   kill(getpid(), SIGTERM); // main may still wait for a signal: the service can end by itself
+  const std::lock_guard<std::mutex> lock(end_lock);
+  ended = true;
+  end_told.notify_one(); // with the lock: once main has it there may be nothing left to tell
 }
 
 constexpr socket_handler_set handlers = {on_accept, on_data, on_close, on_cycle, on_timeout, on_error, on_exit};

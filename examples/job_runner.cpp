@@ -102,7 +102,9 @@ void *run_job(void *argument) {
   const auto *job = static_cast<Job *>(argument);
   printf("%4us  line %u  start  %s\n", seconds_so_far(), job->number, job->command.c_str());
   const int status = __system("job_runner", __LINE__, __func__, "%s", job->command.c_str());
-  if (WIFEXITED(status))
+  if (status == -1)
+    printf("%4us  line %u  end    not started\n", seconds_so_far(), job->number);
+  else if (WIFEXITED(status))
     printf("%4us  line %u  end    status %d\n", seconds_so_far(), job->number, WEXITSTATUS(status));
   else
     printf("%4us  line %u  end    signal %d\n", seconds_so_far(), job->number, WTERMSIG(status));

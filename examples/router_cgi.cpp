@@ -232,10 +232,26 @@ bool is_address(const std::string &text) {
 }
 
 // One line that can be read.
+// How many bytes the UTF-8 character takes that begins here; 0 for what begins none, or is no text.
+int length_of_character(const char *text) {
+  const auto first = static_cast<unsigned char>(*text);
+  if (first < 0x80)
+    return first >= ' ' && first != 0x7f ? 1 : 0;
+  const int length = first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : first < 0xf5 ? 4 : 0;
+  for (int i = 1; i < length; i++)
+    if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80)
+      return 0;
+  return length;
+}
+
+// It goes into pages and XML that call themselves UTF-8.
 bool is_note(const char *text) {
-  for (; *text; text++)
-    if (static_cast<unsigned char>(*text) < ' ' || *text == 0x7f)
+  while (*text) {
+    const int length = length_of_character(text);
+    if (length == 0)
       return false;
+    text += length;
+  }
   return true;
 }
 

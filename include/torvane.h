@@ -113,7 +113,7 @@ int my_gettid(void);
  * every 128 lines; and messages to the system logger, shown on the console too.
  *
  * Categories are process-global and have no lock: do not make categories, or write to the same one, from several
- * threads at once. Nothing here is traced.
+ * threads at once. Nothing here is traced but what the semaphore's functions have to say.
  */
 
 typedef struct log_entry {
@@ -200,7 +200,7 @@ enum {
  * taken is reported by downdown, and the message is sent all the same. A null text gives 1, and nothing is done.
  *
  * Any thread, as far as all that use the system logger share the semaphore: openlog(3) and closelog(3) are called each
- * time, and undo an openlog of the program's own.
+ * time, and undo an openlog of the program's own. A thread that is cancelled meanwhile ends after it.
  */
 int __syslogprintf(int semid, const char *ident, const char *file, int line, const char *func, int type,
                    const char *fmt, ...) TORVANE_PRINTF(7, 8);
@@ -210,8 +210,6 @@ int syslogType(const char *text);
 
 /* Does nothing; programs built for one platform call it. */
 void syslogprintf_cortina(void);
-
-/* @log@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Lists and maps
@@ -751,8 +749,8 @@ uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, cons
 uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
 /*
- * Deletes a rule. Returns 1; 0 when it does not exist, or, tracing "QoS tree not found!!\n" after the lookup's own, when
- * the interface has no tree.
+ * Deletes a rule. Returns 1; 0 when it does not exist, or, tracing "QoS tree not found!!\n" after the lookup's own,
+ * when the interface has no tree.
  */
 uint32_t del_qos_rule(const char *ifname, uint8_t index);
 
@@ -978,8 +976,12 @@ int sem_delete(int id);
  *   file, line, func  source position of the caller, for the traces; the texts are not null
  *   trace             low byte not 0: traces the start and the end with the caller's position
  *
- * Returns 0; or 1 when the semaphore is gone or the wait was interrupted by a signal (it is not tried again): then
- * traces "%s:%d:::%s:::semid=%d down fail\n" and writes the reason to standard error ("sem down: ...").
+ * Returns 0; or 1 when the semaphore is gone or the wait was interrupted by a signal (it is not tried again; errno is
+ * EINTR): then traces "%s:%d:::%s:::semid=%d down fail\n" and writes the reason to standard error ("sem down: ...").
+ * After a failure nothing is taken, and nothing may be given back. Interruptions need no handler: while system(3) or
+ * __system runs in another thread, its SIGCHLD may interrupt the wait in this one. The library's own modules begin an
+ * interrupted wait again.
+ *
  * Not recursive: a thread that takes it twice waits for ever. The process that took it gives it back: if another one
  * does, the kernel gives it back once more when the taker ends, and two holders get in from then on.
  */
@@ -1089,7 +1091,8 @@ unsigned strpos(const char *text, const char *pattern);
  *   text  in a buffer with room for the result: 4096 bytes are always enough
  *
  * A null argument, an empty pattern and a replacement equal to the pattern change nothing. Returns null, always. Each
- * pass is linear; there is one for each occurrence, those that replacements complete included.
+ * pass is linear; there is one for each occurrence, those that replacements complete included, and of those there may
+ * be as many as the square of the length ("ab" by "ba" in 4000 bytes of a's and b's: millions).
  */
 char *j_replace(char *text, const char *pattern, const char *replacement);
 
@@ -1206,8 +1209,9 @@ int get_ifname_by_ip(uint32_t ip, char *out, int size);
  *   out   always terminated; an empty text when there is no interface
  *   size  bytes of `out`, all of which are cleared first; the list and its terminator may fill them exactly
  *
- * Returns 0; 1 when "/proc/net/dev" cannot be opened (`out` is left alone); 1, tracing "buffer too small!!\n", when
- * the list does not fit: then `out` holds the names that do, the last of them perhaps with its comma.
+ * Returns 0; 1 when "/proc/net/dev" cannot be opened or `size` is 0 or less (`out` is left alone); 1, tracing "buffer
+ * too small!!\n", when the list does not fit: then `out` holds the names that do, the last of them perhaps with its
+ * comma.
  */
 int get_netdev_name(char *out, int size);
 
@@ -1255,7 +1259,8 @@ int ipport_string_convert_n2n(const char *text, uint16_t port, ipport *out);
 
 /*
  * Reads an address text as inet_addr(3) does: four numbers, or fewer (then the last one fills the rest), decimal,
- * octal with a leading 0 or hexadecimal with 0x; text behind a blank is not looked at. An empty text is 0.0.0.0.
+ * octal with a leading 0 or hexadecimal with 0x; some C libraries do not look at text behind a blank. An empty text is
+ * 0.0.0.0.
  *
  *   out  network byte order; 0xFFFFFFFF after a failure, untouched when `text` is null
  *
@@ -1294,8 +1299,6 @@ void *change_mac_format_without_colon(char *text, char *out);
 
 /* The decimal number that `text` starts with, cut to the range of an int; 0 for null and when there is none. */
 int my_atoi(const char *text);
-
-/* @network@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Sockets
@@ -1378,7 +1381,8 @@ int socket_connect(ipport *local, ipport *remote, unsigned opts, int *fd);
 /*
  * Reads and forgets what waits on the socket (2048 bytes at a time), shuts both directions down, closes. The reading
  * keeps the close from becoming a reset that takes from the peer what was sent last. It goes on as long as more
- * arrives. Returns 0, always, for a bad descriptor too.
+ * arrives. The shutdown ends the connection for every holder of the socket: copies made by dup(2), children that
+ * inherited it. Returns 0, always, for a bad descriptor too.
  */
 int socket_close(int fd);
 
@@ -1494,9 +1498,10 @@ typedef struct socket_handler_set {
 
   /*
    * The end of every cycle. `watched` is null after a time-out; else the set of watched descriptors, valid during the
-   * call, in which descriptors may be set or cleared. Those below the lowest or above the highest descriptor that the
-   * service was given or accepted are not served, nor are any without a listening socket. `exit_flag` starts as 0 and
-   * keeps what is written there.
+   * call, in which descriptors may be set or cleared. Set only such as lie between the lowest and the highest
+   * descriptor that the service was given or accepted. One above is not watched until another one above it is accepted.
+   * One below, or any without a listening socket, is watched but never reported: once it is readable no wait lasts any
+   * more. `exit_flag` starts as 0 and keeps what is written there.
    */
   void (*on_cycle)(int tid, fd_set *watched, int *exit_flag);
 
@@ -1506,7 +1511,9 @@ typedef struct socket_handler_set {
   /*
    * code 1: cancellation could not be set up; on_exit follows. code 2: select failed, a watched descriptor is not open
    * for instance. The reason goes to standard error ("SOCKET_EXIT_SELECT_ERR:: REASON"), and one last cycle is run as
-   * if every watched descriptor were ready.
+   * if every watched descriptor were ready: connections without data get on_close though nobody closed them, an only
+   * socket without data ends the service with code 3, and with a listening socket the thread keeps asking for one more
+   * connection, without pause when it is non-blocking, and ends when that has come.
    */
   void (*on_error)(int tid, int code);
 
@@ -1524,7 +1531,8 @@ typedef struct socket_handler_set {
  *   timeout_sec, timeout_usec  the longest wait of a cycle; both 0 for no end. Negative ones make select fail
  *   handlers      copied. All are needed, except on_accept without a listening socket, on_timeout without a time-out,
  *                 and on_cycle without a listening socket (it is then left out, and no handler can end the service)
- *   thread        receives the thread's handle, on success only, for pthread_cancel while the service surely runs
+ *   thread        receives the thread's handle, on success only, for pthread_cancel while the service surely runs. The
+ *                 first handlers may run before it is stored
  *
  * Returns 0 when the thread runs; traces "main process get thread id=%d\n" with its handle. Else 1, with nothing
  * started and `fd` open, tracing "error args!!\n" (a null `handlers` or `thread`); "pthread handler set error\n" (a
@@ -1551,8 +1559,6 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
 /* The service's thread function; for socket_select only. `ctx` is its record, which it frees. Returns null. */
 void *socket_select_hdlr(void *ctx);
 
-/* @sockets@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * Bandwidth monitor
  * ------------------------------------------------------------------------------------------------------------------
@@ -1564,9 +1570,12 @@ void *socket_select_hdlr(void *ctx);
  *
  * The semaphore (downdown(head->semid, ...)) guards the monitor, every record and every history; the functions here
  * take it themselves. Take it to change `period`, `history` or `exit`, or to read a record or a history. The thread
- * holds it for a whole pass and never while it sleeps. Where it cannot be taken (it is gone, or a signal interrupts the
- * wait; downdown traces that) a function does nothing and returns 0, and the thread leaves that pass out; the exit bit
- * ends the thread even then.
+ * holds it for a whole pass and never while it sleeps. A wait for it that a signal interrupts is told by downdown and
+ * begun again. When it is gone a function does nothing and returns 0, and the thread makes no passes; the exit bit ends
+ * the thread even then.
+ *
+ * Signals that are handled on the thread cut its sleep short, and the rates of that pass are still divided by the whole
+ * period. It inherits the signal mask of the thread that calls bm_start: block them there meanwhile.
  *
  * Between processes: with the monitor in shared memory others may, under the semaphore, change `period` and `history`
  * and set the exit bit. Interface records come from the heap of the process that adds them: add, delete, query and
@@ -1696,8 +1705,6 @@ int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out);
  */
 int get_rxtx_by_ifname(const char *name, rxtx_stats *out);
 
-/* @monitor@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * IPv6 addresses
  * ------------------------------------------------------------------------------------------------------------------
@@ -1750,7 +1757,7 @@ typedef int (*ifc_entry_handler)(const struct nlmsghdr *msg, unsigned ifindex, i
  * that the filter rejects may have left codes, and no address, in the entry behind the last one.
  *
  * Prints on standard output "unknown rta_type: %d\n" for each attribute of a kind that it does not know: today's
- * kernels send one (8) with every address.
+ * kernels send one (8) with every address, and another (11) with some.
  *
  * Returns 0, also when reading ended early (as read_ifc_results says); or 1 when `count` is 0 or less, after
  * "socket(): Create failed.\n" or after "socket(): Send packet failed.\n", traced. The socket is closed in every case.
@@ -1844,8 +1851,6 @@ int StringToV6Addr(const char *text, unsigned char addr[16]);
  */
 int V6AddrToString(const unsigned short groups[8], char *text);
 
-/* @ipv6@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * DNS client
  * ------------------------------------------------------------------------------------------------------------------
@@ -1887,6 +1892,10 @@ typedef struct DnsQuery {
  * Asks every server for the A, then the AAAA addresses of every name: zeroes the counts and results, calls
  * dnsQuery4_main with the types 1 and 28, and traces "ipv4 result count = %d\n" and "ipv6 result count = %d\n" after
  * each.
+ *
+ * Time: each call waits for at least one silence of `timeoutSec`, unless stopOnMatch cuts it short, and aliases without
+ * an address make it up to four; so two to eight times `timeoutSec`, and 1 ms for each query. With stopOnMatch the
+ * first name that is answered ends the wait for all: ask for one name then.
  *
  * Returns 1 when one of the two calls gave 1, which is NOT to say that there is an address (look at the counts); else
  * 0, also for null.
@@ -1930,7 +1939,8 @@ int dnsQuery4_checkServerResponseOnly(DnsQuery *query);
  * when all said no. Returns 0:
  *   when there still are only aliases after four passes;
  *   when a socket cannot be opened: the sockets that this pass has opened already STAY OPEN and are lost;
- *   when a query cannot be sent: writes "sendto failed: REASON" to standard error (perror), closes its sockets;
+ *   when a query cannot be sent: writes "sendto failed: REASON" to standard error (perror), closes its sockets. One
+ *   server without a route thus ends the call for all, before any reply is read: ask doubtful servers alone;
  *   when select(2) fails, or a socket's number is 1024 (FD_SETSIZE) or above, which select cannot watch: closes them;
  *   when `query` or `responded` is null.
  * A reply that cannot be received is told on standard error ("recvfrom failed: REASON") and the pass goes on. Without a
@@ -1968,8 +1978,6 @@ void dnsNameToLabels(unsigned char *out, const char *name);
  */
 char *dnsReadName(const unsigned char *at, const unsigned char *message, int *consumed);
 
-/* @dns@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * Timers
  * ------------------------------------------------------------------------------------------------------------------
@@ -1992,6 +2000,11 @@ char *dnsReadName(const unsigned char *at, const unsigned char *message, int *co
  * them goes on to its end first. A down or up that fails is traced by downdown and upup, and the work is done all the
  * same, without a lock. Runners take the semaphore once more after their last callback, also when the service has been
  * ended: delete it from another process, when this one has ended.
+ *
+ * A child of fork(2) has the lists and the mark that the service runs, but no timer thread, and can never start one:
+ * its notifications reach the parent's thread. Start the service after daemon(3).
+ *
+ * Ending the service cancels a thread, for which the GNU C library loads libgcc_s.so.1 when the program has not.
  *
  * Before createTimerThread has returned 1 the operations on timers must not be called: the semaphore's id and the
  * descriptors are 0 until then, so they would work on semaphore 0 and send to standard input.
@@ -2092,25 +2105,25 @@ uint32_t getCurrentTime(uint32_t *out);
  * The steps of the service, for tests and for programs that wake the timer thread themselves.
  *
  * sendNotifyToTimerThread wakes the timer thread; `code` is 0 for added, 1 for deleted, 2 for modified, and only told
- * in the trace. When the socket is full it takes the oldest notification out and tries again, so that it never waits
- * for the timer thread. When nothing can be sent it traces "[%d]Could not send signal: %d\n" with the code twice; what
- * was to be notified of stands, and is seen at the next wake-up.
+ * in the trace. Call it with the semaphore taken where the service may be ended at the same time. When the socket is
+ * full it takes the oldest notification out and tries again, so that it never waits for the timer thread. When nothing
+ * can be sent it traces "[%d]Could not send signal: %d\n" with the code twice; what was to be notified of stands, and
+ * is seen at the next wake-up.
  *
  * reSchedule takes the semaphore, finds out which timers are due, and returns the seconds until the earliest of the
  * others, 0 when there is none. When the expiry is a smaller number than the clock, which has yet to wrap, the result
  * is one second less.
  *
  * launchProcessTimerListThread starts a runner thread; processTimerListThread is that thread: it takes the semaphore
- * for each due timer that it takes and returns null when there is none left. timerThread is the timer thread; it is
- * cancellable at any moment while it waits, and returns null when it finds the service ended.
+ * for each due timer that it takes and returns null when there is none left. timerThread is the timer thread; its
+ * argument is not looked at; it is cancellable at any moment while it waits, and returns null when it finds the service
+ * ended.
  */
 void sendNotifyToTimerThread(int code);
 uint32_t reSchedule(void);
 void launchProcessTimerListThread(void);
 void *processTimerListThread(void *unused);
 void *timerThread(void *config);
-
-/* @timer@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Thread pool
@@ -2164,7 +2177,8 @@ ThreadPool *threadpool_init(int threads, int queue_size, int stack_kib);
  *
  * Returns 0; -1 when `pool` or `function` is null; -2 when the lock fails (nothing is queued), or waking a worker or
  * unlocking does (the task is queued); -3 when the queue is full, whether or not the pool is shutting down, printing
- * "queue full!!!!\n" on standard output; -4 when the pool is shutting down, printing "shutting down!!!!\n".
+ * "queue full!!!!\n" on standard output; -4 when the pool is shutting down, printing "shutting down!!!!\n". Both are
+ * printed with the pool locked: a standard output that blocks holds up the workers.
  */
 int task_enqueue(ThreadPool *pool, void *(*function)(void *), void *argument);
 
@@ -2173,10 +2187,10 @@ int task_enqueue(ThreadPool *pool, void *(*function)(void *), void *argument);
  * what is queued never runs. Waits for them and frees the pool. Not to be called from a task of the pool, nor while
  * another thread is inside task_enqueue: the pool may be freed under it.
  *
- * Returns 0: the pool is gone. -1 when it is null. -2 when the lock, or telling the workers, fails: nothing is freed,
- * and when the broadcast failed the pool stays locked. -4 when it is being ended already: the pool is then LEFT LOCKED,
- * by this caller, so that workers still at work, and the first caller who waits for them, never finish. -5 when a
- * worker could not be joined: nothing is freed.
+ * Returns 0: the pool is gone (unless a task ended its thread: then it is not freed). -1 when it is null.
+ * -2 when the lock, or telling the workers, fails: nothing is freed, and when the broadcast failed the pool stays
+ * locked. -4 when it is being ended already: the pool is then LEFT LOCKED, by this caller, so that workers still at
+ * work, and the first caller who waits for them, never finish. -5 when a worker could not be joined: nothing is freed.
  */
 int threadpool_destroy(ThreadPool *pool, int flags);
 
@@ -2213,8 +2227,6 @@ int threadlimit_dec(ThreadLimit *limit);
 /* Frees the counter, whatever it stands at, as soon as nobody holds its lock: 0; or -2 when it is null. */
 int threadlimit_free(ThreadLimit *limit);
 
-/* @threadpool@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * Tracked memory
  * ------------------------------------------------------------------------------------------------------------------
@@ -2224,7 +2236,8 @@ int threadlimit_free(ThreadLimit *limit);
  * The pool lives from xmem_init until xfree frees its last block; then xmem_init makes the next. Any thread may call
  * the functions at any time, save xprint. They hold the pool's semaphore while they work, "pintakrel_mem" in its
  * traces: other processes that use the same key wait meanwhile, and a key of one's own spares them that. When it cannot
- * be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced.
+ * be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced. A child
+ * of fork(2) shares the semaphore, and its xfree of the last block deletes it for the parent too.
  *
  * A search of the table takes at most 256 steps.
  */
@@ -2298,8 +2311,6 @@ void xfree(void *block);
  */
 void xprint(void);
 
-/* @mem@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * Configuration files
  * ------------------------------------------------------------------------------------------------------------------
@@ -2320,7 +2331,7 @@ void xprint(void);
 typedef struct CfgEntry {
   uint32_t tag;    /* the caller's own; not looked at */
   const char *key; /* the caller's; a row whose key is null is never found */
-  char *value;     /* null at first; the library's, until cfg_destory frees it */
+  char *value;     /* null, or from malloc; the library's, until cfg_destory frees it */
 } CfgEntry;
 
 /*
@@ -2337,7 +2348,7 @@ typedef struct CfgEntry {
  * Returns
  *   0  read; lines without "=" do not count
  *   1  `path` is null
- *   3  the file cannot be opened
+ *   3  the file cannot be opened (a directory can, and is empty; so is what cannot be read)
  *   4  `table` is null
  *   5  read, and at least one key was not in the table
  */
@@ -2351,8 +2362,6 @@ int cfg_parse_file(FILE *file, CfgEntry *table, int rows);
 
 /* Frees the values of a table and sets them to null. Returns 0, also for a null table. */
 int cfg_destory(CfgEntry *table, int rows);
-
-/* @cfg@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Storage and load
@@ -2395,6 +2404,8 @@ struct mtd_info_user;
  * run together into one number (partitions 2 and 5 give 25); at most 15 of them are read, and a number above 2147483647
  * reads as that one. Choose names of which none contains another. To ask for the exact name, its quotes included, pass
  * the pattern with its shell quotes: "'\"kernel\"'".
+ *
+ * What cat and grep complain of goes to standard error.
  *
  * Returns 1; 0, with `num` left alone, when nothing was found, the command cannot be run (one too long to run is traced
  * by _system_read), an argument is null, or what was found has no digit: then traces "string(%s) to digital error!!\n".
@@ -2476,11 +2487,11 @@ cpu_sample *cpu_utility_get_stat(void);
 
 /*
  * The share of the time between two samples in which the CPUs were not idle, in percent: 0 to 100. Waiting for devices
- * (iowait) counts as load. Samples without a tick between them give NaN. Returns -1.0 when one is null. Any thread.
+ * (iowait) counts as load. Samples without a tick between them give NaN. The differences are unsigned: a counter that
+ * stepped back gives a huge negative number, and samples in the wrong order are not noticed. Returns -1.0 when one is
+ * null. Any thread.
  */
 float cpu_utility_calculate(const cpu_sample *prev, const cpu_sample *cur);
-
-/* @sysinfo@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * Word tables
@@ -2498,7 +2509,8 @@ float cpu_utility_calculate(const cpu_sample *prev, const cpu_sample *cur);
 /*
  * The open file; null until the first lookup. After a malformed line or close_fp it keeps the handle that was closed,
  * which nothing may read, write or close; the library does not, and every later lookup gives 0. A program that wants to
- * start over, with this or another file, sets it to null.
+ * start over, with this or another file, sets it to null; so does a child of fork(2), which shares its place in the
+ * file with the parent.
  */
 extern FILE *str_fp;
 
@@ -2532,8 +2544,6 @@ void close_fp(void);
 /* malloc(3) and realloc(3). */
 void *j_malloc(size_t size);
 void *j_realloc(void *block, size_t size);
-
-/* @words@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * CGI requests
@@ -2693,8 +2703,6 @@ char *encode_base64(unsigned *len, const void *data);
  */
 int rm_dotdot(char *path);
 
-/* @cgi@ */
-
 /* ------------------------------------------------------------------------------------------------------------------
  * CGI responses
  * ------------------------------------------------------------------------------------------------------------------
@@ -2770,8 +2778,6 @@ void redirect_index_page(const char *url, char *dst, int size);
  * Null pointers and a size below 1 change nothing; else all of `dst` is set to zero first, and the script cut to it.
  */
 void redirect_to_countdown_page(const char *page, char *dst, int size, int count);
-
-/* @cgi2@ */
 
 /* ------------------------------------------------------------------------------------------------------------------
  * XML
@@ -2924,7 +2930,7 @@ void xmlFreeBuf(char *buf);
 void xmlFreeDoc(xml_doc *doc);
 
 /*
- * A document that the caller writes as text: a temporary file (tmpfile(3), without a name; it is not closed on exec),
+ * A document that the caller writes as text: a temporary file (tmpfile(3), without a name; it is closed on exec),
  * into which `<?xml version="1.0"?>`, a newline, "<root>" and a newline have been written. The caller writes its
  * elements to `fp`, then calls xmlFileToBuf.
  *
@@ -2991,8 +2997,6 @@ int _get_element_value(const char *text, char *dest, int size, const char *name)
  * memory: it takes a copy of the path and, for each "/", one of the content so far, two of them at a time.
  */
 int get_element_value(const char *text, char *dest, int size, const char *path);
-
-/* @xml@ */
 
 #ifdef __cplusplus
 }

@@ -43,7 +43,7 @@ class EntryCursor {
 };
 
 bool is_hex_digit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+  return isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
 bool is_ascii_alphanumeric(char c) {

@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 
 #include "dns/reply.h"
 #include "log/trace.h"
+#include "network/sockets.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ uint8_t *put_labels(uint8_t *out, std::string_view name) {
   bool more = !name.empty();
   while (more) {
     const size_t dot = name.find('.');
-    const std::string_view label = name.substr(0, dot);
+    const std::string_view label(name.data(), std::min(dot, name.size()));
     *out++ = static_cast<uint8_t>(label.size());
     out = std::copy(label.begin(), label.end(), out);
     more = dot != std::string_view::npos;
@@ -113,12 +113,9 @@ bool send_question(const Client &client, int server, std::string_view name) {
   end = put_word(end, client.type);
   end = put_word(end, class_internet);
 
-  sockaddr_in to = {};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(dns_port);
-  to.sin_addr.s_addr = client.query.servers[server];
-  if (sendto(client.sockets[server], message, static_cast<size_t>(end - message), 0,
-             reinterpret_cast<const sockaddr *>(&to), sizeof(to)) == -1) {
+  const sockaddr_in to = torvane::socket_address(client.query.servers[server], htons(dns_port));
+  if (sendto(client.sockets[server], message, static_cast<size_t>(end - message), 0, torvane::as_sockaddr(to),
+             sizeof(to)) == -1) {
     perror("sendto failed");
     return false;
   }
@@ -154,14 +151,13 @@ int wait_for_replies(const Client &client, fd_set &ready) {
     }
     timeval timeout = {client.query.timeoutSec, 0};
     result = select(highest + 1, &ready, nullptr, nullptr, &timeout);
-  } while (result == -1 && (errno == EINTR || errno == EAGAIN));
+  } while (result == -1 && torvane::to_be_tried_again(errno));
   return result;
 }
 
 void receive(Client &client, int server) {
   int &fd = client.sockets[server];
-  int waiting = 0;
-  if (ioctl(fd, FIONREAD, &waiting) == -1 || waiting == 0) {
+  if (torvane::bytes_waiting(fd) == 0) {
     close(fd);
     fd = -1;
     return;
@@ -239,8 +235,7 @@ int dnsQuery4_checkServerResponseOnly(DnsQuery *query) {
 int dnsQuery4_main(DnsQuery *query, int *responded, uint16_t qtype) {
   if (!query || !responded)
     return 0;
-  Client client = {*query, qtype, nullptr, {}, {}};
-  client.responded = responded;
+  Client client = {*query, qtype, responded, {}, {}};
   for (int pass = 0; pass <= further_passes; pass++) {
     if (!run_pass(client, pass == 0))
       return 0;

@@ -1,4 +1,5 @@
 // System V shared memory, and the semaphore that is the library's lock between threads and processes.
+#include <errno.h>
 #include <stdio.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -74,8 +75,10 @@ int downdown(int id, const char *file, int line, const char *func, int trace) {
   if (wanted(trace))
     TRACE_NO_PROCESS("[%d]%s:%d:::%s:::semid=%d down start\n", my_gettid(), file, line, func, id);
   if (step(id, -1) == -1) {
+    const int reason = errno; // callers tell an interrupted wait by it
     TRACE_NO_PROCESS("%s:%d:::%s:::semid=%d down fail\n", file, line, func, id);
     perror("sem down");
+    errno = reason;
     return 1;
   }
   if (wanted(trace))

@@ -1,10 +1,10 @@
 // Console trace: the header that tells who speaks, and the calls that write a whole line.
 #include <errno.h>
-#include <pthread.h>
 #include <stdarg.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "log/cancellation.h"
 #include "log/trace.h"
 
 namespace {
@@ -35,15 +35,14 @@ using HeaderWriter = int(FILE *stream, const char *module, int line, const char 
                                               const char *func, const char *format, va_list values) {
   const int saved_errno = errno;
   // A thread that may be cancelled at any point is not cancelled with the stream open and stdio's lock taken.
-  int cancellable;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancellable);
+  const int cancellable = torvane::hold_cancellation();
   // "e": the children that other threads start meanwhile do not get it.
   if (FILE *console = fopen("/dev/console", "ae")) {
     write_header(console, module, line, func);
     vfprintf(console, format, values);
     fclose(console);
   }
-  pthread_setcancelstate(cancellable, nullptr);
+  torvane::restore_cancellation(cancellable);
   errno = saved_errno;
 }
 

@@ -6,7 +6,10 @@
 #include <syslog.h>
 #include <time.h>
 
+#include "ipc/semaphore.h"
+#include "log/cancellation.h"
 #include "log/trace.h"
+#include "string/fields.h"
 
 namespace {
 
@@ -35,12 +38,6 @@ unsigned long seconds_since_epoch() {
 void make_path(char (&path)[path_size], const char *dir, const char *file) {
   path[0] = '\0';
   snprintf(path, sizeof(path), "%s/%s", dir, file);
-}
-
-// The field keeps its last byte, the terminator that the zeroed table gave it.
-template <size_t Size>
-void set_text(char (&field)[Size], const char *text) {
-  memcpy(field, text, strnlen(text, Size - 1));
 }
 
 } // namespace
@@ -75,9 +72,9 @@ int createLog(const char *name, const char *file, const char *dir) {
     log_entry &entry = logList[i];
     if (entry.state != entry_free)
       continue;
-    set_text(entry.name, name);
-    set_text(entry.file, file);
-    set_text(entry.dir, dir);
+    torvane::set_text(entry.name, name);
+    torvane::set_text(entry.file, file);
+    torvane::set_text(entry.dir, dir);
     entry.state = entry_used;
     return static_cast<int>(i);
   }
@@ -116,12 +113,16 @@ int __syslogprintf(int semid, const char *ident, const char *file, int line, con
   va_end(values);
 
   torvane::trace_event(file, line, func, "%s", message);
-  downdown(semid, trace_module, __LINE__, __func__, 0);
+  // The system logger's socket may block. Whoever is cancelled there must not take the semaphore along.
+  const int cancellable = torvane::hold_cancellation();
+  SEMAPHORE_DOWN(semid);
   openlog(ident, LOG_PID, LOG_USER);
   if (type >= 0 && type < type_count)
     syslog(priorities[type], "[%s]%s\n", TxtMapById(log_types, static_cast<uint32_t>(type)), message);
   closelog();
-  return upup(semid, trace_module, __LINE__, __func__, 0);
+  const int result = SEMAPHORE_UP(semid);
+  torvane::restore_cancellation(cancellable);
+  return result;
 }
 
 int syslogType(const char *text) {

@@ -8,8 +8,8 @@
 namespace torvane {
 
 // With the header of __stdprintf_info__. `module` and `func` are the names that the console shows. errno is left as it
-// was, so that a caller may report first and return or print the reason afterwards. A thread that is cancelled meanwhile
-// ends after it.
+// was, so that a caller may report first and return or print the reason afterwards. A thread that is cancelled
+// meanwhile ends after it.
 [[gnu::format(printf, 4, 5)]] void trace(const char *module, int line, const char *func, const char *format, ...);
 
 // The same with the short header of the older modules (sockets, IPC, _execl): thread id alone, no process id.

@@ -4,7 +4,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "ipc/semaphore.h"
 #include "list/records.h"
+#include "log/cancellation.h"
 #include "log/trace.h"
 
 namespace {
@@ -16,24 +18,37 @@ constexpr int no_semaphore = -1;
 XmemPool *pool;
 XmemRecord records[256]; // free while its ptr is null; without a pool all of them are
 
-// The semaphore may be gone or its wait interrupted, and it ends with the pool. The table of this process and the pool
-// itself are kept whole by a lock of their own, inside which the semaphore is taken.
+// The semaphore ends with the pool, and may be gone before. The table of this process and the pool itself are kept
+// whole by a lock of their own, inside which the semaphore is taken.
 pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
+int cancellable; // of the thread that has the lock, before it took it
+
+void lock_table() {
+  const int before = torvane::hold_cancellation();
+  pthread_mutex_lock(&table_lock);
+  cancellable = before;
+}
+
+void unlock_table() {
+  const int before = cancellable;
+  pthread_mutex_unlock(&table_lock);
+  torvane::restore_cancellation(before);
+}
 
 // False, with nothing taken, when there is no pool. A failed down is traced there and the work goes on.
-bool enter(int line, const char *func) {
-  pthread_mutex_lock(&table_lock);
+bool enter(const char *func) {
+  lock_table();
   if (!pool) {
-    pthread_mutex_unlock(&table_lock);
+    unlock_table();
     return false;
   }
-  downdown(pool->semid, trace_module, line, func, 0);
+  SEMAPHORE_DOWN_AS(func, pool->semid);
   return true;
 }
 
-void leave(int line, const char *func) {
-  upup(pool->semid, trace_module, line, func, 0);
-  pthread_mutex_unlock(&table_lock);
+void leave(const char *func) {
+  SEMAPHORE_UP_AS(func, pool->semid);
+  unlock_table();
 }
 
 using Blocks = torvane::Records<XmemRecord, offsetof(XmemRecord, node)>;
@@ -62,8 +77,8 @@ void forget(XmemRecord &record) {
   describe(record, 0, 0, 0);
 }
 
-void *allocate(uint32_t count, uint32_t size, uint32_t flag, int line, const char *func) {
-  if (size == 0 || count == 0 || !enter(line, func))
+void *allocate(uint32_t count, uint32_t size, uint32_t flag, const char *func) {
+  if (size == 0 || count == 0 || !enter(func))
     return nullptr;
   void *block = nullptr;
   if (XmemRecord *record = free_record()) {
@@ -74,7 +89,7 @@ void *allocate(uint32_t count, uint32_t size, uint32_t flag, int line, const cha
       list_add(&record->node, &pool->blocks, pool->blocks.next);
     }
   }
-  leave(line, func);
+  leave(func);
   return block;
 }
 
@@ -105,7 +120,7 @@ int G_nTraceGroupVEMTA_MEM = 3;
 
 int xmem_init(int semkey) {
   int result = -1;
-  pthread_mutex_lock(&table_lock);
+  lock_table();
   if (!pool) {
     pool = static_cast<XmemPool *>(malloc(sizeof(XmemPool)));
     if (pool) {
@@ -120,20 +135,20 @@ int xmem_init(int semkey) {
     else
       pool->semid = no_semaphore;
   }
-  pthread_mutex_unlock(&table_lock);
+  unlock_table();
   return result;
 }
 
 void *xmalloc(uint32_t size, uint32_t flag) {
-  return allocate(1, size, flag, __LINE__, __func__);
+  return allocate(1, size, flag, __func__);
 }
 
 void *xcalloc(uint32_t count, uint32_t size, uint32_t flag) {
-  return allocate(count, size, flag, __LINE__, __func__);
+  return allocate(count, size, flag, __func__);
 }
 
 void *xrealloc(void *block, uint32_t size, uint32_t flag) {
-  if (size == 0 || !block || !enter(__LINE__, __func__))
+  if (size == 0 || !block || !enter(__func__))
     return nullptr;
   void *renewed = nullptr;
   for (XmemRecord &record : live_blocks()) {
@@ -148,12 +163,12 @@ void *xrealloc(void *block, uint32_t size, uint32_t flag) {
       forget(record);
     break;
   }
-  leave(__LINE__, __func__);
+  leave(__func__);
   return renewed;
 }
 
 void xfree(void *block) { // cppcheck-suppress constParameter ; it is freed
-  if (!enter(__LINE__, __func__))
+  if (!enter(__func__))
     return;
   for (XmemRecord &record : live_blocks()) {
     if (block && record.ptr != block)
@@ -164,13 +179,13 @@ void xfree(void *block) { // cppcheck-suppress constParameter ; it is freed
       break;
   }
   if (!list_empty(&pool->blocks)) {
-    leave(__LINE__, __func__);
+    leave(__func__);
     return;
   }
   sem_delete(pool->semid);
   free(pool);
   pool = nullptr;
-  pthread_mutex_unlock(&table_lock);
+  unlock_table();
 }
 
 void xprint(void) {

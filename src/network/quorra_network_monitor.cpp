@@ -187,10 +187,11 @@ int del_bm_by_iface(const char *name, bm_head *head) {
   if (!name || !head || SEMAPHORE_DOWN(head->semid) != 0)
     return 0;
   bm_iface *iface = find(name, head);
-  if (iface)
+  const bool listed = iface != nullptr;
+  if (listed)
     release(iface);
   SEMAPHORE_UP(head->semid);
-  return iface != nullptr;
+  return listed;
 }
 
 int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
@@ -217,7 +218,7 @@ void *bmThread(void *head) {
 
   bool held = SEMAPHORE_DOWN(monitor->semid) == 0;
   unsigned period = period_of(monitor);
-  while (!(monitor->exit & exit_asked)) {
+  while (!(__atomic_load_n(&monitor->exit, __ATOMIC_RELAXED) & exit_asked)) {
     if (held) {
       sample_interfaces(monitor, period);
       period = period_of(monitor);

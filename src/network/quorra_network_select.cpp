@@ -12,6 +12,7 @@
 
 #include <algorithm>
 
+#include "log/cancellation.h"
 #include "log/trace.h"
 #include "misc/detached_thread.h"
 #include "misc/heap_block.h"
@@ -51,10 +52,9 @@ struct Watch {
 };
 
 void tell_error(const char *what) {
-  int cancellable;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancellable);
+  const int cancellable = torvane::hold_cancellation();
   perror(what);
-  pthread_setcancelstate(cancellable, nullptr);
+  torvane::restore_cancellation(cancellable);
 }
 
 // Only a listening socket's handlers are looked at for it beforehand.
@@ -72,7 +72,7 @@ bool wait_for_work(const Service &service, Watch &watch) {
         select(watch.highest + 1, &watch.ready, nullptr, nullptr, service.has_timeout ? &timeout : nullptr);
     if (count == -1) {
       const int error = errno;
-      if (error == EINTR || error == EAGAIN)
+      if (torvane::to_be_tried_again(error))
         continue;
       service.handlers.on_error(service.tid, error_select);
       errno = error;
@@ -97,7 +97,7 @@ void accept_connection(const Service &service, Watch &watch) {
   int fd;
   do {
     socklen_t length = sizeof(address);
-    fd = accept(service.fd, reinterpret_cast<sockaddr *>(&address), &length);
+    fd = accept(service.fd, torvane::as_sockaddr(address), &length);
   } while (fd == -1 && errno == EAGAIN);
   if (fd == -1) {
     tell_error("accept:");
@@ -245,7 +245,7 @@ void *socket_select_hdlr(void *ctx) {
   TRACE("Exit pid=%d,ppid=%d\n", static_cast<int>(getpid()), static_cast<int>(getppid()));
   if (ended == exit_normal)
     service->handlers.on_exit(service->tid, exit_normal);
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  torvane::hold_cancellation();
   free(service);
   return nullptr;
 }

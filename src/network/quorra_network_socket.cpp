@@ -11,7 +11,10 @@
 #include "log/trace.h"
 #include "network/sockets.h"
 
+using torvane::as_sockaddr;
+using torvane::socket_address;
 using torvane::text_of;
+using torvane::to_be_tried_again;
 
 namespace {
 
@@ -20,22 +23,6 @@ constexpr char trace_module[] = "quorra_network";
 constexpr useconds_t retry_pause = 100; // microseconds
 constexpr int send_retries = 2000;
 constexpr int recv_tcp_retries = 200;
-
-sockaddr_in socket_address(uint32_t ip, uint16_t port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = ip;
-  address.sin_port = port;
-  return address;
-}
-
-const sockaddr *as_sockaddr(const sockaddr_in &address) {
-  return reinterpret_cast<const sockaddr *>(&address);
-}
-
-sockaddr *as_sockaddr(sockaddr_in &address) {
-  return reinterpret_cast<sockaddr *>(&address);
-}
 
 // getsockname or getpeername
 using NameQuery = int(int fd, sockaddr *address, socklen_t *length);
@@ -55,10 +42,6 @@ int type_of(int fd) {
   int type;
   socklen_t length = sizeof(type);
   return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == -1 ? -1 : type;
-}
-
-bool to_be_tried_again(int error) {
-  return error == EAGAIN || error == EINTR;
 }
 
 } // namespace

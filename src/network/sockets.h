@@ -1,8 +1,11 @@
-// What the endpoint calls and the select service share.
+// What the endpoint calls, the select service and the DNS client share.
 #pragma once
 
+#include <errno.h>
+#include <netinet/in.h>
 #include <stdint.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include "torvane.h"
 
@@ -33,6 +36,27 @@ inline const char *text_of(SocketWord word) {
 inline int bytes_waiting(int fd) {
   int count = 0;
   return ioctl(fd, FIONREAD, &count) == -1 ? 0 : count;
+}
+
+inline bool to_be_tried_again(int error) {
+  return error == EAGAIN || error == EINTR;
+}
+
+// Both in network order.
+inline sockaddr_in socket_address(uint32_t ip, uint16_t port) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = ip;
+  address.sin_port = port;
+  return address;
+}
+
+inline const sockaddr *as_sockaddr(const sockaddr_in &address) {
+  return reinterpret_cast<const sockaddr *>(&address);
+}
+
+inline sockaddr *as_sockaddr(sockaddr_in &address) {
+  return reinterpret_cast<sockaddr *>(&address);
 }
 
 } // namespace torvane

@@ -1,4 +1,5 @@
 // IPv6 addresses of interfaces, asked of the kernel by netlink and by its file, and of the ip tool; address text.
+#include <ctype.h>
 #include <linux/if_addr.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -168,16 +169,6 @@ bool read_word(FILE *from, char (&word)[64], const char *end) {
   if (at < sizeof(word))
     word[at] = '\0';
   return true;
-}
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  return -1;
 }
 
 // Whether the text is exactly four decimal numbers of at most 255 with dots between them.
@@ -414,9 +405,8 @@ int StringToV6Addr(const char *text, unsigned char addr[16]) {
   AddressBuilder builder;
   const char *group_text = text;
   for (; *text; text++) {
-    const int digit = hex_digit(*text);
-    if (digit >= 0) {
-      if (!take_digit(builder, digit))
+    if (isxdigit(static_cast<unsigned char>(*text))) {
+      if (!take_digit(builder, from_hex(*text)))
         return 1;
     } else if (*text == ':') {
       if (!take_colon(builder))

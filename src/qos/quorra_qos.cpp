@@ -4,6 +4,7 @@
 
 #include "log/trace.h"
 #include "qos/qos.h"
+#include "string/fields.h"
 
 using torvane::classes_of;
 using torvane::find_root;
@@ -176,7 +177,7 @@ int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, 
     return 3;
   memcpy(root->link_rate, speeds, sizeof(root->link_rate));
   memcpy(root->phy_rate, speeds + 2, sizeof(root->phy_rate));
-  memcpy(root->ifname, ifname, strnlen(ifname, sizeof(root->ifname) - 1));
+  torvane::set_text(root->ifname, ifname);
   root->type = type;
   list_make_empty(&root->classes);
   list_make_empty(&root->rules);

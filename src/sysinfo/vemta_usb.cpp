@@ -10,6 +10,7 @@
 
 #include "list/records.h"
 #include "log/trace.h"
+#include "string/fields.h"
 #include "string/text_writer.h"
 
 namespace {
@@ -18,18 +19,12 @@ constexpr char trace_module[] = "vemta_usb";
 
 using Disks = torvane::Records<disk_info, offsetof(disk_info, list)>;
 
-// Cut to the field, which is zeroed.
-template <size_t Size>
-void set_text(char (&field)[Size], const char *text) {
-  memcpy(field, text, strnlen(text, Size - 1));
-}
-
 void append_disk(list_node *list, const char *path, const char *name, const struct statvfs &status) {
   disk_info *disk = static_cast<disk_info *>(calloc(1, sizeof(disk_info)));
   if (!disk)
     return;
-  set_text(disk->path, path);
-  set_text(disk->name, name);
+  torvane::set_text(disk->path, path);
+  torvane::set_text(disk->name, name);
   disk->total = static_cast<uint64_t>(status.f_blocks) * status.f_bsize;
   disk->free = static_cast<uint64_t>(status.f_bfree) * status.f_bsize;
   list_add_tail(&disk->list, list);

@@ -10,6 +10,7 @@
 
 #include "ipc/semaphore.h"
 #include "list/records.h"
+#include "log/cancellation.h"
 #include "log/trace.h"
 #include "misc/detached_thread.h"
 
@@ -41,22 +42,6 @@ int thread_state;
 
 using Timers = torvane::Records<TimerNode, offsetof(TimerNode, node)>;
 
-// A thread that is cancelled with the semaphore taken, or while it starts another thread, would leave both unusable:
-// the kernel gives a semaphore back when the process ends, not when a thread does. Returns what was, for
-// pthread_setcancelstate afterwards.
-int hold_cancellation() {
-  int cancelability;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelability);
-  return cancelability;
-}
-
-// Takes the semaphore in the name of `func`. A wait that a signal interrupts is begun again: without it the lists would
-// not be safe, and the up that follows would let two holders in from then on. Another failure is told, and that is all.
-void take_semaphore(int line, const char *func) {
-  while (downdown(configuration.semid, trace_module, line, func, 0) != 0 && errno == EINTR) {
-  }
-}
-
 bool change_thread_state(int from, int to) {
   return __atomic_compare_exchange_n(&thread_state, &from, to, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
 }
@@ -85,8 +70,8 @@ void drop_notification() {
 uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
-  const int cancelability = hold_cancellation();
-  take_semaphore(__LINE__, func);
+  const int cancelability = torvane::hold_cancellation();
+  SEMAPHORE_DOWN_AS(func, configuration.semid);
   if (notified)
     drop_notification();
   const bool ended = is_timer_thread && signal_pair[1] == -1;
@@ -103,8 +88,8 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
       pending = true;
     }
   }
-  upup(configuration.semid, trace_module, __LINE__, func, 0);
-  pthread_setcancelstate(cancelability, nullptr);
+  SEMAPHORE_UP_AS(func, configuration.semid);
+  torvane::restore_cancellation(cancelability);
   if (earliest == 0)
     return 0;
   return now < earliest ? earliest - now : earliest - now - 1;
@@ -140,8 +125,8 @@ int createTimerThread(const TimerThreadConfig *config) {
 int destoryTimerThread(void) {
   if (!__atomic_load_n(&running, __ATOMIC_ACQUIRE))
     return 0;
-  const int cancelability = hold_cancellation();
-  take_semaphore(__LINE__, __func__);
+  const int cancelability = torvane::hold_cancellation();
+  SEMAPHORE_DOWN(configuration.semid);
   if (__atomic_exchange_n(&thread_state, thread_is_to_end, __ATOMIC_ACQ_REL) == thread_waits)
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
@@ -152,31 +137,31 @@ int destoryTimerThread(void) {
     signal_pair[1] = -1;
   }
   const int result = SEMAPHORE_UP(configuration.semid);
-  pthread_setcancelstate(cancelability, nullptr);
+  torvane::restore_cancellation(cancelability);
   return result;
 }
 
 int addTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancelability = hold_cancellation();
-  take_semaphore(__LINE__, __func__);
+  const int cancelability = torvane::hold_cancellation();
+  SEMAPHORE_DOWN(configuration.semid);
   list_add_tail(&timer->node, &timerList);
   sendNotifyToTimerThread(timer_added);
   const int result = SEMAPHORE_UP(configuration.semid);
-  pthread_setcancelstate(cancelability, nullptr);
+  torvane::restore_cancellation(cancelability);
   return result;
 }
 
 int delTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancelability = hold_cancellation();
-  take_semaphore(__LINE__, __func__);
+  const int cancelability = torvane::hold_cancellation();
+  SEMAPHORE_DOWN(configuration.semid);
   __delTimer(timer);
   torvane::list_make_empty(&timer->node);
   const int result = SEMAPHORE_UP(configuration.semid);
-  pthread_setcancelstate(cancelability, nullptr);
+  torvane::restore_cancellation(cancelability);
   return result;
 }
 
@@ -190,11 +175,11 @@ void __delTimer(TimerNode *timer) {
 int modTimer(TimerNode *timer, uint32_t expire) {
   if (!timer)
     return 1;
-  const int cancelability = hold_cancellation();
-  take_semaphore(__LINE__, __func__);
+  const int cancelability = torvane::hold_cancellation();
+  SEMAPHORE_DOWN(configuration.semid);
   __modTimer(timer, expire);
   const int result = SEMAPHORE_UP(configuration.semid);
-  pthread_setcancelstate(cancelability, nullptr);
+  torvane::restore_cancellation(cancelability);
   return result;
 }
 
@@ -269,16 +254,16 @@ void *timerThread(void *) {
 }
 
 void launchProcessTimerListThread(void) {
-  const int cancelability = hold_cancellation();
+  const int cancelability = torvane::hold_cancellation();
   pthread_t runner;
   if (!torvane::start_detached(&runner, thread_stack, processTimerListThread, nullptr))
     TRACE("CHECK!!\n");
-  pthread_setcancelstate(cancelability, nullptr);
+  torvane::restore_cancellation(cancelability);
 }
 
 void *processTimerListThread(void *) {
   for (;;) {
-    take_semaphore(__LINE__, __func__);
+    SEMAPHORE_DOWN(configuration.semid);
     if (list_empty(&expiredList)) {
       SEMAPHORE_UP(configuration.semid);
       return nullptr;

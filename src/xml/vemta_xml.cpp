@@ -1,5 +1,6 @@
 // XML trees: built in memory, printed with every content in CDATA sections, handed out as heap buffers; and documents
 // that their callers write into a temporary file.
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -270,8 +271,10 @@ xml_doc_file *xmlNewDocFile(void) {
     return nullptr;
   doc->version = xml_version;
   doc->fp = tmpfile();
-  if (doc->fp)
+  if (doc->fp) {
+    fcntl(fileno(doc->fp), F_SETFD, FD_CLOEXEC);
     fprintf(doc->fp, "<?xml version=\"%s\"?>\n<%s>\n", doc->version, file_root);
+  }
   return doc;
 }
 

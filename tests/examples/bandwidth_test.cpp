@@ -116,7 +116,7 @@ TEST(Bandwidth, RefusesWhatIsNoName) {
   const size_t before = semaphores();
   const sandbox::Outcome outcome = run("lo " + name);
   EXPECT_EQ(1, outcome.status);
-  EXPECT_EQ("bandwidth: " + name + ": no name of an interface\n", outcome.output);
+  EXPECT_EQ("bandwidth: " + name + " cannot be listed: too long a name, or no memory\n", outcome.output);
   EXPECT_EQ(before, semaphores());
 }
 

@@ -246,7 +246,8 @@ TEST_P(RouterCgi, StoresNothingThatIsNotWhatItShouldBe) {
         "name=$(reboot)&address=1.2.3.4&note=", "name=a%0Ab&address=1.2.3.4&note=", "name=a&address=1.2.3&note=",
         "name=a&address=1.2.3.256&note=", "name=a&address=1.2.3.4.5&note=", "name=a&address=1..3.4&note=",
         "name=a&address=%601.2.3.4%60&note=", "name=a&address=1.2.3.4&note=a%0Aname=b",
-        "name=a&address=1.2.3.4&note=%1b%5b2J", "name=a&address=1.2.3.4%0d%0aSet-Cookie:x&note=", "", "a=1&a=2"})
+        "name=a&address=1.2.3.4&note=%1b%5b2J", "name=a&address=1.2.3.4&note=%FF%FF%FF%FF",
+        "name=a&address=1.2.3.4&note=%C0%AF", "name=a&address=1.2.3.4%0d%0aSet-Cookie:x&note=", "", "a=1&a=2"})
     EXPECT_EQ(400, get("/settings", cookie + "-d '" + body + "'").code) << body;
   EXPECT_FALSE(sandbox::exists("/run/router/settings"));
   EXPECT_EQ("<script>location.replace('/cgi-bin/router.cgi/login');</script>\n",

@@ -124,6 +124,7 @@ class Time {
 } the_time;
 
 std::atomic<bool> semop_fails, semget_fails;
+std::atomic<int> interruptions; // of waits for the semaphore, still to come
 
 template <typename Function>
 Function *real(Function *, const char *name) {
@@ -146,8 +147,13 @@ extern "C" int semget(key_t key, int count, int flags) noexcept {
 
 // The thread sanitizer does not know that this semaphore orders its holders.
 extern "C" int semop(int id, sembuf *operations, size_t count) noexcept {
-  if (semop_fails) {
+  if (interruptions > 0) {
+    interruptions--;
     errno = EINTR;
+    return -1;
+  }
+  if (semop_fails) {
+    errno = EIDRM;
     return -1;
   }
 #if defined(__SANITIZE_THREAD__)
@@ -545,6 +551,22 @@ TEST_F(Monitor, NothingIsDoneWhenTheSemaphoreCannotBeTaken) {
   EXPECT_EQ(1, semaphore());
   pass({{"eth0", 1200, 120}});
   expect_rates("eth0", 300, 30);
+  EXPECT_EQ(1, semaphore());
+}
+
+// Signals that are meant for others cut the wait short; it is begun again.
+TEST_F(Monitor, InterruptedWaitsForTheSemaphoreChangeNothing) {
+  sandbox::Captured reasons(STDERR_FILENO);
+  interruptions = 3;
+  EXPECT_EQ(1, add_bm_by_iface("eth0", &head));
+  EXPECT_EQ(0, interruptions);
+  start_thread();
+  pass({{"eth0", 0, 0}});
+  interruptions = 2;
+  EXPECT_EQ(1, add_bm_by_iface("eth0", &head)); // the deletion of the old one was interrupted
+  EXPECT_EQ(std::vector<std::string>{"eth0"}, names_of(&head));
+  interruptions = 2;
+  EXPECT_EQ(1, del_bm_by_iface("eth0", &head));
   EXPECT_EQ(1, semaphore());
 }
 
