@@ -36,7 +36,7 @@ static void quality_of_service(void) {
   tree = root_qdisc_find_by_name("eth9");
   do_leaf2cmd(stdout, "eth9", &tree->classes);
 
-  show("schedule", add_sched(office_hours));
+  show("schedule", (long)add_sched(office_hours));
   match.match_flags = 1u << QOS_MATCH_PROTOCOL | 1u << QOS_MATCH_IP;
   match.protocol = QOS_PROTO_BOTH;
   match.dport_min = match.dport_max = 5060;
@@ -44,9 +44,9 @@ static void quality_of_service(void) {
   match.sched_index = 1;
   target.target_flags = 1u << QOS_TARGET_MARK;
   target.mark = 4;
-  show("rule", add_qos_rule("eth9", 1, &match, &target));
+  show("rule", (long)add_qos_rule("eth9", 1, &match, &target));
   renew_qos_rule(stdout, "eth9", find_rule_list_by_name("eth9"));
-  show("rule gone", del_qos_rule("eth9", 1));
+  show("rule gone", (long)del_qos_rule("eth9", 1));
   show("root gone", del_root_qdisc("eth9"));
 }
 
