@@ -232,6 +232,7 @@ int dnsQuery4_checkServerResponseOnly(DnsQuery *query) {
   return responded;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is kept, and written when a reply comes
 int dnsQuery4_main(DnsQuery *query, int *responded, uint16_t qtype) {
   if (!query || !responded)
     return 0;

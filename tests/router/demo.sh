@@ -1,5 +1,6 @@
 # shellcheck shell=sh disable=SC2154 # project is set by init
 # Runs in the guest: the inner half of the project's demo, with the policies of TESTS (adsl when there is none).
+ln -s /demo/bash /bin/bash
 work=/tmp/demo
 mkdir -p $work/bin $work/examples/policies
 cp "$project/demo" "$project/out/mips/libtorvane.so" "$project/out/mips/examples/home_router" \

@@ -164,7 +164,7 @@ static void wait_for(int value) {
 static void threads(void) {
   static TimerNode timer;
   int i, one = 1;
-  ThreadPool *pool = threadpool_init(2, 100, 64);
+  ThreadPool *pool = threadpool_init(2, 100, 256);
   TimerThreadConfig config;
 
   for (i = 0; i < 100; i++)

@@ -1,6 +1,7 @@
 # shellcheck shell=sh disable=SC2154,SC2034 # project and status are those of tests.sh
 # Sourced in the guest by tests.sh: a program of every module with either C library, as it has to be.
 echo "== musl"
+unset LD_LIBRARY_PATH
 here=$project/tests/router
 for build in mips musl; do
   if "$project/out/$build/tests/router/every_module" >/tmp/every_module.$build 2>&1 &&

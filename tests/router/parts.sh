@@ -132,6 +132,13 @@ busybox_build() {
   cp source/busybox made/
 }
 
+# The name server of the DNS tests.
+dnsmasq_build() {
+  source_of dnsmasq
+  nice -n 19 make -s -C source -j"$jobs" CC=${cross}gcc LDFLAGS=-static COPTS=
+  ${cross}strip -o made/dnsmasq source/src/dnsmasq
+}
+
 # The shell of the demo. What a configuration cannot try out on another machine is told to it.
 bash_build() {
   source_of bash
@@ -169,6 +176,7 @@ build_parts() {
   part iproute2 Sources iproute2
   part iptables Sources iptables
   part busybox Sources busybox
+  part dnsmasq Sources dnsmasq
   part bash Sources bash
   part socat Sources socat
   part musl Sources musl
