@@ -201,7 +201,8 @@ TEST_F(Packets, OfAFileTransferAreFoundByItsHelper) {
       "sleep 1; "
       "{ printf 'USER a\\r\\n'; sleep 1; printf 'PASV\\r\\n'; sleep 4; } | ip netns exec lan nc 198.51.100.1 21 "
       ">/run/said & "
-      "sleep 3; echo through the helper | ip netns exec lan nc -w 3 198.51.100.1 2000 2>/dev/null; sleep 1; cat /run/received; "
+      "sleep 3; echo through the helper | ip netns exec lan nc -w 3 198.51.100.1 2000 2>/dev/null; sleep 1; cat "
+      "/run/received; "
       "iptables -t raw -F; kill %1 %2 %3 2>/dev/null; true";
   EXPECT_EQ("through the helper\n", network::must(talk));
   const uint64_t counted = network::rule_counters("QOS_wan0").at(1);
