@@ -207,9 +207,9 @@ int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
   return known;
 }
 
-// A wait for the semaphore that fails (a signal, or the semaphore is gone) costs one pass: what the semaphore guards is
-// not touched without it, and it is not given back without having been taken. Only the exit bit is looked at anyway,
-// so that a monitor whose semaphore was removed can still be ended.
+// When the semaphore is gone no pass is made: what it guards is not touched without it, and it is not given back without
+// having been taken. Only the exit bit is looked at anyway, so that such a monitor can still be ended; then nobody else
+// can have the list, and it is freed all the same.
 void *bmThread(void *head) {
   bm_head *const monitor = static_cast<bm_head *>(head);
   if (!monitor)

@@ -11,6 +11,7 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <string>
@@ -502,6 +503,19 @@ TEST_F(Lock, AnInterruptedWaitFailsAndIsNotTriedAgain) {
   EXPECT_EQ(0, up(id));
   EXPECT_EQ(1, counter(id));
   sigaction(SIGUSR1, &usual, nullptr);
+}
+
+TEST_F(Lock, AnInterruptedWaitIsToldByErrnoAlsoWithoutStandardError) {
+  EXPECT_EQ(EINTR, sandbox::in_child([this] {
+              struct sigaction interrupt = {};
+              interrupt.sa_handler = [](int) {};
+              sigaction(SIGALRM, &interrupt, nullptr);
+              const itimerval again_and_again = {{0, 50000}, {0, 50000}};
+              setitimer(ITIMER_REAL, &again_and_again, nullptr);
+              close(STDERR_FILENO);
+              down(id);
+              return down(id) == 1 ? errno : 0;
+            }));
 }
 
 TEST_F(LockTrace, TellsStartAndEndOfTakingAndOnceOfGivingBack) {
