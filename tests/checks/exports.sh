@@ -1,8 +1,8 @@
 #!/bin/sh
-# exports.sh NM LIBRARY MAP HEADER: the library's dynamic symbols are exactly those of the export list, and the header
-# declares each.
+# exports.sh NM LIBRARY MAP INCLUDE: the library's dynamic symbols are exactly those of the export list, and the headers
+# in INCLUDE/torvane declare each of them.
 set -eu
-nm=$1 library=$2 map=$3 header=$4
+nm=$1 library=$2 map=$3 include=$4
 
 listed=$(sed -n 's/^    \([A-Za-z_0-9]*\);$/\1/p' "$map" | sort)
 exported=$("$nm" -D --defined-only "$library" | awk '{ print $NF }' | sort)
@@ -13,6 +13,6 @@ if [ "$listed" != "$exported" ]; then
   exit 1
 fi
 for name in $listed; do
-  grep -qw -- "$name" "$header" || { echo "$name is exported and not declared"; exit 1; }
+  grep -qw -- "$name" "$include"/torvane/*.h || { echo "$name is exported and not declared"; exit 1; }
 done
 printf '%s\n' "$listed" | wc -l | xargs echo "symbols exported and declared:"

@@ -1,0 +1,2 @@
+/* The header that the command line includes is all that this needs. */
+typedef int nothing_else;
