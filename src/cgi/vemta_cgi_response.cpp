@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "log/trace.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <span>
 #include <string_view>
 
-#include "dns/reply.h"
-#include "log/trace.h"
+#include "base/trace.h"
+#include "dns/quorra_dns_reply.h"
 #include "network/sockets.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 
-#include "log/trace.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <stdlib.h>
 
-#include "log/trace.h"
-#include "string/text_writer.h"
+#include "base/text_writer.h"
+#include "base/trace.h"
 
 using torvane::has_bit;
 using torvane::rules_of;

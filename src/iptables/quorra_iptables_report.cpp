@@ -1,6 +1,6 @@
 // The console report of an interface's rules: every line is a trace of its own.
+#include "base/trace.h"
 #include "iptables/iptables.h"
-#include "log/trace.h"
 
 using torvane::first_byte;
 using torvane::has_bit;

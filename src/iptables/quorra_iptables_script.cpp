@@ -1,8 +1,8 @@
 // Mangle-table commands made from an interface's rules.
+#include "base/script.h"
+#include "base/text_writer.h"
+#include "base/trace.h"
 #include "iptables/iptables.h"
-#include "log/trace.h"
-#include "misc/script.h"
-#include "string/text_writer.h"
 
 using torvane::first_byte;
 using torvane::has_bit;

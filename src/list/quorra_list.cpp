@@ -1,7 +1,7 @@
 // The intrusive list and the lookup maps that every other module stands on.
 #include <string.h>
 
-#include "list/maps.h"
+#include "base/map_table.h"
 
 using torvane::map_end;
 

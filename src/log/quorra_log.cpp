@@ -4,8 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "log/cancellation.h"
-#include "log/trace.h"
+#include "base/cancellation.h"
+#include "base/trace.h"
 
 namespace {
 

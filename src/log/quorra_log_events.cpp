@@ -6,10 +6,10 @@
 #include <syslog.h>
 #include <time.h>
 
-#include "ipc/semaphore.h"
-#include "log/cancellation.h"
-#include "log/trace.h"
-#include "string/fields.h"
+#include "base/cancellation.h"
+#include "base/fields.h"
+#include "base/lock.h"
+#include "base/trace.h"
 
 namespace {
 

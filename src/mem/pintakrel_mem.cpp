@@ -4,10 +4,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "ipc/semaphore.h"
-#include "list/records.h"
-#include "log/cancellation.h"
-#include "log/trace.h"
+#include "base/cancellation.h"
+#include "base/lock.h"
+#include "base/records.h"
+#include "base/trace.h"
 
 namespace {
 

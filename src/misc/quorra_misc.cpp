@@ -11,8 +11,8 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "log/trace.h"
-#include "string/text_writer.h"
+#include "base/text_writer.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "log/trace.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "log/trace.h"
+#include "base/trace.h"
 #include "network/net_dev.h"
 
 namespace {

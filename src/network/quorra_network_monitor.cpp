@@ -8,10 +8,10 @@
 
 #include <algorithm>
 
-#include "ipc/semaphore.h"
-#include "list/records.h"
-#include "log/trace.h"
-#include "misc/detached_thread.h"
+#include "base/detached_thread.h"
+#include "base/lock.h"
+#include "base/records.h"
+#include "base/trace.h"
 #include "network/net_dev.h"
 
 namespace {

@@ -12,10 +12,10 @@
 
 #include <algorithm>
 
-#include "log/cancellation.h"
-#include "log/trace.h"
-#include "misc/detached_thread.h"
-#include "misc/heap_block.h"
+#include "base/cancellation.h"
+#include "base/detached_thread.h"
+#include "base/heap_block.h"
+#include "base/trace.h"
 #include "network/sockets.h"
 
 using torvane::text_of;

@@ -7,8 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "list/maps.h"
-#include "log/trace.h"
+#include "base/map_table.h"
+#include "base/trace.h"
 #include "network/sockets.h"
 
 using torvane::as_sockaddr;

@@ -14,8 +14,8 @@
 
 #include <algorithm>
 
-#include "log/trace.h"
-#include "misc/heap_block.h"
+#include "base/heap_block.h"
+#include "base/trace.h"
 
 namespace {
 

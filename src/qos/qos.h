@@ -3,8 +3,8 @@
 
 #include <stddef.h>
 
-#include "list/maps.h"
-#include "list/records.h"
+#include "base/map_table.h"
+#include "base/records.h"
 #include "torvane.h"
 
 constexpr char trace_module[] = "quorra_qos";

@@ -2,9 +2,9 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "log/trace.h"
+#include "base/fields.h"
+#include "base/trace.h"
 #include "qos/qos.h"
-#include "string/fields.h"
 
 using torvane::classes_of;
 using torvane::find_root;

@@ -1,5 +1,5 @@
 // The console report of an interface's QoS tree: every line is a trace of its own.
-#include "log/trace.h"
+#include "base/trace.h"
 #include "qos/qos.h"
 
 using torvane::classes_of;

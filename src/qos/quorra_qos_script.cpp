@@ -1,6 +1,6 @@
 // Scripts that apply an interface's QoS tree and take it away again.
-#include "log/trace.h"
-#include "misc/script.h"
+#include "base/script.h"
+#include "base/trace.h"
 #include "qos/qos.h"
 
 using torvane::classes_of;

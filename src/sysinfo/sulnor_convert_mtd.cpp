@@ -11,8 +11,8 @@
 
 #include <algorithm>
 
-#include "log/trace.h"
-#include "string/text_writer.h"
+#include "base/text_writer.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <string.h>
 #include <sys/statvfs.h>
 
-#include "list/records.h"
-#include "log/trace.h"
-#include "string/fields.h"
-#include "string/text_writer.h"
+#include "base/fields.h"
+#include "base/records.h"
+#include "base/text_writer.h"
+#include "base/trace.h"
 
 namespace {
 

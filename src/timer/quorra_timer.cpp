@@ -8,11 +8,11 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "ipc/semaphore.h"
-#include "list/records.h"
-#include "log/cancellation.h"
-#include "log/trace.h"
-#include "misc/detached_thread.h"
+#include "base/cancellation.h"
+#include "base/detached_thread.h"
+#include "base/lock.h"
+#include "base/records.h"
+#include "base/trace.h"
 
 static_assert(offsetof(TimerNode, node) == 0 && sizeof(TimerThreadConfig::semid) == 4);
 static_assert(sizeof(void *) != 4 || (sizeof(TimerNode) == 24 && sizeof(TimerThreadConfig) == 8));

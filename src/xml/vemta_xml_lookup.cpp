@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "log/trace.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "dns/reply.h"
+#include "dns/quorra_dns_reply.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // DNS replies. Whatever a server sends, nothing is read outside of the bytes received, and a reply that makes no sense
 // within them is dropped before anything of it is filed.
-#include "dns/reply.h"
+#include "dns/quorra_dns_reply.h"
 
 #include <string.h>
 
-#include "log/trace.h"
+#include "base/trace.h"
 
 namespace {
 

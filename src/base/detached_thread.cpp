@@ -1,4 +1,4 @@
-#include "misc/detached_thread.h"
+#include "base/detached_thread.h"
 
 namespace torvane {
 

@@ -1,4 +1,4 @@
-#include "misc/script.h"
+#include "base/script.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "string/text_writer.h"
+#include "base/text_writer.h"
 
 namespace torvane {
 
