@@ -1,4 +1,4 @@
-// Steps in the middle of which a thread must not be cancelled: with a lock of the C library or a semaphore taken, which
+// Cancellation is held off where a thread must not end: while it has a lock of the C library or a semaphore, which
 // nobody would give back before the process ends.
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace torvane {
 
-// Returns what was before, for restore_cancellation.
+// Holds off the cancellation of the calling thread. Returns its state before, for restore_cancellation.
 inline int hold_cancellation() {
   int before;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);

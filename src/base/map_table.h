@@ -1,7 +1,7 @@
 // How a map table ends.
 #pragma once
 
-#include "torvane.h"
+#include "torvane/map.h"
 
 namespace torvane {
 

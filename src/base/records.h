@@ -4,7 +4,7 @@
 
 #include <stddef.h>
 
-#include "torvane.h"
+#include "torvane/list.h"
 
 namespace torvane {
 

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "torvane.h"
+#include "torvane/process.h"
 
 namespace torvane {
 

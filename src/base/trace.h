@@ -1,31 +1,40 @@
-// The one trace call of the library: opens the console, writes header and message, closes it again.
+// The one trace call of the library: it opens the console, writes header and message, and closes the console again.
 #pragma once
 
 #include <unistd.h>
 
-#include "torvane.h"
+#include "torvane/trace.h"
 
 namespace torvane {
 
-// With the header of __stdprintf_info__. `module` and `func` are the names that the console shows. errno is left as it
-// was, so that a caller may report first and return or print the reason afterwards. A thread that is cancelled
-// meanwhile ends after it.
+// What the headers of all traces have in common: black background, and one of eight colours by thread, 31 to 38, so that
+// the lines of a thread look alike. Terminals take 38 for the start of an extended colour; it is written all the same.
+constexpr int trace_background = 40;
+
+inline int trace_colour(int thread_id) {
+  return 31 + (thread_id & 7);
+}
+
+// Writes a trace with the header of __stdprintf_info__. `module` and `func` are the names that the console shows. The
+// call leaves errno as it was, so that a caller may report first and return or print the reason afterwards. A thread
+// that is cancelled meanwhile ends after the trace.
 [[gnu::format(printf, 4, 5)]] void trace(const char *module, int line, const char *func, const char *format, ...);
 
-// The same with the short header of the older modules (sockets, IPC, _execl): thread id alone, no process id.
+// Writes a trace with the short header of the older modules (sockets, IPC, _execl), which has no process id.
 [[gnu::format(printf, 4, 5)]] void trace_no_process(const char *module, int line, const char *func, const char *format,
                                                     ...);
 
-// The same with the event log's header: "[SYS]", then the short one. `file` and `func` are the caller's position.
+// Writes a trace with the event log's header: "[SYS]", then the short one. `file` and `func` are the caller's position.
 [[gnu::format(printf, 4, 5)]] void trace_event(const char *file, int line, const char *func, const char *format, ...);
 
 } // namespace torvane
 
-// Every module names itself in `trace_module`, once.
+// Every source file that traces names its module once, as the constant `trace_module`. These two name the function that
+// they stand in, so they stand in exported functions, whose names never change.
 #define TRACE(...) torvane::trace(trace_module, __LINE__, __func__, __VA_ARGS__)
 #define TRACE_NO_PROCESS(...) torvane::trace_no_process(trace_module, __LINE__, __func__, __VA_ARGS__)
 
-// In the name of another function: parts of one report, or of one operation that is several functions here.
+// Traces in the name of another function: a part of one report, or of one operation that is several functions here.
 #define TRACE_AS(func, ...) torvane::trace(trace_module, __LINE__, func, __VA_ARGS__)
 
 // The first line of every thread of the library.

@@ -4,7 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "torvane.h"
+#include "torvane/cfg.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // CGI requests: form entries, handlers by name, URI and base64 coding, paths.
 #include <ctype.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -7,7 +8,10 @@
 
 #include <algorithm>
 
-#include "torvane.h"
+#include "torvane/cgi_entries.h"
+#include "torvane/cgi_path.h"
+#include "torvane/cgi_uri.h"
+#include "torvane/text.h"
 
 namespace {
 

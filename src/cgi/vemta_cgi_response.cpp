@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "base/trace.h"
+#include "torvane/cgi_response.h"
+#include "torvane/text.h"
 
 namespace {
 

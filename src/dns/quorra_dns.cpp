@@ -15,6 +15,7 @@
 #include "base/trace.h"
 #include "dns/quorra_dns_reply.h"
 #include "network/sockets.h"
+#include "torvane/dns.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "base/trace.h"
+#include "torvane/dns.h"
 
 namespace {
 

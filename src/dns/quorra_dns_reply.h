@@ -6,7 +6,7 @@
 
 #include <span>
 
-#include "torvane.h"
+#include "torvane/dns.h"
 
 namespace torvane {
 

@@ -6,6 +6,8 @@
 #include <sys/shm.h>
 
 #include "base/trace.h"
+#include "torvane/ipc.h"
+#include "torvane/trace.h"
 
 namespace {
 

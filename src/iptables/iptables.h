@@ -6,7 +6,9 @@
 
 #include "base/map_table.h"
 #include "base/records.h"
-#include "torvane.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/rules.h"
 
 constexpr char trace_module[] = "quorra_iptables";
 

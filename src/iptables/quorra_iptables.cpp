@@ -5,6 +5,10 @@
 
 #include "base/text_writer.h"
 #include "base/trace.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
+#include "torvane/rules.h"
 
 using torvane::has_bit;
 using torvane::rules_of;

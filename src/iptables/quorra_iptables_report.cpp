@@ -1,6 +1,10 @@
 // The console report of an interface's rules: every line is a trace of its own.
 #include "base/trace.h"
 #include "iptables/iptables.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
+#include "torvane/rules.h"
 
 using torvane::first_byte;
 using torvane::has_bit;

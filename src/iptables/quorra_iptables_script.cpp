@@ -3,6 +3,10 @@
 #include "base/text_writer.h"
 #include "base/trace.h"
 #include "iptables/iptables.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
+#include "torvane/rules.h"
 
 using torvane::first_byte;
 using torvane::has_bit;

@@ -2,6 +2,8 @@
 #include <string.h>
 
 #include "base/map_table.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
 
 using torvane::map_end;
 

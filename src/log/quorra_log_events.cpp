@@ -6,10 +6,11 @@
 #include <syslog.h>
 #include <time.h>
 
-#include "base/cancellation.h"
 #include "base/fields.h"
 #include "base/lock.h"
 #include "base/trace.h"
+#include "torvane/event_log.h"
+#include "torvane/map.h"
 
 namespace {
 
@@ -114,15 +115,12 @@ int __syslogprintf(int semid, const char *ident, const char *file, int line, con
 
   torvane::trace_event(file, line, func, "%s", message);
   // The system logger's socket may block. Whoever is cancelled there must not take the semaphore along.
-  const int cancellable = torvane::hold_cancellation();
-  SEMAPHORE_DOWN(semid);
+  const int cancellability = TAKE_LOCK(semid);
   openlog(ident, LOG_PID, LOG_USER);
   if (type >= 0 && type < type_count)
     syslog(priorities[type], "[%s]%s\n", TxtMapById(log_types, static_cast<uint32_t>(type)), message);
   closelog();
-  const int result = SEMAPHORE_UP(semid);
-  torvane::restore_cancellation(cancellable);
-  return result;
+  return GIVE_LOCK(semid, cancellability) ? 0 : 1;
 }
 
 int syslogType(const char *text) {

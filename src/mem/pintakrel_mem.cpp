@@ -8,6 +8,9 @@
 #include "base/lock.h"
 #include "base/records.h"
 #include "base/trace.h"
+#include "torvane/ipc.h"
+#include "torvane/list.h"
+#include "torvane/memory.h"
 
 namespace {
 
@@ -35,19 +38,19 @@ void unlock_table() {
   torvane::restore_cancellation(before);
 }
 
-// False, with nothing taken, when there is no pool. A failed down is traced there and the work goes on.
+// Takes the table and the library's lock. Returns false, with nothing taken, when there is no pool.
 bool enter(const char *func) {
   lock_table();
   if (!pool) {
     unlock_table();
     return false;
   }
-  SEMAPHORE_DOWN_AS(func, pool->semid);
+  TAKE_LOCK_AS(func, pool->semid); // the table's lock holds cancellation off before it and after it
   return true;
 }
 
 void leave(const char *func) {
-  SEMAPHORE_UP_AS(func, pool->semid);
+  GIVE_LOCK_AS(func, pool->semid, PTHREAD_CANCEL_DISABLE);
   unlock_table();
 }
 

@@ -13,6 +13,7 @@
 
 #include "base/text_writer.h"
 #include "base/trace.h"
+#include "torvane/process.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include <bit>
 
 #include "base/trace.h"
+#include "torvane/address.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 
 #include "base/trace.h"
 #include "network/net_dev.h"
+#include "torvane/interface.h"
 
 namespace {
 

@@ -13,6 +13,9 @@
 #include "base/records.h"
 #include "base/trace.h"
 #include "network/net_dev.h"
+#include "torvane/ipc.h"
+#include "torvane/list.h"
+#include "torvane/monitor.h"
 
 namespace {
 
@@ -173,29 +176,29 @@ int add_bm_by_iface(const char *name, bm_head *head) {
   strcpy(iface->name, name); // NOLINT(clang-analyzer-security.insecureAPI.strcpy): its length was looked at
   torvane::list_make_empty(&iface->history);
 
-  if (SEMAPHORE_DOWN(head->semid) != 0) {
+  if (!TAKE_SEMAPHORE(head->semid)) {
     free(iface);
     return 0;
   }
   list_add_tail(&iface->link, &head->link);
   head->count++;
-  SEMAPHORE_UP(head->semid);
+  GIVE_SEMAPHORE(head->semid);
   return 1;
 }
 
 int del_bm_by_iface(const char *name, bm_head *head) {
-  if (!name || !head || SEMAPHORE_DOWN(head->semid) != 0)
+  if (!name || !head || !TAKE_SEMAPHORE(head->semid))
     return 0;
   bm_iface *iface = find(name, head);
   const bool listed = iface != nullptr;
   if (listed)
     release(iface);
-  SEMAPHORE_UP(head->semid);
+  GIVE_SEMAPHORE(head->semid);
   return listed;
 }
 
 int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
-  if (!name || !head || !out || SEMAPHORE_DOWN(head->semid) != 0)
+  if (!name || !head || !out || !TAKE_SEMAPHORE(head->semid))
     return 0;
   const bm_iface *iface = find(name, head);
   const bool known = iface && (iface->flags & sampled);
@@ -203,7 +206,7 @@ int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
     out->rx_rate = iface->rx_rate;
     out->tx_rate = iface->tx_rate;
   }
-  SEMAPHORE_UP(head->semid);
+  GIVE_SEMAPHORE(head->semid);
   return known;
 }
 
@@ -216,29 +219,29 @@ void *bmThread(void *head) {
     return nullptr;
   TRACE_THREAD_START();
 
-  bool held = SEMAPHORE_DOWN(monitor->semid) == 0;
+  bool held = TAKE_SEMAPHORE(monitor->semid);
   unsigned period = period_of(monitor);
   while (!(__atomic_load_n(&monitor->exit, __ATOMIC_RELAXED) & exit_asked)) {
     if (held) {
       sample_interfaces(monitor, period);
       period = period_of(monitor);
-      SEMAPHORE_UP(monitor->semid);
+      GIVE_SEMAPHORE(monitor->semid);
     }
     sleep(period);
-    held = SEMAPHORE_DOWN(monitor->semid) == 0;
+    held = TAKE_SEMAPHORE(monitor->semid);
   }
   if (held)
-    SEMAPHORE_UP(monitor->semid);
+    GIVE_SEMAPHORE(monitor->semid);
   TRACE("bmThread Exit\n");
 
-  held = SEMAPHORE_DOWN(monitor->semid) == 0;
+  held = TAKE_SEMAPHORE(monitor->semid);
   for (bm_iface &iface : Interfaces(&monitor->link)) {
     list_del(&iface.link);
     free(&iface); // its history stays allocated, for callers that still read it
   }
   // From here on the monitor may be gone: whoever finds the list empty under the semaphore knows that this is the end.
   if (held)
-    SEMAPHORE_UP(monitor->semid);
+    GIVE_SEMAPHORE(monitor->semid);
   return nullptr;
 }
 

@@ -17,6 +17,10 @@
 #include "base/heap_block.h"
 #include "base/trace.h"
 #include "network/sockets.h"
+#include "torvane/address.h"
+#include "torvane/select.h"
+#include "torvane/socket.h"
+#include "torvane/trace.h"
 
 using torvane::text_of;
 

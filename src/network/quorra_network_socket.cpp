@@ -10,6 +10,10 @@
 #include "base/map_table.h"
 #include "base/trace.h"
 #include "network/sockets.h"
+#include "torvane/address.h"
+#include "torvane/interface.h"
+#include "torvane/map.h"
+#include "torvane/socket.h"
 
 using torvane::as_sockaddr;
 using torvane::socket_address;

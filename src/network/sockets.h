@@ -7,7 +7,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "torvane.h"
+#include "torvane/map.h"
+#include "torvane/socket.h"
 
 namespace torvane {
 

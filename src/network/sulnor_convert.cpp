@@ -16,6 +16,9 @@
 
 #include "base/heap_block.h"
 #include "base/trace.h"
+#include "torvane/ipv6.h"
+#include "torvane/process.h"
+#include "torvane/text.h"
 
 namespace {
 

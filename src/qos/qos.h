@@ -5,7 +5,8 @@
 
 #include "base/map_table.h"
 #include "base/records.h"
-#include "torvane.h"
+#include "torvane/list.h"
+#include "torvane/qos.h"
 
 constexpr char trace_module[] = "quorra_qos";
 

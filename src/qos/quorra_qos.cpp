@@ -5,6 +5,9 @@
 #include "base/fields.h"
 #include "base/trace.h"
 #include "qos/qos.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
 
 using torvane::classes_of;
 using torvane::find_root;

@@ -1,6 +1,9 @@
 // The console report of an interface's QoS tree: every line is a trace of its own.
 #include "base/trace.h"
 #include "qos/qos.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
 
 using torvane::classes_of;
 using torvane::find_root;

@@ -2,6 +2,10 @@
 #include "base/script.h"
 #include "base/trace.h"
 #include "qos/qos.h"
+#include "torvane/list.h"
+#include "torvane/map.h"
+#include "torvane/qos.h"
+#include "torvane/rules.h"
 
 using torvane::classes_of;
 using torvane::is_leaf;

@@ -7,7 +7,7 @@
 #include <string.h>
 #include <strings.h>
 
-#include "torvane.h"
+#include "torvane/text.h"
 
 namespace {
 

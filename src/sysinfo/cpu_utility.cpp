@@ -5,7 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "torvane.h"
+#include "torvane/cpu.h"
 
 namespace {
 

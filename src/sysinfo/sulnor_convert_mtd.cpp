@@ -13,6 +13,8 @@
 
 #include "base/text_writer.h"
 #include "base/trace.h"
+#include "torvane/flash.h"
+#include "torvane/process.h"
 
 namespace {
 

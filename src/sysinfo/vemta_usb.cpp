@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,6 +13,8 @@
 #include "base/records.h"
 #include "base/text_writer.h"
 #include "base/trace.h"
+#include "torvane/disk.h"
+#include "torvane/list.h"
 
 namespace {
 

@@ -3,7 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "torvane.h"
+#include "torvane/memory.h"
+#include "torvane/words.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "torvane.h"
+#include "torvane/threadpool.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(ThreadPoolTask) == 8);
 

@@ -13,6 +13,8 @@
 #include "base/lock.h"
 #include "base/records.h"
 #include "base/trace.h"
+#include "torvane/list.h"
+#include "torvane/timer.h"
 
 static_assert(offsetof(TimerNode, node) == 0 && sizeof(TimerThreadConfig::semid) == 4);
 static_assert(sizeof(void *) != 4 || (sizeof(TimerNode) == 24 && sizeof(TimerThreadConfig) == 8));
@@ -70,8 +72,7 @@ void drop_notification() {
 uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
-  const int cancelability = torvane::hold_cancellation();
-  SEMAPHORE_DOWN_AS(func, configuration.semid);
+  const int cancellability = TAKE_LOCK_AS(func, configuration.semid);
   if (notified)
     drop_notification();
   const bool ended = is_timer_thread && signal_pair[1] == -1;
@@ -88,8 +89,7 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
       pending = true;
     }
   }
-  SEMAPHORE_UP_AS(func, configuration.semid);
-  torvane::restore_cancellation(cancelability);
+  GIVE_LOCK_AS(func, configuration.semid, cancellability);
   if (earliest == 0)
     return 0;
   return now < earliest ? earliest - now : earliest - now - 1;
@@ -125,8 +125,7 @@ int createTimerThread(const TimerThreadConfig *config) {
 int destoryTimerThread(void) {
   if (!__atomic_load_n(&running, __ATOMIC_ACQUIRE))
     return 0;
-  const int cancelability = torvane::hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  const int cancellability = TAKE_LOCK(configuration.semid);
   if (__atomic_exchange_n(&thread_state, thread_is_to_end, __ATOMIC_ACQ_REL) == thread_waits)
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
@@ -136,33 +135,25 @@ int destoryTimerThread(void) {
     close(signal_pair[1]);
     signal_pair[1] = -1;
   }
-  const int result = SEMAPHORE_UP(configuration.semid);
-  torvane::restore_cancellation(cancelability);
-  return result;
+  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
 }
 
 int addTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancelability = torvane::hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  const int cancellability = TAKE_LOCK(configuration.semid);
   list_add_tail(&timer->node, &timerList);
   sendNotifyToTimerThread(timer_added);
-  const int result = SEMAPHORE_UP(configuration.semid);
-  torvane::restore_cancellation(cancelability);
-  return result;
+  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
 }
 
 int delTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancelability = torvane::hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  const int cancellability = TAKE_LOCK(configuration.semid);
   __delTimer(timer);
   torvane::list_make_empty(&timer->node);
-  const int result = SEMAPHORE_UP(configuration.semid);
-  torvane::restore_cancellation(cancelability);
-  return result;
+  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
 }
 
 void __delTimer(TimerNode *timer) {
@@ -175,12 +166,9 @@ void __delTimer(TimerNode *timer) {
 int modTimer(TimerNode *timer, uint32_t expire) {
   if (!timer)
     return 1;
-  const int cancelability = torvane::hold_cancellation();
-  SEMAPHORE_DOWN(configuration.semid);
+  const int cancellability = TAKE_LOCK(configuration.semid);
   __modTimer(timer, expire);
-  const int result = SEMAPHORE_UP(configuration.semid);
-  torvane::restore_cancellation(cancelability);
-  return result;
+  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
 }
 
 void __modTimer(TimerNode *timer, uint32_t expire) {
@@ -254,25 +242,25 @@ void *timerThread(void *) {
 }
 
 void launchProcessTimerListThread(void) {
-  const int cancelability = torvane::hold_cancellation();
+  const int cancellability = torvane::hold_cancellation();
   pthread_t runner;
   if (!torvane::start_detached(&runner, thread_stack, processTimerListThread, nullptr))
     TRACE("CHECK!!\n");
-  torvane::restore_cancellation(cancelability);
+  torvane::restore_cancellation(cancellability);
 }
 
 void *processTimerListThread(void *) {
   for (;;) {
-    SEMAPHORE_DOWN(configuration.semid);
+    TAKE_SEMAPHORE(configuration.semid);
     if (list_empty(&expiredList)) {
-      SEMAPHORE_UP(configuration.semid);
+      GIVE_SEMAPHORE(configuration.semid);
       return nullptr;
     }
     TimerNode *timer = torvane::record_of<TimerNode>(expiredList.next, offsetof(TimerNode, node));
     list_move(&timer->node, &retiredList);
     // Once the semaphore is given back the owner may take the timer out and free it.
     const TimerNode due = *timer;
-    SEMAPHORE_UP(configuration.semid);
+    GIVE_SEMAPHORE(configuration.semid);
     if (due.callback)
       due.callback(due.arg1, due.arg2);
   }

@@ -7,7 +7,8 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "torvane.h"
+#include "torvane/text.h"
+#include "torvane/xml.h"
 
 namespace {
 

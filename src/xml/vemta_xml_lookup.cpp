@@ -4,6 +4,8 @@
 #include <string.h>
 
 #include "base/trace.h"
+#include "torvane/text.h"
+#include "torvane/xml_lookup.h"
 
 namespace {
 
