@@ -14,7 +14,7 @@
 
 #include "base/trace.h"
 #include "dns/quorra_dns_reply.h"
-#include "network/sockets.h"
+#include "network/socket_words.h"
 #include "torvane/dns.h"
 
 namespace {

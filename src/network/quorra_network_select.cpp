@@ -16,7 +16,7 @@
 #include "base/detached_thread.h"
 #include "base/heap_block.h"
 #include "base/trace.h"
-#include "network/sockets.h"
+#include "network/socket_words.h"
 #include "torvane/address.h"
 #include "torvane/select.h"
 #include "torvane/socket.h"

@@ -9,7 +9,7 @@
 
 #include "base/map_table.h"
 #include "base/trace.h"
-#include "network/sockets.h"
+#include "network/socket_words.h"
 #include "torvane/address.h"
 #include "torvane/interface.h"
 #include "torvane/map.h"
