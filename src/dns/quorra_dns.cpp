@@ -2,45 +2,36 @@
 #include <errno.h>
 #include <netinet/in.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 
+#include "base/socket_address.h"
 #include "base/trace.h"
 #include "dns/quorra_dns_reply.h"
-#include "network/socket_words.h"
 #include "torvane/dns.h"
 
-namespace {
+using namespace torvane;
 
-using torvane::dns_name_size;
-using torvane::dns_names_of;
-using torvane::dns_servers;
-using torvane::dns_servers_of;
-using torvane::DnsSearch;
-using torvane::MessageReader;
+namespace {
 
 constexpr char trace_module[] = "quorra_dns";
 
 constexpr int further_passes = 3;
-constexpr size_t message_size = 2048; // of a query's buffer and of a reply's
+constexpr size_t message_size = 2048; // bytes of the buffers of a query and of a reply
 constexpr uint16_t dns_port = 53;
 constexpr useconds_t pause_between_queries = 1000; // microseconds
 
 constexpr uint16_t recursion_desired = 0x0100;
 constexpr uint16_t class_internet = 1;
 
-constexpr size_t largest_pointer = 0x3FFF; // how far into a message a compression pointer reaches
+uint16_t dnsQueryId = 301; // the next query gets it
 
-uint16_t dnsQueryId = 301; // of the next query
-
-// Threads that ask at once may get the same id: replies are not told apart by it.
+// Threads that ask at the same time may get the same id, which does no harm: nothing tells replies apart by it.
 uint16_t next_query_id() {
   const uint16_t id = __atomic_load_n(&dnsQueryId, __ATOMIC_RELAXED);
   __atomic_store_n(&dnsQueryId, static_cast<uint16_t>(id + 1), __ATOMIC_RELAXED);
@@ -53,23 +44,7 @@ uint8_t *put_word(uint8_t *out, unsigned value) {
   return out;
 }
 
-// Two bytes more than `name` has, or one when it is empty. Gives the end of what it wrote.
-uint8_t *put_labels(uint8_t *out, std::string_view name) {
-  bool more = !name.empty();
-  while (more) {
-    const size_t dot = name.find('.');
-    const std::string_view label(name.data(), std::min(dot, name.size()));
-    *out++ = static_cast<uint8_t>(label.size());
-    out = std::copy(label.begin(), label.end(), out);
-    more = dot != std::string_view::npos;
-    if (more)
-      name.remove_prefix(dot + 1);
-  }
-  *out++ = 0;
-  return out;
-}
-
-// A name of a record may fill its field without a terminator.
+// A name may fill its field in the record and then has no terminator.
 std::string_view name_in(const char (&field)[dns_name_size]) {
   return {field, strnlen(field, dns_name_size)};
 }
@@ -83,7 +58,7 @@ struct Client {
   int sockets[dns_servers]; // -1: none
 };
 
-// Sockets that were opened before one could not be stay open.
+// Returns false when a socket could not be opened. This is meant: those opened before it stay open.
 bool open_sockets(Client &client) {
   std::fill(std::begin(client.sockets), std::end(client.sockets), -1);
   for (int i = 0; i < dns_servers_of(client.query); i++) {
@@ -110,13 +85,13 @@ bool send_question(const Client &client, int server, std::string_view name) {
   end = put_word(end, 0); // answers
   end = put_word(end, 0); // authorities
   end = put_word(end, 0); // additional records
-  end = put_labels(end, name);
+  end = put_dns_labels(end, name);
   end = put_word(end, client.type);
   end = put_word(end, class_internet);
 
-  const sockaddr_in to = torvane::socket_address(client.query.servers[server], htons(dns_port));
-  if (sendto(client.sockets[server], message, static_cast<size_t>(end - message), 0, torvane::as_sockaddr(to),
-             sizeof(to)) == -1) {
+  const sockaddr_in to = socket_address(client.query.servers[server], htons(dns_port));
+  if (sendto(client.sockets[server], message, static_cast<size_t>(end - message), 0, as_sockaddr(to), sizeof(to)) ==
+      -1) {
     perror("sendto failed");
     return false;
   }
@@ -124,7 +99,7 @@ bool send_question(const Client &client, int server, std::string_view name) {
   return true;
 }
 
-// The names of the record, or what the pass before found them to stand for.
+// Asks for the names of the record in the first pass, and afterwards for the names that the pass before led to.
 bool send_questions(const Client &client, bool first_pass) {
   const auto &names = first_pass ? client.query.names : client.search.targets;
   const int count = first_pass ? dns_names_of(client.query) : client.search.target_count;
@@ -137,7 +112,7 @@ bool send_questions(const Client &client, bool first_pass) {
   return true;
 }
 
-// As select: the number of sockets in `ready`, 0 when none of them got anything in time, -1 on an error.
+// Returns what select returns: the number of sockets in `ready`, 0 when the time is over, -1 on an error.
 int wait_for_replies(const Client &client, fd_set &ready) {
   int result;
   do {
@@ -152,13 +127,13 @@ int wait_for_replies(const Client &client, fd_set &ready) {
     }
     timeval timeout = {client.query.timeoutSec, 0};
     result = select(highest + 1, &ready, nullptr, nullptr, &timeout);
-  } while (result == -1 && torvane::to_be_tried_again(errno));
+  } while (result == -1 && to_be_tried_again(errno));
   return result;
 }
 
 void receive(Client &client, int server) {
   int &fd = client.sockets[server];
-  if (torvane::bytes_waiting(fd) == 0) {
+  if (bytes_waiting(fd) == 0) {
     close(fd);
     fd = -1;
     return;
@@ -170,10 +145,10 @@ void receive(Client &client, int server) {
     return;
   }
   *client.responded = 1;
-  torvane::dns_file_reply({message, static_cast<size_t>(length)}, server, client.query, client.search);
+  dns_file_reply({message, static_cast<size_t>(length)}, server, client.query, client.search);
 }
 
-// Until nothing comes any more, or what came is enough. False when waiting fails.
+// Receives until the time is over without a reply, or what came is enough. Returns false when waiting fails.
 bool receive_replies(Client &client) {
   fd_set ready;
   int count;
@@ -215,7 +190,7 @@ int dnsQuery4(DnsQuery *query) {
     return 0;
   clear_results(*query);
   int responded = 0, result = 0;
-  for (const uint16_t type : {torvane::dns_type_a, torvane::dns_type_aaaa}) {
+  for (const uint16_t type : {dns_type_a, dns_type_aaaa}) {
     result |= dnsQuery4_main(query, &responded, type);
     TRACE("ipv4 result count = %d\n", query->ipv4Count);
     TRACE("ipv6 result count = %d\n", query->ipv6Count);
@@ -228,8 +203,8 @@ int dnsQuery4_checkServerResponseOnly(DnsQuery *query) {
     return 0;
   clear_results(*query);
   int responded = 0;
-  dnsQuery4_main(query, &responded, torvane::dns_type_a);
-  dnsQuery4_main(query, &responded, torvane::dns_type_aaaa);
+  dnsQuery4_main(query, &responded, dns_type_a);
+  dnsQuery4_main(query, &responded, dns_type_aaaa);
   return responded;
 }
 
@@ -245,30 +220,6 @@ int dnsQuery4_main(DnsQuery *query, int *responded, uint16_t qtype) {
       return 1;
   }
   return 0;
-}
-
-void dnsNameToLabels(unsigned char *out, const char *name) {
-  if (out && name)
-    put_labels(out, name);
-}
-
-char *dnsReadName(const unsigned char *at, const unsigned char *message, int *consumed) {
-  if (!at || !message || !consumed || at < message)
-    return nullptr;
-  *consumed = 1;
-  char *name = static_cast<char *>(malloc(dns_name_size));
-  if (!name)
-    return nullptr;
-  // Nothing tells where the message ends. A name that is not refused lies within these bytes.
-  const size_t start = static_cast<size_t>(at - message);
-  MessageReader reader({message, std::max(start, largest_pointer) + dns_name_size + 1}, start);
-  reader.name(name);
-  if (reader.failed()) {
-    free(name);
-    return nullptr;
-  }
-  *consumed = static_cast<int>(reader.at() - start);
-  return name;
 }
 
 } // extern "C"

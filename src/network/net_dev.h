@@ -1,20 +1,63 @@
-// "/proc/net/dev": two lines of headings, then one line for each interface: blanks, its name, ":", its counters.
+// "/proc/net/dev", the kernel's file of interface counters, as a range of its lines:
+//
+//   for (const NetDevLine &line : net_dev) ...
+//
+// The file has two lines of headings, then a line for each interface: blanks, its name, ":", its counters.
 #pragma once
 
 #include <stdio.h>
 
+#include "base/owners.h"
+
 namespace torvane {
 
-constexpr int net_dev_line = 256; // bytes of a reader's line buffer
+// One interface. All three point into the same text, which a reader may change.
+struct NetDevLine {
+  char *text;  // the line from its start, with its line feed
+  char *name;  // the text from the name on
+  char *colon; // the ":" behind the name; the counters follow it
+};
 
-// Null when it cannot be opened; else the caller's, and the next line read is that of the first interface.
-inline FILE *open_net_dev() {
-  FILE *file = fopen("/proc/net/dev", "re");
-  char heading[net_dev_line];
-  for (int i = 0; file && i < 2; i++)
-    if (!fgets(heading, sizeof(heading), file))
-      break;
-  return file;
-}
+// A line is valid until the next one is read. What is left of a line longer than the buffer counts as no interface.
+class NetDev {
+ public:
+  NetDev();
+  explicit operator bool() const {
+    return static_cast<bool>(file_);
+  }
+
+  struct End {};
+  class Iterator {
+   public:
+    explicit Iterator(NetDev *file) : file_(file) {}
+    const NetDevLine &operator*() const {
+      return file_->line_;
+    }
+    Iterator &operator++() {
+      file_->read_line();
+      return *this;
+    }
+    bool operator!=(End) const {
+      return file_->line_.name != nullptr;
+    }
+
+   private:
+    NetDev *file_;
+  };
+  Iterator begin() {
+    read_line();
+    return Iterator(this);
+  }
+  static End end() {
+    return {};
+  }
+
+ private:
+  void read_line();
+
+  File file_;
+  NetDevLine line_ = {}; // null pointers behind the last interface
+  char buffer_[256];
+};
 
 } // namespace torvane

@@ -9,13 +9,16 @@
 #include <algorithm>
 
 #include "base/detached_thread.h"
+#include "base/fields.h"
 #include "base/lock.h"
+#include "base/owners.h"
 #include "base/records.h"
 #include "base/trace.h"
-#include "network/net_dev.h"
 #include "torvane/ipc.h"
 #include "torvane/list.h"
 #include "torvane/monitor.h"
+
+using namespace torvane;
 
 namespace {
 
@@ -25,49 +28,12 @@ constexpr uint8_t exit_asked = 1;         // in bm_head.exit
 constexpr uint16_t sampled = 1;           // in bm_iface.flags
 constexpr uint16_t longest_history = 257; // entries of one interface
 
-using Interfaces = torvane::Records<bm_iface, offsetof(bm_iface, link)>;
-using Samples = torvane::Records<bm_sample, offsetof(bm_sample, link)>;
+using Interfaces = Records<bm_iface, offsetof(bm_iface, link)>;
+using Samples = Records<bm_sample, offsetof(bm_sample, link)>;
 
-// The columns of a line, from left to right. One that is not there is 0.
-class Columns {
- public:
-  explicit Columns(const char *text) : at_(text) {}
-  uint64_t next() {
-    char *end;
-    const uint64_t value = strtoull(at_, &end, 10);
-    at_ = end;
-    return value;
-  }
-  // The kernel counts in 64 bits what the record holds in 32.
-  uint32_t next32() {
-    return static_cast<uint32_t>(std::min<uint64_t>(next(), UINT32_MAX));
-  }
+// This and what follows up to the exported functions is called with the semaphore taken.
 
- private:
-  const char *at_;
-};
-
-void parse_counters(const char *text, rxtx_stats *out) {
-  Columns columns(text);
-  out->rx_bytes = columns.next();
-  out->rx_packets = columns.next();
-  out->rx_errors = columns.next32();
-  out->rx_drops = columns.next32();
-  out->rx_fifo = columns.next32();
-  out->rx_frame = columns.next32();
-  out->rx_compressed = columns.next32();
-  out->rx_multicast = columns.next32();
-  out->tx_bytes = columns.next();
-  out->tx_packets = columns.next();
-  out->tx_errors = columns.next32();
-  out->tx_drops = columns.next32();
-  out->tx_fifo = columns.next32();
-  out->tx_collisions = columns.next32();
-  out->tx_carrier = columns.next32();
-  out->tx_compressed = columns.next32();
-}
-
-// Null when there is none. With the semaphore taken, as everything below.
+// Returns null when the monitor does not have the interface.
 bm_iface *find(const char *name, bm_head *head) {
   for (bm_iface &iface : Interfaces(&head->link))
     if (strcmp(iface.name, name) == 0)
@@ -84,11 +50,12 @@ void release(bm_iface *iface) {
   free(iface);
 }
 
-// The oldest entry makes room once the history is full. Without memory this sample is left out.
+// Appends the current rates to the history. Once it is full the oldest entry makes room; without memory the sample is
+// left out.
 void remember_rates(bm_iface &iface) {
   bm_sample *entry;
   if (iface.history_count >= longest_history) {
-    entry = torvane::record_of<bm_sample>(iface.history.next, offsetof(bm_sample, link));
+    entry = record_of<bm_sample>(iface.history.next, offsetof(bm_sample, link));
     list_del(&entry->link);
     iface.history_count--;
   } else {
@@ -119,7 +86,7 @@ void sample_interfaces(bm_head *head, unsigned seconds) {
   }
 }
 
-// A period of 0, which no caller may set, is neither divided by nor spun on.
+// Seconds between two passes. A period of 0, which no caller may set, is neither divided by nor spun on.
 unsigned period_of(const bm_head *head) {
   return std::max<unsigned>(head->period, 1);
 }
@@ -128,28 +95,10 @@ unsigned period_of(const bm_head *head) {
 
 extern "C" {
 
-int get_rxtx_by_ifname(const char *name, rxtx_stats *out) {
-  FILE *file = name && out ? torvane::open_net_dev() : nullptr;
-  if (!file)
-    return 1;
-  *out = {};
-  int result = 1;
-  char line[torvane::net_dev_line];
-  while (result != 0 && fgets(line, sizeof(line), file)) {
-    const char *colon = strstr(line, name) ? strchr(line, ':') : nullptr;
-    if (colon) {
-      parse_counters(colon + 1, out);
-      result = 0;
-    }
-  }
-  fclose(file);
-  return result;
-}
-
 int init_bm(bm_head *head, int semkey, unsigned char period, unsigned char history) {
   if (!head)
     return 0;
-  torvane::list_make_empty(&head->link);
+  list_make_empty(&head->link);
   head->count = 0;
   head->history = history;
   head->period = period;
@@ -160,7 +109,7 @@ int init_bm(bm_head *head, int semkey, unsigned char period, unsigned char histo
 
 int bm_start(bm_head *head) {
   pthread_t thread;
-  if (!head || !torvane::start_detached(&thread, torvane::default_stack, bmThread, head))
+  if (!head || !start_detached(&thread, default_stack, bmThread, head))
     return 1;
   TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(thread));
   return 0;
@@ -170,17 +119,15 @@ int add_bm_by_iface(const char *name, bm_head *head) {
   if (!name || !head || strlen(name) >= sizeof(bm_iface::name))
     return 0;
   del_bm_by_iface(name, head);
-  bm_iface *iface = static_cast<bm_iface *>(calloc(1, sizeof(bm_iface)));
+  HeapBlock<bm_iface> iface(allocate_zeroed<bm_iface>());
   if (!iface)
     return 0;
-  strcpy(iface->name, name); // NOLINT(clang-analyzer-security.insecureAPI.strcpy): its length was looked at
-  torvane::list_make_empty(&iface->history);
+  set_text(iface->name, name);
+  list_make_empty(&iface->history);
 
-  if (!TAKE_SEMAPHORE(head->semid)) {
-    free(iface);
+  if (!TAKE_SEMAPHORE(head->semid))
     return 0;
-  }
-  list_add_tail(&iface->link, &head->link);
+  list_add_tail(&iface.release()->link, &head->link);
   head->count++;
   GIVE_SEMAPHORE(head->semid);
   return 1;
@@ -210,9 +157,9 @@ int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
   return known;
 }
 
-// When the semaphore is gone no pass is made: what it guards is not touched without it, and it is not given back without
-// having been taken. Only the exit bit is looked at anyway, so that such a monitor can still be ended; then nobody else
-// can have the list, and it is freed all the same.
+// When the semaphore is gone the thread makes no pass: it touches nothing that the semaphore guards, and gives nothing
+// back that it has not taken. It still looks at the exit bit, so that such a monitor can be ended; then nobody else can
+// have the list, and the thread frees it all the same.
 void *bmThread(void *head) {
   bm_head *const monitor = static_cast<bm_head *>(head);
   if (!monitor)
@@ -237,9 +184,9 @@ void *bmThread(void *head) {
   held = TAKE_SEMAPHORE(monitor->semid);
   for (bm_iface &iface : Interfaces(&monitor->link)) {
     list_del(&iface.link);
-    free(&iface); // its history stays allocated, for callers that still read it
+    free(&iface); // its history stays allocated: this is meant, callers may still read it
   }
-  // From here on the monitor may be gone: whoever finds the list empty under the semaphore knows that this is the end.
+  // A caller that finds the list empty under the semaphore may free the monitor, so this is the last use of it.
   if (held)
     GIVE_SEMAPHORE(monitor->semid);
   return nullptr;

@@ -1,7 +1,7 @@
 // The select service: a thread that waits on sockets and calls its owner's handlers.
 //
-// The thread can be cancelled at any instruction. It owns nothing that only a destructor would give back, and is not
-// cancelled while a lock of the C library is taken for it: in a trace, in perror, in free.
+// The thread can be cancelled at any instruction. So it owns nothing that only a destructor would give back, and it
+// holds cancellation off while it has a lock of the C library: in a trace, in perror, in free.
 #include <errno.h>
 #include <netinet/in.h>
 #include <pthread.h>
@@ -14,7 +14,8 @@
 
 #include "base/cancellation.h"
 #include "base/detached_thread.h"
-#include "base/heap_block.h"
+#include "base/owners.h"
+#include "base/socket_address.h"
 #include "base/trace.h"
 #include "network/socket_words.h"
 #include "torvane/address.h"
@@ -22,7 +23,7 @@
 #include "torvane/socket.h"
 #include "torvane/trace.h"
 
-using torvane::text_of;
+using namespace torvane;
 
 namespace {
 
@@ -34,7 +35,7 @@ enum ExitCode { exit_normal = 0, exit_peer_closed = 3 };
 
 constexpr int stop = 1; // the one value of the exit flag that ends the service
 
-// Made by socket_select, then the thread's, which frees it.
+// socket_select makes it; the thread owns it and frees it.
 struct Service {
   int fd;
   socket_handler_set handlers;
@@ -46,28 +47,28 @@ struct Service {
   uint8_t one_shot;
 };
 
-// The thread's own.
+// What the thread watches.
 struct Watch {
   fd_set watched;
   fd_set ready; // what select made of it
-  int lowest;   // descriptors ever seen
+  int lowest;   // of all descriptors seen so far
   int highest;
   int exit_flag;
 };
 
 void tell_error(const char *what) {
-  const int cancellable = torvane::hold_cancellation();
+  const int cancellable = hold_cancellation();
   perror(what);
-  torvane::restore_cancellation(cancellable);
+  restore_cancellation(cancellable);
 }
 
-// Only a listening socket's handlers are looked at for it beforehand.
+// The handler may be missing: socket_select asks for one only on listening sockets.
 void end_cycle(const Service &service, fd_set *watched, Watch &watch) {
   if (service.handlers.on_cycle)
     service.handlers.on_cycle(service.tid, watched, &watch.exit_flag);
 }
 
-// Waits for something to do; false when a handler stopped the service meanwhile.
+// Waits for something to do. Returns false when a handler stopped the service meanwhile.
 bool wait_for_work(const Service &service, Watch &watch) {
   for (;;) {
     timeval timeout = {service.timeout_sec, service.timeout_usec}; // select counts it down
@@ -76,7 +77,7 @@ bool wait_for_work(const Service &service, Watch &watch) {
         select(watch.highest + 1, &watch.ready, nullptr, nullptr, service.has_timeout ? &timeout : nullptr);
     if (count == -1) {
       const int error = errno;
-      if (torvane::to_be_tried_again(error))
+      if (to_be_tried_again(error))
         continue;
       service.handlers.on_error(service.tid, error_select);
       errno = error;
@@ -101,7 +102,7 @@ void accept_connection(const Service &service, Watch &watch) {
   int fd;
   do {
     socklen_t length = sizeof(address);
-    fd = accept(service.fd, torvane::as_sockaddr(address), &length);
+    fd = accept(service.fd, as_sockaddr(address), &length);
   } while (fd == -1 && errno == EAGAIN);
   if (fd == -1) {
     tell_error("accept:");
@@ -122,7 +123,7 @@ void accept_connection(const Service &service, Watch &watch) {
 }
 
 void serve_connection(const Service &service, Watch &watch, int fd) {
-  if (torvane::bytes_waiting(fd) == 0) {
+  if (bytes_waiting(fd) == 0) {
     service.handlers.on_close(service.tid, fd);
     FD_CLR(fd, &watch.watched);
     return;
@@ -143,16 +144,16 @@ void serve_listener(const Service &service, Watch &watch) {
       serve_connection(service, watch, fd);
 }
 
-// False when the peer has closed.
+// Returns false when the peer has closed.
 bool serve_single(const Service &service, Watch &watch) {
   if (!FD_ISSET(service.fd, &watch.ready))
     return true;
-  if (torvane::bytes_waiting(service.fd) == 0) {
+  if (bytes_waiting(service.fd) == 0) {
     service.handlers.on_close(service.tid, service.fd);
     FD_CLR(service.fd, &watch.watched);
     return false;
   }
-  uint8_t remove = 0; // the only socket of a service stays in its set
+  uint8_t remove = 0; // this is meant: the only socket of a service stays in its set, whatever the handler says
   service.handlers.on_data(service.tid, service.fd, &remove);
   return true;
 }
@@ -181,16 +182,16 @@ extern "C" {
 int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, const socket_handler_set *handlers,
                   pthread_t *thread) {
   if (!handlers || !thread) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_error_args));
+    TRACE_NO_PROCESS("%s\n", text_of(word_error_args));
     return 1;
   }
   if (fd >= FD_SETSIZE) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    TRACE_NO_PROCESS("%s\n", text_of(word_handler_error));
     return 1;
   }
-  torvane::HeapBlock<Service> service;
-  if (!service.get()) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_malloc_fail));
+  HeapBlock<Service> service(allocate_zeroed<Service>());
+  if (!service) {
+    TRACE_NO_PROCESS("%s\n", text_of(word_malloc_fail));
     return 1;
   }
   service->fd = fd;
@@ -201,7 +202,7 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
   service->one_shot = (opts & SOCKET_OPT_ONESHOT) != 0;
 
   if (service->has_timeout && !handlers->on_timeout) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    TRACE_NO_PROCESS("%s\n", text_of(word_handler_error));
     return 1;
   }
   socklen_t length = sizeof(service->listening);
@@ -214,16 +215,16 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
   }
   if ((service->listening && !(handlers->on_accept && handlers->on_cycle)) || !handlers->on_close ||
       !handlers->on_data || !handlers->on_error || !handlers->on_exit) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_handler_error));
+    TRACE_NO_PROCESS("%s\n", text_of(word_handler_error));
     return 1;
   }
 
   pthread_t started;
-  if (!torvane::start_detached(&started, torvane::default_stack, socket_select_hdlr, service.get())) {
-    TRACE_NO_PROCESS("%s\n", text_of(torvane::word_thread_error));
+  if (!start_detached(&started, default_stack, socket_select_hdlr, service.get())) {
+    TRACE_NO_PROCESS("%s\n", text_of(word_thread_error));
     return 1;
   }
-  service.release(); // the thread has it
+  service.release(); // the thread owns it now
   TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(started));
   *thread = started;
   return 0;
@@ -249,7 +250,7 @@ void *socket_select_hdlr(void *ctx) {
   TRACE("Exit pid=%d,ppid=%d\n", static_cast<int>(getpid()), static_cast<int>(getppid()));
   if (ended == exit_normal)
     service->handlers.on_exit(service->tid, exit_normal);
-  torvane::hold_cancellation();
+  hold_cancellation();
   free(service);
   return nullptr;
 }

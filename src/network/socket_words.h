@@ -1,18 +1,13 @@
-// What the endpoint calls, the select service and the DNS client share.
+// The words of LogStrMap, which traces of the endpoint calls and the select service are put together from.
 #pragma once
 
-#include <errno.h>
-#include <netinet/in.h>
 #include <stdint.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include "torvane/map.h"
 #include "torvane/socket.h"
 
 namespace torvane {
 
-// Ids of LogStrMap.
 enum SocketWord : uint32_t {
   word_malloc_fail = 0,
   word_error_args = 1,
@@ -31,33 +26,6 @@ enum SocketWord : uint32_t {
 
 inline const char *text_of(SocketWord word) {
   return TxtMapById(LogStrMap, word);
-}
-
-// That can be read at once; 0 also when the kernel does not tell. Of a datagram socket those of the first datagram.
-inline int bytes_waiting(int fd) {
-  int count = 0;
-  return ioctl(fd, FIONREAD, &count) == -1 ? 0 : count;
-}
-
-inline bool to_be_tried_again(int error) {
-  return error == EAGAIN || error == EINTR;
-}
-
-// Both in network order.
-inline sockaddr_in socket_address(uint32_t ip, uint16_t port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = ip;
-  address.sin_port = port;
-  return address;
-}
-
-inline const sockaddr *as_sockaddr(const sockaddr_in &address) {
-  return reinterpret_cast<const sockaddr *>(&address);
-}
-
-inline sockaddr *as_sockaddr(sockaddr_in &address) {
-  return reinterpret_cast<sockaddr *>(&address);
 }
 
 } // namespace torvane

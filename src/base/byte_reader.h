@@ -1,0 +1,63 @@
+// Reading bytes that came from elsewhere: DNS replies, netlink messages. Every byte of them passes through here.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include <span>
+
+namespace torvane {
+
+// Reads received bytes one after the other, from a place in them on. What lies outside of them reads as 0 and makes the
+// reader fail, for good: a parser asks once, at the end of what belongs together.
+class ByteReader {
+ public:
+  explicit ByteReader(std::span<const uint8_t> bytes, size_t at = 0) : bytes_(bytes), at_(at) {}
+
+  bool failed() const {
+    return failed_;
+  }
+  void fail() {
+    failed_ = true;
+  }
+
+  // The number of all bytes, and the place among them of the next one.
+  size_t size() const {
+    return bytes_.size();
+  }
+  size_t at() const {
+    return at_;
+  }
+  void go_to(size_t at) {
+    at_ = at;
+  }
+  // Bytes that are left to read; 0 once the reader has failed.
+  size_t left() const {
+    return failed_ || at_ > bytes_.size() ? 0 : bytes_.size() - at_;
+  }
+
+  uint8_t byte();
+  // Two bytes in network order.
+  uint16_t word();
+  void skip(size_t count);
+  // Leaves `out` as it was when there are not as many bytes.
+  void copy(void *out, size_t count);
+
+  // A record in the byte order of this machine; zeroed when there are not as many bytes.
+  template <typename Record>
+  Record record() {
+    Record out = {};
+    copy(&out, sizeof(out));
+    return out;
+  }
+  // The next `count` bytes as a reader of their own; this one goes on behind them. Both fail when there are not as many.
+  ByteReader part(size_t count);
+
+ private:
+  std::span<const uint8_t> bytes_;
+  size_t at_;
+  bool failed_ = false;
+};
+
+} // namespace torvane
