@@ -30,6 +30,12 @@ class Owner {
   explicit operator bool() const {
     return record_ != nullptr;
   }
+  // Gives back what it holds and owns another record from here on.
+  void reset(Record *record) {
+    if (record_)
+      GiveBack(record_);
+    record_ = record;
+  }
   // From here on the record is the caller's.
   Record *release() {
     Record *const record = record_;

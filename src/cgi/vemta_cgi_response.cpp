@@ -46,7 +46,8 @@ int j_html_enc(const char *src, char *dst, int size) {
     return 1;
   const size_t room = static_cast<size_t>(size);
   size_t position = 0;
-  // An entity that had to be cut counts in full, so the position may go past the end; nothing is stored from there on.
+  // This is meant: an entity that had to be cut counts in full. So the position may go past the end, and nothing is stored
+  // from there on.
   while (*src && position < room - 1) {
     const size_t left = room - 1 - position;
     if (const Entity *entity = entity_of(*src)) {
@@ -93,7 +94,7 @@ void gen_xml(char *buf, int size, const char *tag, const char *value, int mode) 
   size_t length = strnlen(buf, whole);
   if (tag && value) {
     const size_t room = whole - length;
-    // A value that misses its place by just the terminator is refused; a longer one is cut. Callers know it so.
+    // This is meant: a value that misses its place by just the terminator is refused, and a longer one is cut.
     if (static_cast<int64_t>(strlen(value)) ==
         static_cast<int64_t>(room) - 2 * static_cast<int64_t>(strlen(tag)) - brackets) {
       TRACE("buffer overflow.\n");

@@ -3,9 +3,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/owners.h"
 #include "base/trace.h"
 #include "torvane/text.h"
 #include "torvane/xml_lookup.h"
+#include "xml/xml.h"
+
+using namespace torvane;
 
 namespace {
 
@@ -17,8 +21,8 @@ bool ends_tag_name(char c) {
   return c == ' ' || c == '/' || c == '>';
 }
 
-// Where the name ends in the first start tag with `pattern` ("<name"); null when there is none. Upper and lower case
-// are one at the first place that is looked at, and two at those after it.
+// Returns where the name ends in the first start tag with `pattern` ("<name"), or null when there is none. This is meant:
+// case does not matter at the first place that is looked at, and matters at those after it.
 const char *find_start_tag(const char *text, const char *pattern) {
   const char *found = strcasestr(text, pattern);
   while (found) {
@@ -65,44 +69,35 @@ int _get_element_value(const char *text, char *dest, int size, const char *name)
 int get_element_value(const char *text, char *dest, int size, const char *path) {
   if (!text || !dest || !path)
     return 0;
-  const size_t path_size = strlen(path) + 1;
-  char *const components = static_cast<char *>(calloc(1, path_size));
+  const HeapBlock<char> components(duplicate(path));
   if (!components) {
     TRACE("cannot alloc memory, return error\n");
     return 0;
   }
-  memcpy(components, path, path_size);
 
-  int found;
-  char *outer = nullptr; // content of the element found last, in which the next one is looked for
-  for (char *component = components;;) {
+  HeapBlock<char> outer(nullptr); // content of the element found last, in which the next one is looked for
+  for (char *component = components.get();;) {
     // A path that begins with "/" has it in its first name, which no element has.
     char *rest = component + strspn(component, "/");
     rest += strcspn(rest, "/");
     if (*rest)
       *rest++ = '\0';
-    if (!*rest) {
-      found = _get_element_value(text, dest, size, component);
-      break;
-    }
+    if (!*rest)
+      return _get_element_value(text, dest, size, component);
 
     const size_t length = strlen(text);
-    char *const content = static_cast<char *>(calloc(1, length + 1)); // one more than is ever filled: a terminator
+    char *const content = allocate_zeroed<char>(length + 1); // one byte more than is ever filled: a terminator
     if (!content) {
       TRACE("cannot alloc memory, return error\n");
-      found = 0;
-      break;
+      return 0;
     }
-    found = _get_element_value(text, content, static_cast<int>(length), component);
-    free(outer);
-    text = outer = content;
+    const int found = _get_element_value(text, content, static_cast<int>(length), component);
+    outer.reset(content);
     if (!found)
-      break;
+      return 0;
+    text = content;
     component = rest;
   }
-  free(outer);
-  free(components);
-  return found;
 }
 
 } // extern "C"
