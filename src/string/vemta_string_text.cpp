@@ -1,8 +1,6 @@
-// String guards and utilities: what web handlers check and escape before a text meets the shell, and small functions
-// that several modules share.
+// Small functions on texts.
 #include <ctype.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
@@ -11,17 +9,7 @@
 
 namespace {
 
-constexpr char module_name[] = "vemta_string";
-
-constexpr char injection_characters[] = "`&\"#*?~>^<)({}[]\n\f\\;'|";
-constexpr char shell_characters[] = "\n\f\"#$&()*;<>?[\\]^`{|}~"; // a single quote is handled apart
-constexpr char special_characters[] = "` \\/'\";|!@$^&()=,:*?<>[]{}";
-
-// Of a text of which every character but the terminator counts.
-bool holds(const char *characters, char c) {
-  return c != '\0' && strchr(characters, c) != nullptr;
-}
-
+// Returns whether the text has only characters of one class; an empty text has.
 bool only(int (*belongs)(int), const char *text) {
   while (belongs(static_cast<unsigned char>(*text)))
     text++;
@@ -38,47 +26,6 @@ void change_each(int (*change)(int), char *text) {
 } // namespace
 
 extern "C" {
-
-int hasInjectionString(const char *text) {
-  if (!text || (!strpbrk(text, injection_characters) && !strstr(text, "$(")))
-    return 0;
-  printf("[%s::%s::%d] Injection string: %s\n", module_name, __func__, __LINE__, text);
-  return 1;
-}
-
-int escapeShellCommand(const char *text, char **dst) {
-  if (!text || !dst || !*dst)
-    return 1;
-  char *out = *dst;
-  const char *const end = text + strlen(text);
-  for (; text < end && *text != '\''; text++) {
-    if (holds(shell_characters, *text))
-      *out++ = '\\';
-    *out++ = *text;
-  }
-  // The walk does not get past a single quote. One that has a partner writes nothing from here on; one without is
-  // written anew for every character that is left.
-  if (text == end || memchr(text + 1, '\'', static_cast<size_t>(end - text - 1)))
-    return 0;
-  for (; text < end; text++) {
-    *out++ = '\\';
-    *out++ = '\'';
-  }
-  return 0;
-}
-
-int SpecialCharConvert(const char *src, int len, char *dst, int size) {
-  if (!src || !dst || size < len || size < 0)
-    return -1;
-  memset(dst, 0, static_cast<size_t>(size));
-  int count = 0;
-  for (int i = 0; i < len && count < size; i++) {
-    if (holds(special_characters, src[i]))
-      dst[count++] = '\\';
-    dst[count++] = src[i]; // one byte past `size` when the backslash took the last place, as the callers know
-  }
-  return count;
-}
 
 int is_hex(const char *text) {
   return text && only(isxdigit, text);
@@ -126,7 +73,8 @@ char *j_replace(char *text, const char *pattern, const char *replacement) {
   constexpr size_t largest_result = 4096; // with its terminator
   const size_t pattern_length = strlen(pattern), replacement_length = strlen(replacement);
   size_t length = strlen(text);
-  // Every pass begins at the start again: a replacement may complete another occurrence with what stands around it.
+  // Every pass begins at the start again, because a replacement may complete another occurrence with what stands around
+  // it.
   while (char *found = strstr(text, pattern)) {
     const size_t new_length = length - pattern_length + replacement_length;
     if (new_length >= largest_result)
