@@ -4,11 +4,14 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/owners.h"
 #include "torvane/cfg.h"
+
+using namespace torvane;
 
 namespace {
 
-enum Result { success = 0, no_path = 1, not_openable = 3, no_table = 4, unknown_key = 5 };
+enum { success = 0, no_path = 1, not_openable = 3, no_table = 4, unknown_key = 5 };
 
 bool is_blank(char c) {
   return isspace(static_cast<unsigned char>(c)) != 0;
@@ -59,12 +62,10 @@ int cfg_construct(const char *path, CfgEntry *table, int rows) {
     return no_table;
   if (!path)
     return no_path;
-  FILE *file = fopen(path, "re");
+  const File file(fopen(path, "re"));
   if (!file)
     return not_openable;
-  const int result = cfg_parse_file(file, table, rows);
-  fclose(file);
-  return result;
+  return cfg_parse_file(file.get(), table, rows);
 }
 
 int cfg_parse_file(FILE *file, CfgEntry *table, int rows) {

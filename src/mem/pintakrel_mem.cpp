@@ -12,6 +12,8 @@
 #include "torvane/list.h"
 #include "torvane/memory.h"
 
+using namespace torvane;
+
 namespace {
 
 constexpr char trace_module[] = "pintakrel_mem";
@@ -19,23 +21,23 @@ constexpr char trace_module[] = "pintakrel_mem";
 constexpr int no_semaphore = -1;
 
 XmemPool *pool;
-XmemRecord records[256]; // free while its ptr is null; without a pool all of them are
+XmemRecord records[256]; // a record is free while its ptr is null; without a pool all are free
 
-// The semaphore ends with the pool, and may be gone before. The table of this process and the pool itself are kept
-// whole by a lock of their own, inside which the semaphore is taken.
+// The semaphore ends with the pool, and may be gone before. So a lock of its own keeps the table of this process and the
+// pool itself whole; the semaphore is taken inside it.
 pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
-int cancellable; // of the thread that has the lock, before it took it
+int cancellability; // the state of the thread that has the table's lock, before it took it
 
 void lock_table() {
-  const int before = torvane::hold_cancellation();
+  const int before = hold_cancellation();
   pthread_mutex_lock(&table_lock);
-  cancellable = before;
+  cancellability = before;
 }
 
 void unlock_table() {
-  const int before = cancellable;
+  const int before = cancellability;
   pthread_mutex_unlock(&table_lock);
-  torvane::restore_cancellation(before);
+  restore_cancellation(before);
 }
 
 // Takes the table and the library's lock. Returns false, with nothing taken, when there is no pool.
@@ -54,7 +56,7 @@ void leave(const char *func) {
   unlock_table();
 }
 
-using Blocks = torvane::Records<XmemRecord, offsetof(XmemRecord, node)>;
+using Blocks = Records<XmemRecord, offsetof(XmemRecord, node)>;
 
 Blocks live_blocks() {
   return Blocks(&pool->blocks);
@@ -73,7 +75,7 @@ void describe(XmemRecord &record, uint32_t members, uint32_t size, uint32_t flag
   record.flag = flag;
 }
 
-// The record is free from here on; its block is the caller's affair.
+// Makes the record free. Its block is the caller's affair.
 void forget(XmemRecord &record) {
   list_del(&record.node);
   record.ptr = nullptr;
@@ -128,10 +130,10 @@ int xmem_init(int semkey) {
     pool = static_cast<XmemPool *>(malloc(sizeof(XmemPool)));
     if (pool) {
       pool->semid = no_semaphore;
-      torvane::list_make_empty(&pool->blocks);
+      list_make_empty(&pool->blocks);
     }
   }
-  // A pool that works is left alone. One whose semaphore could not be had before gets it now.
+  // A pool that works is left alone. A pool that could not get its semaphore before gets it now.
   if (pool && pool->semid == no_semaphore) {
     if (sem_create(semkey, &pool->semid) == 0)
       result = 0;
@@ -170,7 +172,7 @@ void *xrealloc(void *block, uint32_t size, uint32_t flag) {
   return renewed;
 }
 
-void xfree(void *block) { // cppcheck-suppress constParameter ; it is freed
+void xfree(void *block) { // cppcheck-suppress constParameter ; the block is freed
   if (!enter(__func__))
     return;
   for (XmemRecord &record : live_blocks()) {

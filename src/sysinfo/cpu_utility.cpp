@@ -5,7 +5,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/owners.h"
 #include "torvane/cpu.h"
+
+using namespace torvane;
 
 namespace {
 
@@ -19,19 +22,20 @@ uint64_t sum(const cpu_sample &sample) {
 extern "C" {
 
 cpu_sample *cpu_utility_get_stat(void) {
-  FILE *stat = fopen("/proc/stat", "re");
+  File stat(fopen("/proc/stat", "re"));
   if (!stat)
     return nullptr;
   char line[128];
-  if (!fgets(line, sizeof(line), stat) || !strstr(line, "cpu"))
-    return nullptr; // cppcheck-suppress resourceLeak ; stays open, as the header says
-  cpu_sample *sample = static_cast<cpu_sample *>(calloc(1, sizeof(cpu_sample)));
+  if (!fgets(line, sizeof(line), stat.get()) || !strstr(line, "cpu")) {
+    stat.release(); // this is meant: the file stays open, as the header says
+    return nullptr;
+  }
+  cpu_sample *sample = allocate_zeroed<cpu_sample>();
   if (sample)
     sscanf(line, // NOLINT(cert-err34-c): counters that older kernels do not have stay 0
            "cpu %" SCNu64 " %" SCNu64 " %" SCNu64 " %" SCNu64 " %" SCNu64 " %" SCNu64 " %" SCNu64 " %" SCNu64,
            &sample->user, &sample->nice, &sample->system, &sample->idle, &sample->iowait, &sample->irq,
            &sample->softirq, &sample->steal);
-  fclose(stat);
   return sample;
 }
 

@@ -11,26 +11,29 @@
 
 #include <algorithm>
 
+#include "base/owners.h"
 #include "base/text_writer.h"
 #include "base/trace.h"
 #include "torvane/flash.h"
 #include "torvane/process.h"
 
+using namespace torvane;
+
 namespace {
 
 constexpr char trace_module[] = "sulnor_convert";
 
-// What stands before the number, by query kind.
+// The text before the number, by query kind.
 constexpr const char *name_prefixes[] = {"", "/dev/mtd", "/dev/mtdblock", "mtd", "mtdblock"};
 
-// The reason is that of the result -1 and not of errno, as readers of these lines know them.
+// This is meant: the reason belongs to the result -1 and not to errno. Readers of these lines know them so.
 const char *reason_of_failure() {
   return strerror(-1);
 }
 
 template <size_t Size>
 void write_name(char (&field)[Size], uint32_t kind, uint32_t num) {
-  torvane::TextWriter(field).append("%s%u", name_prefixes[kind], num);
+  TextWriter(field).append("%s%u", name_prefixes[kind], num);
 }
 
 void write_all(void *out, uint32_t size_of_partition, uint32_t num) {
@@ -45,8 +48,6 @@ void write_all(void *out, uint32_t size_of_partition, uint32_t num) {
 }
 
 } // namespace
-
-using torvane::TextWriter;
 
 extern "C" {
 
@@ -77,16 +78,16 @@ int getMtdInfo(const uint32_t *num, struct mtd_info_user *info) {
     return 0;
   char path[32];
   TextWriter(path).append("/dev/mtd%d", static_cast<int>(*num));
-  const int fd = open(path, O_RDWR | O_CLOEXEC);
-  if (fd == -1) {
+  const Descriptor fd(open(path, O_RDWR | O_CLOEXEC));
+  if (!fd) {
     printf("open mtd device fail!! reason:%s\n", reason_of_failure());
     return 0;
   }
-  const bool told = ioctl(fd, MEMGETINFO, info) != -1;
-  if (!told)
-    printf("ioctl error!! fd:%d, reason:%s\n", fd, reason_of_failure());
-  close(fd);
-  return told;
+  if (ioctl(fd.get(), MEMGETINFO, info) == -1) {
+    printf("ioctl error!! fd:%d, reason:%s\n", fd.get(), reason_of_failure());
+    return 0;
+  }
+  return 1;
 }
 
 int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, uint32_t kind, const uint32_t *num) {
@@ -107,7 +108,7 @@ int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, 
         TRACE("over size!! querySize:%d > outputSize:%d", static_cast<int>(text.length()), static_cast<int>(size));
         return 0;
       }
-      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`, as the callers know
+      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`; callers know that
       return 1;
     }
     case MTD_QUERY_NUM:

@@ -10,24 +10,27 @@
 #include <sys/statvfs.h>
 
 #include "base/fields.h"
+#include "base/owners.h"
 #include "base/records.h"
 #include "base/text_writer.h"
 #include "base/trace.h"
 #include "torvane/disk.h"
 #include "torvane/list.h"
 
+using namespace torvane;
+
 namespace {
 
 constexpr char trace_module[] = "vemta_usb";
 
-using Disks = torvane::Records<disk_info, offsetof(disk_info, list)>;
+using Disks = Records<disk_info, offsetof(disk_info, list)>;
 
 void append_disk(list_node *list, const char *path, const char *name, const struct statvfs &status) {
-  disk_info *disk = static_cast<disk_info *>(calloc(1, sizeof(disk_info)));
+  disk_info *disk = allocate_zeroed<disk_info>();
   if (!disk)
     return;
-  torvane::set_text(disk->path, path);
-  torvane::set_text(disk->name, name);
+  set_text(disk->path, path);
+  set_text(disk->name, name);
   disk->total = static_cast<uint64_t>(status.f_blocks) * status.f_bsize;
   disk->free = static_cast<uint64_t>(status.f_bfree) * status.f_bsize;
   list_add_tail(&disk->list, list);
@@ -46,17 +49,17 @@ int vemta_get_disk_info(const char *dir, list_node *list) {
     TRACE("list head is null\n");
     return 1;
   }
-  DIR *entries = opendir(dir);
+  const Directory entries(opendir(dir));
   if (!entries) {
     TRACE("Cannot open dir: %s\n", dir);
     return 1;
   }
-  // A stream of one's own is read safely beside other threads, and only errno tells its end from an error.
+  // Other threads do no harm to a stream that they do not have. Only errno tells its end from an error.
   errno = 0;
-  while (const dirent *entry = readdir(entries)) {
+  while (const dirent *entry = readdir(entries.get())) {
     if (entry->d_name[0] != '.') {
       char path[1024];
-      torvane::TextWriter(path).append("%s/%s", dir, entry->d_name);
+      TextWriter(path).append("%s/%s", dir, entry->d_name);
       struct statvfs status;
       if (statvfs(path, &status) == 0)
         append_disk(list, path, entry->d_name, status);
@@ -67,7 +70,6 @@ int vemta_get_disk_info(const char *dir, list_node *list) {
   }
   if (errno != 0)
     TRACE("Error occuried when readdir_r (%d)\n", errno);
-  closedir(entries);
   return 0;
 }
 

@@ -3,14 +3,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "torvane/memory.h"
 #include "torvane/words.h"
 
 namespace {
 
 constexpr char text_of_null[] = "(null)";
 
-// The handle that was closed last, while `str_fp` may still hold it: it is compared and never used.
+// The handle that was closed last. `str_fp` may still hold it, so it is compared with and never used.
 FILE *closed_handle;
 
 void close_file() {
@@ -22,12 +21,13 @@ bool is_closed() {
   return str_fp == closed_handle;
 }
 
-// The one file is open, or was and is closed for good. False when it cannot be opened.
+// Opens the one file unless that was done before; a file that was closed stays closed. Returns false when it cannot be
+// opened.
 bool have_file(const char *path) {
   if (str_fp)
     return true;
   str_fp = fopen(path, "re");
-  closed_handle = nullptr; // its address may be in use again
+  closed_handle = nullptr; // the new file may have its address
   return str_fp != nullptr;
 }
 
@@ -40,7 +40,8 @@ void make_key(char (&key)[Size], int num, int kind) {
     snprintf(key, Size, "%d[d]", num);
 }
 
-// Calls found(text) with the text of the number and gives its result; or else what was printed, or 0.
+// Calls found(text) with the text of the number and returns its result. When there is none, returns the length of the
+// message that was printed, or 0.
 template <typename Found>
 int look_up(const char *path, int num, int kind, Found found) {
   if (!have_file(path))
@@ -104,14 +105,6 @@ int show_words(const char *path, int num, int kind) {
 void close_fp(void) {
   if (str_fp && !is_closed())
     close_file();
-}
-
-void *j_malloc(size_t size) {
-  return malloc(size);
-}
-
-void *j_realloc(void *block, size_t size) {
-  return realloc(block, size);
 }
 
 } // extern "C"

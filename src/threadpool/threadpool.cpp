@@ -1,4 +1,4 @@
-// Thread pool: a fixed number of workers on a bounded ring of tasks; and a counter that limits threads.
+// Thread pool: a fixed number of workers on a bounded ring of tasks.
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,17 +11,16 @@ namespace {
 
 enum { done = 0, invalid = -1, lock_failed = -2, queue_full = -3, shutting_down = -4, join_failed = -5 };
 enum { running = 0, immediate_shutdown = 1, graceful_shutdown = 2 }; // ThreadPool.shutdown
-constexpr int graceful = 1;                                          // bit of threadpool_destroy's flags
+constexpr int graceful = 1;                                          // a bit of the flags of threadpool_destroy
 
-constexpr int limit_failed = -2;
-
-// Zeroed; null when there is no room. An array of nothing is there too, whatever the C library makes of it.
+// Returns a zeroed array, or null without memory. An array of nothing is not null, whatever the C library makes of it.
 template <typename Item>
 Item *allocate_array(int count) {
   return static_cast<Item *>(calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(Item)));
 }
 
-// Lock, condition and both arrays. After a failure what threadpool_free would not free is freed.
+// Makes lock, condition and both arrays. Returns false, with everything freed that threadpool_free would not free, when one
+// of them cannot be had.
 bool prepare(ThreadPool *pool, int threads) {
   if (pthread_mutex_init(&pool->lock, nullptr) != 0)
     return false;
@@ -58,20 +57,13 @@ int next_slot(const ThreadPool *pool, int slot) {
   return slot + 1 == pool->queueSize ? 0 : slot + 1;
 }
 
-// With the pool's lock taken.
-int append_task(ThreadPool *pool, void *(*function)(void *), void *argument) {
-  if (pool->count == pool->queueSize) {
-    puts("queue full!!!!");
-    return queue_full;
-  }
-  if (pool->shutdown != running) {
-    puts("shutting down!!!!");
-    return shutting_down;
-  }
+// Appends a task and wakes a worker. Returns whether one could be woken. The caller has taken the pool's lock, and knows
+// that there is a free slot.
+bool append_task(ThreadPool *pool, void *(*function)(void *), void *argument) {
   pool->queue[pool->tail] = {function, argument};
   pool->tail = next_slot(pool, pool->tail);
   pool->count++;
-  return pthread_cond_signal(&pool->notify) == 0 ? done : lock_failed;
+  return pthread_cond_signal(&pool->notify) == 0;
 }
 
 } // namespace
@@ -106,7 +98,16 @@ int task_enqueue(ThreadPool *pool, void *(*function)(void *), void *argument) {
     return invalid;
   if (pthread_mutex_lock(&pool->lock) != 0)
     return lock_failed;
-  const int result = append_task(pool, function, argument);
+  int result = done;
+  if (pool->count == pool->queueSize) {
+    puts("queue full!!!!");
+    result = queue_full;
+  } else if (pool->shutdown != running) {
+    puts("shutting down!!!!");
+    result = shutting_down;
+  } else if (!append_task(pool, function, argument)) {
+    result = lock_failed;
+  }
   return pthread_mutex_unlock(&pool->lock) == 0 ? result : lock_failed;
 }
 
@@ -116,7 +117,7 @@ int threadpool_destroy(ThreadPool *pool, int flags) {
   if (pthread_mutex_lock(&pool->lock) != 0)
     return lock_failed;
   if (pool->shutdown != running)
-    return shutting_down; // with the lock taken: whoever destroys a pool twice finds it locked
+    return shutting_down; // this is meant: the lock stays taken, and a pool that is destroyed twice stays locked
   pool->shutdown = (flags & graceful) ? graceful_shutdown : immediate_shutdown;
   if (pthread_cond_broadcast(&pool->notify) != 0 || pthread_mutex_unlock(&pool->lock) != 0)
     return lock_failed;
@@ -136,7 +137,7 @@ int threadpool_free(ThreadPool *pool) {
   if (pool->threads) {
     free(pool->threads);
     free(pool->queue);
-    // Taken once more, so that whoever still holds the lock is done with it.
+    // A thread that still holds the lock is done with it once it can be taken here.
     pthread_mutex_lock(&pool->lock);
     pthread_mutex_unlock(&pool->lock);
     pthread_mutex_destroy(&pool->lock);
@@ -165,51 +166,6 @@ void *threadpool_worker(void *argument) {
   pool->started--;
   pthread_mutex_unlock(&pool->lock);
   return nullptr;
-}
-
-ThreadLimit *threadlimit_init(int maximum) {
-  auto *limit = static_cast<ThreadLimit *>(calloc(1, sizeof(ThreadLimit)));
-  if (!limit)
-    return nullptr;
-  limit->maximum = maximum;
-  if (pthread_mutex_init(&limit->lock, nullptr) != 0) {
-    free(limit);
-    return nullptr;
-  }
-  return limit;
-}
-
-int threadlimit_inc(ThreadLimit *limit) {
-  if (!limit || pthread_mutex_lock(&limit->lock) != 0)
-    return limit_failed;
-  int result = limit_failed;
-  if (limit->current < limit->maximum) {
-    limit->current++;
-    result = done;
-  }
-  return pthread_mutex_unlock(&limit->lock) == 0 ? result : limit_failed;
-}
-
-int threadlimit_dec(ThreadLimit *limit) {
-  if (!limit || pthread_mutex_lock(&limit->lock) != 0)
-    return limit_failed;
-  int result = limit_failed;
-  if (limit->current >= 1) {
-    limit->current--;
-    result = done;
-  }
-  return pthread_mutex_unlock(&limit->lock) == 0 ? result : limit_failed;
-}
-
-int threadlimit_free(ThreadLimit *limit) {
-  if (!limit)
-    return limit_failed;
-  // Taken once more, so that whoever still holds the lock is done with it.
-  pthread_mutex_lock(&limit->lock);
-  pthread_mutex_unlock(&limit->lock);
-  pthread_mutex_destroy(&limit->lock);
-  free(limit);
-  return done;
 }
 
 } // extern "C"
