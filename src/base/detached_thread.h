@@ -6,9 +6,9 @@
 
 namespace torvane {
 
-constexpr size_t default_stack = 0;
+constexpr size_t default_stack = 0; // the C library's own size
 
-// False when there is no thread; nothing is traced. `stack_bytes` is default_stack or the stack's size.
+// Starts a thread and stores its handle in `thread`. Returns whether it runs; a failure is not traced here.
 bool start_detached(pthread_t *thread, size_t stack_bytes, void *(*run)(void *), void *argument);
 
 } // namespace torvane

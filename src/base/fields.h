@@ -6,7 +6,7 @@
 
 namespace torvane {
 
-// Into a zeroed field; what is too long is cut, and the field keeps its last byte, a terminator.
+// Copies a text into a zeroed field. What is too long is cut; the field keeps its last byte as the terminator.
 template <size_t Size>
 void set_text(char (&field)[Size], const char *text) {
   memcpy(field, text, strnlen(text, Size - 1));

@@ -1,5 +1,5 @@
-// Walking a list: for (qos_rule &rule : rules_of(head)) visits the records in order. The current record may be
-// unlinked and freed on the way; its successor may not.
+// Walking a list: for (qos_rule &rule : rules_of(head)) visits the records in order. The body may unlink and free the
+// current record, but not its successor.
 #pragma once
 
 #include <stddef.h>
@@ -8,7 +8,7 @@
 
 namespace torvane {
 
-// The record that embeds `node` at byte `offset`.
+// Returns the record that embeds `node` at byte `offset`.
 template <typename Record>
 Record *record_of(list_node *node, size_t offset) {
   return reinterpret_cast<Record *>(reinterpret_cast<char *>(node) - offset);

@@ -9,7 +9,7 @@ namespace torvane {
 
 class TextWriter {
  public:
-  // The buffer is the caller's; it holds an empty text from now on.
+  // The buffer stays the caller's. It holds an empty text from now on.
   template <size_t Size>
   explicit TextWriter(char (&buffer)[Size]) : TextWriter(buffer, Size) {}
   TextWriter(char *buffer, size_t size) : buffer_(buffer), size_(size) {
@@ -21,15 +21,16 @@ class TextWriter {
   const char *text() const {
     return buffer_;
   }
-  // Of the text, without its terminator; never more than the buffer's size less one.
+  // Returns the text's length without its terminator: at most the buffer's size less one.
   size_t length() const {
     return length_;
   }
-  // Bytes that can still be appended.
+  // Returns how many bytes can still be appended.
   size_t room() const {
     return size_ - 1 - length_;
   }
-  // Where the next text goes, for functions that write into a buffer themselves; `written` tells how much they wrote.
+  // Returns where the next text goes, for functions that write into a buffer themselves. They tell by `written` how much
+  // they wrote.
   char *end() {
     return buffer_ + length_;
   }

@@ -6,16 +6,15 @@
 
 #include "base/map_table.h"
 #include "base/records.h"
+#include "base/text_writer.h"
 #include "torvane/list.h"
 #include "torvane/map.h"
 #include "torvane/rules.h"
 
-constexpr char trace_module[] = "quorra_iptables";
-
 namespace torvane {
 
-constexpr size_t sched_text_size = 128; // holds every schedule's options, terminator included
-constexpr size_t flag_text_size = 32;
+constexpr size_t sched_text_size = 128; // bytes: room for the options of every schedule and the terminator
+constexpr size_t flag_text_size = 32;   // bytes of a text of tcp_flag_text
 
 inline auto rules_of(list_node *head) {
   return Records<qos_rule, offsetof(qos_rule, node)>(head);
@@ -29,13 +28,14 @@ inline bool has_bit(uint32_t flags, unsigned bit) {
   return (flags >> bit & 1) != 0;
 }
 
-// Precedences and raw DSCP values are one byte at the start of a 32-bit field, on every byte order.
+// This is meant: precedences and raw DSCP values are the first byte of a 32-bit field in memory, in every byte order.
 inline unsigned first_byte(const uint32_t &field) {
   unsigned char byte;
   memcpy(&byte, &field, 1);
   return byte;
 }
 
+// Returns an octet of an address, counted from 0 and the left.
 inline unsigned octet(uint32_t address, unsigned index) {
   return address >> (24 - 8 * index) & 0xff;
 }
@@ -47,5 +47,8 @@ inline unsigned octet(uint32_t address, unsigned index) {
 extern const txt_map_entry dscp_names[];
 extern const txt_map_entry tos_names[];
 extern const txt_map_entry helper_names[];
+
+// Appends the name of every set bit among the first `count`, each with a comma after it.
+void append_names(TextWriter &text, const txt_map_entry *names, unsigned count, uint32_t bits);
 
 } // namespace torvane

@@ -8,13 +8,14 @@
 #include "torvane/qos.h"
 #include "torvane/rules.h"
 
-using torvane::first_byte;
-using torvane::has_bit;
-using torvane::TextWriter;
+using namespace torvane;
 
 namespace {
 
-constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, torvane::unknown_row};
+constexpr char trace_module[] = "quorra_iptables";
+constexpr char draw_function[] = "draw_rule"; // in whose name the parts of a rule are reported
+
+constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, unknown_row};
 constexpr uint32_t append_action = 0;
 constexpr uint32_t delete_action = 1;
 
@@ -28,9 +29,9 @@ constexpr txt_map_entry match_names[] = {{QOS_MATCH_802_1P, "QF_802_1P"},
                                          {QOS_MATCH_PKTLEN, "QF_PKTLEN"},
                                          {QOS_MATCH_PROTOCOL, "QF_PROTOCOL"},
                                          {QOS_MATCH_DOMAIN, "QF_DOMAIN"},
-                                         {1, "ALG_H323"}, // found by its text only: id 1 is QF_802_1Q above
+                                         {1, "ALG_H323"}, // this is meant: a lookup by id finds QF_802_1Q first
                                          {QOS_MATCH_URL, "QF_URL"},
-                                         torvane::unknown_row};
+                                         unknown_row};
 
 constexpr size_t match_text_size = 1024;
 
@@ -42,7 +43,7 @@ void write_hooks(FILE *out, uint32_t action_id, const char *ifname) {
           ifname);
 }
 
-// One command on the rule chain, then the same on the automatic chain.
+// Writes a command on the rule chain, then the same on the automatic chain.
 void write_for_both_chains(FILE *out, const char *option, const char *ifname) {
   fprintf(out, "iptables -t mangle %s QOS_%s 2>/dev/null\n", option, ifname);
   fprintf(out, "iptables -t mangle %s QOS_%s_AUTO 2>/dev/null\n", option, ifname);
@@ -64,7 +65,7 @@ void append_tcp(TextWriter &text, const qos_match &match) {
   text.append("-p tcp ");
   append_ports(text, match);
   if (match.tcp_flag_mask != 0 && match.tcp_flag_set != 0) {
-    char mask[torvane::flag_text_size], set[torvane::flag_text_size];
+    char mask[flag_text_size], set[flag_text_size];
     tcp_flag_text(mask, match.tcp_flag_mask);
     tcp_flag_text(set, match.tcp_flag_set);
     text.append("--tcp-flag %s %s ", mask, set);
@@ -93,7 +94,7 @@ void append_dscp(TextWriter &text, const qos_match &match) {
   if (match.dscp_mode == 0)
     text.append("-m dscp --dscp 0x%x ", first_byte(match.dscp));
   else if (match.dscp_mode == 1)
-    text.append("-m dscp --dscp-class %s ", TxtMapById(torvane::dscp_names, match.dscp));
+    text.append("-m dscp --dscp-class %s ", TxtMapById(dscp_names, match.dscp));
 }
 
 void append_vlan(TextWriter &text, const qos_match &match) {
@@ -107,12 +108,12 @@ void append_vlan(TextWriter &text, const qos_match &match) {
     text.append("--vlan-prio %d ", match.prio_1p);
 }
 
-// The texts of a match block may fill their fields to the last byte, so each is printed with its field's size.
+// The texts of a match may fill their fields to the last byte, so each is printed with its field's size.
 void append_match(TextWriter &text, const qos_match &match, unsigned bit) {
   switch (bit) {
     case QOS_MATCH_802_1P:
     case QOS_MATCH_802_1Q:
-      break; // append_vlan: one match for both
+      break; // append_vlan writes one match for both
     case QOS_MATCH_MAC:
       text.append("-m mac --mac-source %.*s ", static_cast<int>(sizeof(match.src_mac)), match.src_mac);
       break;
@@ -123,10 +124,10 @@ void append_match(TextWriter &text, const qos_match &match, unsigned bit) {
       append_dscp(text, match);
       break;
     case QOS_MATCH_TOS:
-      text.append("-m tos --tos %s --precedence %d ", TxtMapById(torvane::tos_names, match.tos), match.precedence);
+      text.append("-m tos --tos %s --precedence %d ", TxtMapById(tos_names, match.tos), match.precedence);
       break;
     case QOS_MATCH_ALG:
-      text.append("-m helper --helper %s ", TxtMapById(torvane::helper_names, match.alg));
+      text.append("-m helper --helper %s ", TxtMapById(helper_names, match.alg));
       break;
     case QOS_MATCH_PKTLEN:
       text.append("-m length --length %u:%u ", match.pkt_len >> 16, match.pkt_len & 0xffff);
@@ -138,8 +139,8 @@ void append_match(TextWriter &text, const qos_match &match, unsigned bit) {
       text.append("-m urlfilter --url %.*s ", static_cast<int>(sizeof(match.url)), match.url);
       break;
     default:
-      // The protocol comes here too, although its options stand in a text of their own, and is reported like the rest.
-      TRACE_AS("draw_rule", "get %s match type\n", TxtMapById(match_names, bit));
+      // This is meant: the protocol comes here too and is reported, although its options stand in a text of their own.
+      TRACE_AS(draw_function, "get %s match type\n", TxtMapById(match_names, bit));
       break;
   }
 }
@@ -148,7 +149,7 @@ void append_schedule(TextWriter &text, uint8_t sched_index) {
   if (get_sched_str(sched_index, text.end(), static_cast<uint32_t>(text.room())))
     text.written(strlen(text.end()));
   else
-    TRACE_AS("draw_rule", "match buffer is too small or index not found, schedule string doesn't attach %d %d!!\n",
+    TRACE_AS(draw_function, "match buffer is too small or index not found, schedule string doesn't attach %d %d!!\n",
              static_cast<int>(match_text_size), static_cast<int>(text.length()));
 }
 
@@ -167,21 +168,21 @@ void make_target_text(TextWriter &text, const qos_target &target, unsigned bit) 
       text.append("-j MARK --set-mark 0x%x ", target.mark);
       break;
     case QOS_TARGET_TOS:
-      text.append("-j TOS --set-tos %s --set-precedence %d ", TxtMapById(torvane::tos_names, target.set_mode),
+      text.append("-j TOS --set-tos %s --set-precedence %d ", TxtMapById(tos_names, target.set_mode),
                   static_cast<int>(first_byte(target.set_value)));
       break;
     case QOS_TARGET_DSCP:
       if (target.set_mode == 0)
         text.append("-j DSCP --set-dscp 0x%x ", first_byte(target.set_value));
       else if (target.set_mode == 1)
-        text.append("-j DSCP --set-dscp %s ", TxtMapById(torvane::dscp_names, target.set_value));
+        text.append("-j DSCP --set-dscp %s ", TxtMapById(dscp_names, target.set_value));
       break;
     case QOS_TARGET_VLAN:
       text.append("-j MKVLAN --set-vlan-id %d --set-vlan-prio %d %s ", target.vlan_tag_id, target.vlan_prio,
                   target.vlan_double ? "--double" : "");
       break;
     default:
-      TRACE_AS("draw_rule", "LOG target not implement!!\n");
+      TRACE_AS(draw_function, "LOG target not implement!!\n");
       break;
   }
 }
@@ -257,7 +258,7 @@ void renew_qos_rule(FILE *out, const char *ifname, list_node *rules) {
   char chain_buffer[64];
   TextWriter chain(chain_buffer);
   chain.append("QOS_%s", ifname);
-  for (qos_rule &rule : torvane::rules_of(rules))
+  for (qos_rule &rule : rules_of(rules))
     draw_rule(out, &rule, chain.text());
 
   automark automatic;
@@ -280,13 +281,13 @@ uint32_t restart_rule(const char *ifname) {
   char path_buffer[64]; // an interface of a tree has 31 characters at most
   TextWriter path(path_buffer);
   path.append("/var/tmp/qos_rule_%s", ifname);
-  FILE *out = torvane::open_script(path.text());
+  FILE *out = open_script(path.text());
   if (!out) {
     TRACE("Can't open tmp file!!\n");
     return 0;
   }
   renew_qos_rule(out, ifname, rules);
-  return torvane::run_script(out, path.text(), trace_module, __LINE__, __func__);
+  return run_script(out, path.text());
 }
 
 } // extern "C"

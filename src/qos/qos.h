@@ -8,8 +8,6 @@
 #include "torvane/list.h"
 #include "torvane/qos.h"
 
-constexpr char trace_module[] = "quorra_qos";
-
 namespace torvane {
 
 inline auto roots() {
@@ -24,10 +22,10 @@ inline bool is_leaf(const qos_class &tc_class) {
   return list_empty(&tc_class.children) != 0;
 }
 
-// As root_qdisc_find_by_name, but silent.
+// Returns the tree of an interface, or null with nothing traced.
 root_qdisc *find_root(const char *ifname);
 
-// The class id that owns a list: 0 for the top level of a tree in qos_root.
+// Returns the id of the class that owns the list of children `head`, or 0 when it is the top level of a tree.
 uint16_t owner_of(list_node *head);
 
 } // namespace torvane

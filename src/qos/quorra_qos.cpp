@@ -3,16 +3,14 @@
 #include <string.h>
 
 #include "base/fields.h"
+#include "base/owners.h"
 #include "base/trace.h"
 #include "qos/qos.h"
 #include "torvane/list.h"
 #include "torvane/map.h"
 #include "torvane/qos.h"
 
-using torvane::classes_of;
-using torvane::find_root;
-using torvane::is_leaf;
-using torvane::list_make_empty;
+using namespace torvane;
 
 namespace torvane {
 
@@ -36,7 +34,9 @@ uint16_t owner_of(list_node *head) {
 
 namespace {
 
-// Blocks are copied byte for byte between programs and this library: their sizes are the interface.
+constexpr char trace_module[] = "quorra_qos";
+
+// Programs and this library copy these blocks byte for byte, so their sizes are the interface.
 static_assert(sizeof(automark) == 18 && sizeof(root_params_tree) == 20 && sizeof(root_params_prio) == 36);
 static_assert(sizeof(root_qdisc::params) == 36 && sizeof(qos_class::params) == 48 && sizeof(leaf_qdisc) == 24);
 static_assert(sizeof(htb_params) == 20 && sizeof(hfsc_params) == 48);
@@ -49,7 +49,7 @@ constexpr map_entry class_type_of_root[] = {{QOS_ROOT_PFIFO_FAST, no_class_type}
                                             {QOS_ROOT_HTB, QOS_CLASS_HTB},
                                             {QOS_ROOT_HFSC, QOS_CLASS_HFSC},
                                             {QOS_ROOT_PRIO, no_class_type},
-                                            {torvane::map_end, no_class_type}};
+                                            {map_end, no_class_type}};
 
 // Ids and bursts (bytes) of the classes that every HTB and HFSC tree starts with.
 constexpr uint16_t top_class = 1;
@@ -59,7 +59,7 @@ constexpr uint32_t top_burst = 1000000;
 constexpr uint32_t class_burst = 6000;
 constexpr uint8_t fair_class_perturb = 10; // seconds
 
-// Bytes of the parameter block of a root type; 0 for an unknown type.
+// Returns the bytes of the parameter block of a root type, or 0 for an unknown type.
 size_t root_params_size(uint32_t type) {
   switch (type) {
     case QOS_ROOT_PFIFO_FAST:
@@ -74,9 +74,9 @@ size_t root_params_size(uint32_t type) {
   }
 }
 
-// A class of the given type without children and with a pfifo leaf, at the end of `siblings`; null without memory.
+// Appends a class without children and with a pfifo leaf to `siblings`. Returns null without memory.
 qos_class *append_class(list_node *siblings, uint32_t type, uint16_t id) {
-  auto *tc_class = static_cast<qos_class *>(calloc(1, sizeof(qos_class)));
+  auto *tc_class = allocate_zeroed<qos_class>();
   if (!tc_class)
     return nullptr;
   tc_class->type = type;
@@ -86,50 +86,31 @@ qos_class *append_class(list_node *siblings, uint32_t type, uint16_t id) {
   return tc_class;
 }
 
-int add_class_to(root_qdisc *root, uint16_t parent_id, uint16_t class_id, const void *params) {
+// Adds a class that every HTB and HFSC tree starts with. Returns null without memory.
+qos_class *add_default_class(root_qdisc *root, list_node *siblings, uint16_t id, uint32_t rate, uint32_t burst) {
   const uint32_t type = MapById(class_type_of_root, root->type);
-  if (type == no_class_type || !params)
-    return 4;
-
-  list_node *siblings = &root->classes;
-  if (parent_id != 0) {
-    qos_class *parent = class_find_in_list(&root->classes, parent_id);
-    if (!parent)
-      return 1;
-    if (class_find_in_list(&root->classes, class_id))
-      return 2;
-    siblings = &parent->children;
-  }
-
-  qos_class *tc_class = append_class(siblings, type, class_id);
+  qos_class *tc_class = append_class(siblings, type, id);
   if (!tc_class)
-    return 3;
-  memcpy(&tc_class->params, params, type == QOS_CLASS_HTB ? sizeof(htb_params) : sizeof(hfsc_params));
-  return 0;
-}
-
-void add_default_class(root_qdisc *root, uint16_t parent_id, uint16_t class_id, uint32_t rate, uint32_t burst) {
-  if (root->type == QOS_ROOT_HTB) {
-    const htb_params params = {rate, rate, burst, burst, 0};
-    add_class_to(root, parent_id, class_id, &params);
+    return nullptr;
+  if (type == QOS_CLASS_HTB) {
+    tc_class->params.htb = {rate, rate, burst, burst, 0};
   } else {
-    hfsc_params params = {};
-    params.ul.rate = rate;
-    params.sc.rate = rate;
-    add_class_to(root, parent_id, class_id, &params);
+    tc_class->params.hfsc.ul.rate = rate;
+    tc_class->params.hfsc.sc.rate = rate;
   }
+  return tc_class;
 }
 
-// As many as memory allows: a tree without some of them is still a tree.
+// Adds as many of them as memory allows. A tree without some of them is still a tree.
 void add_default_classes(root_qdisc *root) {
-  add_default_class(root, 0, top_class, root->phy_rate[0], top_burst);
-  add_default_class(root, top_class, fair_class, root->phy_rate[0], class_burst);
-  add_default_class(root, top_class, link_class, root->link_rate[0], class_burst);
-
-  if (qos_class *fair = class_find_in_list(&root->classes, fair_class)) {
+  qos_class *top = add_default_class(root, &root->classes, top_class, root->phy_rate[0], top_burst);
+  if (!top)
+    return;
+  if (qos_class *fair = add_default_class(root, &top->children, fair_class, root->phy_rate[0], class_burst)) {
     fair->leaf.type = QOS_LEAF_SFQ;
     fair->leaf.params.sfq.perturb = fair_class_perturb;
   }
+  add_default_class(root, &top->children, link_class, root->link_rate[0], class_burst);
 }
 
 void add_bands(root_qdisc *root) {
@@ -175,12 +156,12 @@ int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, 
   if (!speeds || !params)
     return 4;
 
-  auto *root = static_cast<root_qdisc *>(calloc(1, sizeof(root_qdisc)));
+  auto *root = allocate_zeroed<root_qdisc>();
   if (!root)
     return 3;
   memcpy(root->link_rate, speeds, sizeof(root->link_rate));
   memcpy(root->phy_rate, speeds + 2, sizeof(root->phy_rate));
-  torvane::set_text(root->ifname, ifname);
+  set_text(root->ifname, ifname);
   root->type = type;
   list_make_empty(&root->classes);
   list_make_empty(&root->rules);
@@ -209,7 +190,27 @@ int del_root_qdisc(const char *ifname) {
 
 int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const void *params) {
   root_qdisc *root = root_qdisc_find_by_name(ifname);
-  return root ? add_class_to(root, parent_id, class_id, params) : 1;
+  if (!root)
+    return 1;
+  const uint32_t type = MapById(class_type_of_root, root->type);
+  if (type == no_class_type || !params)
+    return 4;
+
+  list_node *siblings = &root->classes;
+  if (parent_id != 0) {
+    qos_class *parent = class_find_in_list(&root->classes, parent_id);
+    if (!parent)
+      return 1;
+    if (class_find_in_list(&root->classes, class_id))
+      return 2;
+    siblings = &parent->children;
+  }
+
+  qos_class *tc_class = append_class(siblings, type, class_id);
+  if (!tc_class)
+    return 3;
+  memcpy(&tc_class->params, params, type == QOS_CLASS_HTB ? sizeof(htb_params) : sizeof(hfsc_params));
+  return 0;
 }
 
 int del_class(const char *ifname, uint16_t class_id) {

@@ -5,11 +5,15 @@
 #include "torvane/map.h"
 #include "torvane/qos.h"
 
-using torvane::classes_of;
-using torvane::find_root;
-using torvane::is_leaf;
+using namespace torvane;
 
 namespace {
+
+constexpr char trace_module[] = "quorra_qos";
+
+// The parts of the report by the names that the console shows.
+constexpr char class_part[] = "draw_class";
+constexpr char leaf_part[] = "show_leaf";
 
 constexpr char no_setting[] = "didn't found qos setting in this interface!\n";
 
@@ -17,37 +21,37 @@ constexpr txt_map_entry root_type_names[] = {{QOS_ROOT_PFIFO_FAST, "R_pfifo_fast
                                              {QOS_ROOT_HTB, "R_HTB"},
                                              {QOS_ROOT_HFSC, "R_HFSC"},
                                              {QOS_ROOT_PRIO, "R_PRIO"},
-                                             torvane::unknown_row};
+                                             unknown_row};
 
 constexpr txt_map_entry class_type_names[] = {
-    {QOS_CLASS_HTB, "C_HTB"}, {QOS_CLASS_HFSC, "C_HFSC"}, {QOS_CLASS_PRIO, "C_PRIO"}, torvane::unknown_row};
+    {QOS_CLASS_HTB, "C_HTB"}, {QOS_CLASS_HFSC, "C_HFSC"}, {QOS_CLASS_PRIO, "C_PRIO"}, unknown_row};
 
 constexpr txt_map_entry leaf_type_names[] = {{QOS_LEAF_PFIFO, "L_pfifo"},
                                              {QOS_LEAF_SFQ, "L_SFQ"},
                                              {QOS_LEAF_RED, "L_RED"},
                                              {QOS_LEAF_TBF, "L_TBF"},
-                                             torvane::unknown_row};
+                                             unknown_row};
 
-void show_leaf(const leaf_qdisc &leaf) {
+void report_leaf(const leaf_qdisc &leaf) {
   const char *name = TxtMapById(leaf_type_names, leaf.type);
   const auto &params = leaf.params;
   switch (leaf.type) {
     case QOS_LEAF_PFIFO:
-      TRACE("leaf qdisc:      %s limit = %u\n", name, params.pfifo.limit);
+      TRACE_AS(leaf_part, "leaf qdisc:      %s limit = %u\n", name, params.pfifo.limit);
       break;
     case QOS_LEAF_SFQ:
-      TRACE("leaf qdisc:      %s perturb = %d sec\n", name, params.sfq.perturb);
+      TRACE_AS(leaf_part, "leaf qdisc:      %s perturb = %d sec\n", name, params.sfq.perturb);
       break;
     case QOS_LEAF_RED:
-      TRACE("leaf qdisc:      %s %u byte, %u byte, %u packets, %u byte, %u byte\n", name, params.red.min,
-            params.red.max, params.red.burst, params.red.limit, params.red.avpkt);
+      TRACE_AS(leaf_part, "leaf qdisc:      %s %u byte, %u byte, %u packets, %u byte, %u byte\n", name, params.red.min,
+               params.red.max, params.red.burst, params.red.limit, params.red.avpkt);
       break;
     case QOS_LEAF_TBF:
-      TRACE("leaf qdisc:      %s %u ms, %u kbps, %u byte\n", name, params.tbf.latency, params.tbf.rate,
-            params.tbf.burst);
+      TRACE_AS(leaf_part, "leaf qdisc:      %s %u ms, %u kbps, %u byte\n", name, params.tbf.latency, params.tbf.rate,
+               params.tbf.burst);
       break;
     default:
-      TRACE("An error occur at not define leaf qdisc type\n");
+      TRACE_AS(leaf_part, "An error occur at not define leaf qdisc type\n");
       break;
   }
 }
@@ -56,14 +60,14 @@ void report_class(const qos_class &tc_class, unsigned parent) {
   const char *name = TxtMapById(class_type_names, tc_class.type);
   if (tc_class.type == QOS_CLASS_HTB) {
     const htb_params &htb = tc_class.params.htb;
-    TRACE_AS("draw_class", "class:           %s handle %3d:%-3d %10u kbps %10u kbps %10u byte %10u byte prio:%2u\n",
-             name, parent, tc_class.id, htb.rate, htb.ceil, htb.burst, htb.cburst, htb.prio);
+    TRACE_AS(class_part, "class:           %s handle %3d:%-3d %10u kbps %10u kbps %10u byte %10u byte prio:%2u\n", name,
+             parent, tc_class.id, htb.rate, htb.ceil, htb.burst, htb.cburst, htb.prio);
   } else if (tc_class.type == QOS_CLASS_HFSC) {
     const hfsc_params &hfsc = tc_class.params.hfsc;
-    TRACE_AS("draw_class", "class:           %s handle %3d:%-3d\n", name, parent, tc_class.id);
-    TRACE_AS("draw_class", "                 ul:%9u byte/%9u ms/%9u kbps   sc:%9u byte/%9u ms/%9u kbps\n", hfsc.ul.umax,
+    TRACE_AS(class_part, "class:           %s handle %3d:%-3d\n", name, parent, tc_class.id);
+    TRACE_AS(class_part, "                 ul:%9u byte/%9u ms/%9u kbps   sc:%9u byte/%9u ms/%9u kbps\n", hfsc.ul.umax,
              hfsc.ul.dmax, hfsc.ul.rate, hfsc.sc.umax, hfsc.sc.dmax, hfsc.sc.rate);
-    TRACE_AS("draw_class", "                 ls:%9u byte/%9u ms/%9u kbps   rt:%9u byte/%9u ms/%9u kbps\n", hfsc.ls.umax,
+    TRACE_AS(class_part, "                 ls:%9u byte/%9u ms/%9u kbps   rt:%9u byte/%9u ms/%9u kbps\n", hfsc.ls.umax,
              hfsc.ls.dmax, hfsc.ls.rate, hfsc.rt.umax, hfsc.rt.dmax, hfsc.rt.rate);
   }
 }
@@ -72,7 +76,7 @@ void report_classes(list_node *head, unsigned owner) {
   for (qos_class &tc_class : classes_of(head)) {
     report_class(tc_class, tc_class.id == 1 ? 1 : owner);
     if (is_leaf(tc_class))
-      show_leaf(tc_class.leaf);
+      report_leaf(tc_class.leaf);
     else
       report_classes(&tc_class.children, tc_class.id);
   }
@@ -83,7 +87,7 @@ void report_classes(list_node *head, unsigned owner) {
 extern "C" {
 
 void draw_class(list_node *head) {
-  report_classes(head, torvane::owner_of(head));
+  report_classes(head, owner_of(head));
 }
 
 void show_class(const char *ifname) {

@@ -5,20 +5,21 @@
 #include "torvane/list.h"
 #include "torvane/map.h"
 #include "torvane/qos.h"
-#include "torvane/rules.h"
+#include "torvane/rules.h" // upwards: a start script ends with the rules
 
-using torvane::classes_of;
-using torvane::is_leaf;
+using namespace torvane;
 
 namespace {
+
+constexpr char trace_module[] = "quorra_qos";
 
 constexpr char start_script[] = "/var/tmp/qos_start";
 constexpr char stop_script[] = "/var/tmp/qos_stop";
 
 constexpr txt_map_entry curve_names[] = {
-    {QOS_CURVE_UL, "ul"}, {QOS_CURVE_SC, "sc"}, {QOS_CURVE_LS, "ls"}, {QOS_CURVE_RT, "rt"}, torvane::unknown_row};
+    {QOS_CURVE_UL, "ul"}, {QOS_CURVE_SC, "sc"}, {QOS_CURVE_LS, "ls"}, {QOS_CURVE_RT, "rt"}, unknown_row};
 
-// Leaf queueing disciplines have handles of their own, kept apart from one another by the class id they come from.
+// A leaf queueing discipline has a handle of its own, made from the id of its class.
 unsigned leaf_handle(const qos_class &tc_class) {
   return static_cast<unsigned>(tc_class.id) << 4;
 }
@@ -34,7 +35,7 @@ void write_htb_class(FILE *out, const char *ifname, unsigned parent, const qos_c
   fputc('\n', out);
 }
 
-// One curve is written besides the upper limit: `sc` stands for both the others, and only a leaf can have `rt`.
+// Writes one curve besides the upper limit: `sc` stands for both of the others, and only a leaf can have `rt`.
 void write_hfsc_class(FILE *out, const char *ifname, unsigned parent, const qos_class &tc_class) {
   const hfsc_params &hfsc = tc_class.params.hfsc;
   fprintf(out, "tc class add dev %s parent 1:0x%-3x classid 1:0x%-3x hfsc ", ifname, parent, tc_class.id);
@@ -142,32 +143,32 @@ void hfsc_curve_text(FILE *out, const hfsc_curve *curve, uint32_t kind) {
 
 void do_leaf2cmd(FILE *out, const char *ifname, list_node *head) {
   if (ifname)
-    write_classes(out, ifname, head, torvane::owner_of(head));
+    write_classes(out, ifname, head, owner_of(head));
 }
 
 int start_qos(const char *ifname) {
   root_qdisc *root = root_qdisc_find_by_name(ifname);
   if (!root)
     return 0;
-  FILE *out = torvane::open_script(start_script);
+  FILE *out = open_script(start_script);
   if (!out)
     return 0;
   write_root_removal(out, root->ifname);
   write_root(out, root);
   renew_qos_rule(out, root->ifname, &root->rules);
-  return torvane::run_script(out, start_script, trace_module, __LINE__, __func__);
+  return run_script(out, start_script);
 }
 
 int stop_qos(const char *ifname) {
   const root_qdisc *root = root_qdisc_find_by_name(ifname);
   if (!root)
     return 0;
-  FILE *out = torvane::open_script(stop_script);
+  FILE *out = open_script(stop_script);
   if (!out)
     return 0;
   write_root_removal(out, root->ifname);
   remove_qos_rule(out, root->ifname);
-  return torvane::run_script(out, stop_script, trace_module, __LINE__, __func__);
+  return run_script(out, stop_script);
 }
 
 int restart_qos(const char *ifname) {
@@ -179,7 +180,7 @@ void restart_qos_all(void) {
     TRACE("Qos list empty!!\n");
     return;
   }
-  for (const root_qdisc &root : torvane::roots()) {
+  for (const root_qdisc &root : roots()) {
     restart_qos(root.ifname);
     TRACE("Start %s's Qos!!\n", root.ifname);
   }
