@@ -15,14 +15,15 @@ constexpr char trace_module[] = "quorra_ipc";
 
 constexpr int create_for_everyone = IPC_CREAT | 0666;
 
-// The argument of semctl, which the C library leaves to its callers to declare. All of it counts: it is passed whole.
+// The argument of semctl, which the C library leaves to its callers to declare. It is passed whole, so every member
+// counts.
 union SemctlArgument {
   int value;
   struct semid_ds *status; // cppcheck-suppress unusedStructMember
   unsigned short *values;  // cppcheck-suppress unusedStructMember
 };
 
-// One step up or down. With SEM_UNDO the kernel takes it back when the process ends, so that a holder that crashes
+// Moves the semaphore one step up or down. With SEM_UNDO the kernel takes it back when the process ends, so that a holder that crashes
 // does not leave the lock taken.
 int step(int id, short by) {
   struct sembuf operation = {};

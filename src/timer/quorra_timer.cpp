@@ -19,36 +19,38 @@
 static_assert(offsetof(TimerNode, node) == 0 && sizeof(TimerThreadConfig::semid) == 4);
 static_assert(sizeof(void *) != 4 || (sizeof(TimerNode) == 24 && sizeof(TimerThreadConfig) == 8));
 
+using namespace torvane;
+
 namespace {
 
 constexpr char trace_module[] = "quorra_timer";
 
 constexpr size_t thread_stack = 1 << 20; // bytes
 
-// What a notification says. The timer thread looks at the lists whatever it is.
+// The codes of notifications. They mean nothing to the timer thread, which looks at the lists after each.
 enum { timer_added, timer_deleted, timer_modified };
 
-// One of these holds every linked timer.
+// Every linked timer is on one of these lists.
 constinit list_node timerList = {&timerList, &timerList};       // waits for its time; in the order of adding
 constinit list_node expiredList = {&expiredList, &expiredList}; // its time has come; in the order it was found so
 constinit list_node retiredList = {&retiredList, &retiredList}; // its callback was started, or the service ended
 
 TimerThreadConfig configuration;
-int signal_pair[2]; // notifications come out of the first; they go into the second, -1 once the service has ended
+int signal_pair[2]; // notifications go into the second, which is -1 once the service has ended, and out of the first
 unsigned char running;
 
-// What the timer thread is at. It may be cancelled while it waits and only then: the signal that a cancellation sends
-// would interrupt it waiting for the semaphore, and it would go on without. Found busy, it ends by itself.
+// What the timer thread does. It may be cancelled only while it waits in select: the signal that a cancellation sends
+// would also interrupt its wait for the semaphore. A thread that was busy when the service ended ends by itself.
 enum { thread_busy, thread_waits, thread_is_to_end };
 int thread_state;
 
-using Timers = torvane::Records<TimerNode, offsetof(TimerNode, node)>;
+using Timers = Records<TimerNode, offsetof(TimerNode, node)>;
 
 bool change_thread_state(int from, int to) {
   return __atomic_compare_exchange_n(&thread_state, &from, to, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
 }
 
-// A timer that is zeroed and on no list yet has nothing to unlink from.
+// A zeroed timer is on no list yet and has nothing to unlink from.
 void unlink_timer(TimerNode *timer) {
   if (timer->node.next)
     list_del(&timer->node);
@@ -59,16 +61,16 @@ void retire_all(list_node *list) {
     list_move(&timer.node, &retiredList);
 }
 
-// The oldest one, if there is any.
+// Takes the oldest notification out of the socket, if there is one.
 void drop_notification() {
   int code;
   if (signal_pair[1] != -1)
     recv(signal_pair[0], &code, sizeof(code), MSG_DONTWAIT);
 }
 
-// What reSchedule does. The timer thread, when it was notified, takes its notification here: the semaphore keeps the
-// socket from being closed, and its number from becoming another's, on the way. When the service was ended before it
-// got the semaphore it leaves alone what was added since.
+// Does the work of reSchedule. A timer thread that was notified takes its notification here, because the semaphore keeps
+// the socket from being closed meanwhile, and its number from becoming another's. When the service was ended before the
+// thread got the semaphore, it leaves alone what was added since.
 uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
@@ -81,7 +83,7 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   for (TimerNode &timer : Timers(&timerList)) {
     if (ended)
       break;
-    // Signed differences: the 32-bit seconds may wrap.
+    // The 32-bit seconds may wrap, so differences are signed.
     if (static_cast<int32_t>(now - timer.expire) >= 0) {
       list_move(&timer.node, &expiredList);
     } else if (!pending || static_cast<int32_t>(timer.expire - earliest) < 0) {
@@ -114,7 +116,7 @@ int createTimerThread(const TimerThreadConfig *config) {
     return 0;
   }
   // The thread may run before its handle is stored, and never looks at it; destoryTimerThread does once it runs.
-  if (!torvane::start_detached(&configuration.thread, thread_stack, timerThread, &configuration)) {
+  if (!start_detached(&configuration.thread, thread_stack, timerThread, &configuration)) {
     TRACE("CHECK!!\n");
     return 0;
   }
@@ -130,7 +132,7 @@ int destoryTimerThread(void) {
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
   retire_all(&expiredList);
-  if (signal_pair[1] != -1) { // else they are closed already, and their numbers another's
+  if (signal_pair[1] != -1) { // else both are closed already, and their numbers may be another's
     close(signal_pair[0]);    // its number stays: a timer thread that has yet to begin looks at it
     close(signal_pair[1]);
     signal_pair[1] = -1;
@@ -152,7 +154,7 @@ int delTimer(TimerNode *timer) {
     return 1;
   const int cancellability = TAKE_LOCK(configuration.semid);
   __delTimer(timer);
-  torvane::list_make_empty(&timer->node);
+  list_make_empty(&timer->node);
   return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
 }
 
@@ -192,8 +194,8 @@ uint32_t getCurrentTime(uint32_t *out) {
 void sendNotifyToTimerThread(int code) {
   while (send(signal_pair[1], &code, sizeof(code), MSG_DONTWAIT | MSG_NOSIGNAL) == -1) {
     if (errno == EAGAIN) {
-      // Full. The timer thread may be waiting for the semaphore that this caller holds, so that nobody else would
-      // ever make room. The notifications left wake it all the same.
+      // The socket is full. The timer thread may be waiting for the semaphore that this caller holds, so nobody else
+      // would ever make room. The notifications that are left wake it all the same.
       drop_notification();
     } else if (errno != EINTR) {
       TRACE("[%d]Could not send signal: %d\n", code, code);
@@ -224,7 +226,7 @@ void *timerThread(void *) {
     const int ready = select(notifications + 1, &readable, nullptr, nullptr, timeout.tv_sec > 0 ? &timeout : nullptr);
     const int error = errno;
     while (!change_thread_state(thread_waits, thread_busy))
-      pause(); // for the cancellation, which is on its way
+      pause(); // the cancellation is on its way
 
     if (ready == -1) {
       if (error == EINTR || error == EAGAIN)
@@ -242,11 +244,11 @@ void *timerThread(void *) {
 }
 
 void launchProcessTimerListThread(void) {
-  const int cancellability = torvane::hold_cancellation();
+  const int cancellability = hold_cancellation();
   pthread_t runner;
-  if (!torvane::start_detached(&runner, thread_stack, processTimerListThread, nullptr))
+  if (!start_detached(&runner, thread_stack, processTimerListThread, nullptr))
     TRACE("CHECK!!\n");
-  torvane::restore_cancellation(cancellability);
+  restore_cancellation(cancellability);
 }
 
 void *processTimerListThread(void *) {
@@ -256,7 +258,7 @@ void *processTimerListThread(void *) {
       GIVE_SEMAPHORE(configuration.semid);
       return nullptr;
     }
-    TimerNode *timer = torvane::record_of<TimerNode>(expiredList.next, offsetof(TimerNode, node));
+    TimerNode *timer = record_of<TimerNode>(expiredList.next, offsetof(TimerNode, node));
     list_move(&timer->node, &retiredList);
     // Once the semaphore is given back the owner may take the timer out and free it.
     const TimerNode due = *timer;
