@@ -1,33 +1,34 @@
 /*
  * libtorvane: what the daemons, command-line tools and CGI handlers of a home router share.
  *
- * The headers are the manual. There is one for each service, complete on its own; this one includes them all. A program
- * may include <torvane.h>, or the headers of the services that it uses.
- * The includes at the end of this file are the index.
+ * The headers are the manual. Each service has one that is complete on its own, and this header includes them all. A
+ * program includes <torvane.h>, or only the headers of the services that it uses. The includes at the end of this file
+ * are the index.
  *
- * All of them are usable from C99 and C++. Link with -ltorvane; the library itself needs only libc.
+ * All headers are usable from C99 and C++. Link with -ltorvane; the library itself needs only libc.
  *
  * What holds everywhere
  * ---------------------
- * Results.    Every module has its own result codes, and two of them have opposite senses: the QoS tree
- *             operations return 0 for success, the rule, schedule and script operations return 1 for success.
- *             Each function says which it is.
- * Traces.     "Traces TEXT" below means: the library opens "/dev/console" in mode "a" (and close-on-exec), writes a
- *             coloured header (see __stdprintf_info__) and TEXT, and closes the console again, once per trace. A
- *             console that cannot be opened suppresses that line and changes nothing else; errno is what it was
- *             before the trace.
- * Ownership.  Records that the library makes (root_qdisc, qos_class, qos_rule, qos_sched) are the library's: use the
- *             pointers until the record is deleted, and never free them. Blocks passed in are copied; the caller
- *             keeps its own.
- * Null.       Unless a function says otherwise, an interface name that is null names no interface (what writes commands
- *             writes none for it), a null block or buffer makes the operation fail with the result named in its
- *             description, and FILE, record and list-head pointers must be valid.
- * Threads.    The QoS trees, rules and schedules are process-global and have no lock: use them from one thread, or
- *             hold a lock of your own around every call (downdown and upup make one that also works between
- *             processes). Functions that keep no state may be called from any thread; where a function is not safe
- *             to call at any time from any thread, its description says so.
+ * Results.    Every module has its own result codes, and each function lists its own. Two modules have opposite senses:
+ *             the operations on QoS trees (torvane/qos.h) return 0 for success, while those on rules, schedules and
+ *             scripts (torvane/qos.h, torvane/rules.h) return 1 for success.
+ * Traces.     Where a description says that a function traces a text, the library opens "/dev/console" in mode "a" and
+ *             close-on-exec, writes a coloured header (torvane/trace.h) and the text, and closes the console again. It
+ *             does so once for each trace. When the console cannot be opened, that line is missing and nothing else
+ *             changes. A trace leaves errno as it was. Texts are quoted as printf formats: "%d" stands for a number,
+ *             "%s" for a text, "\n" for a newline.
+ * Ownership.  Blocks that a program passes in are copied, and the program keeps its own. Records that the library makes
+ *             (root_qdisc, qos_class, qos_rule, qos_sched) belong to the library: a program may use their pointers
+ *             until the record is deleted, and must never free them.
+ * Null.       A null interface name names no interface, and code that writes commands writes no name for it. A null
+ *             block or buffer makes the operation fail with the result that its description names. Pointers to FILE,
+ *             to records and to list heads must be valid. Descriptions name the exceptions to these rules.
+ * Threads.    The QoS trees, rules and schedules are global to the process and have no lock: use them from one thread,
+ *             or hold a lock of your own around every call. downdown and upup (torvane/ipc.h) are such a lock, and it
+ *             works between processes too. Functions that keep no state may be called from any thread. Where calling a
+ *             function at any time from any thread is not safe, its description says so.
  * Names.      Interface names, MAC texts, domain and URL texts go into shell scripts as they stand. Never pass text
- *             that came from a user without checking it first.
+ *             that came from a user without checking it first; torvane/text.h has guards.
  * Byte order. IPv4 addresses in rules are plain numbers with the first octet in the top byte, on every host.
  */
 #ifndef TORVANE_H

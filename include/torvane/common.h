@@ -1,11 +1,13 @@
 /*
- * What every header of the library begins and ends with.
+ * Common macros
  *
- * A program includes <torvane.h>, or the headers of the services that it uses; this one comes with each of them.
+ * This header holds the macros that open and close every header of the library. A program need not include it: it
+ * comes with <torvane.h> and with the header of each service.
  */
 #ifndef TORVANE_COMMON_H
 #define TORVANE_COMMON_H
 
+/* Give declarations C linkage when a C++ compiler reads them. TORVANE_BEGIN and TORVANE_END contain them. */
 #ifdef __cplusplus
 #define TORVANE_EXTERN_C_BEGIN extern "C" {
 #define TORVANE_EXTERN_C_END }
@@ -15,10 +17,19 @@
 #endif
 
 #if defined(__GNUC__)
-/* The library is built with hidden symbols: what its headers declare is visible, and nothing else. */
+/*
+ * Opens the declarations of a header. The library is built with hidden symbols: only what its headers declare between
+ * TORVANE_BEGIN and TORVANE_END is visible to programs.
+ */
 #define TORVANE_BEGIN _Pragma("GCC visibility push(default)") TORVANE_EXTERN_C_BEGIN
+/* Closes the declarations that TORVANE_BEGIN opened. */
 #define TORVANE_END TORVANE_EXTERN_C_END _Pragma("GCC visibility pop")
-/* Lets the compiler check the values of a printf format. Positions count from 1. */
+/*
+ * Lets the compiler check the values that are passed for a printf format.
+ *
+ *   format_at  position of the format among the function's parameters; the first one is 1
+ *   values_at  position of the "..." of the same function
+ */
 #define TORVANE_PRINTF(format_at, values_at) __attribute__((format(printf, format_at, values_at)))
 #else
 #define TORVANE_BEGIN TORVANE_EXTERN_C_BEGIN
