@@ -1,9 +1,24 @@
 /*
- * Process helpers
+ * Processes
  *
- * Commands go to "/bin/sh -c" as they are: quoting values is the caller's work. The functions with a format hold a
- * command of at most 1023 bytes; a longer one is not run cut short but refused: traces "command too long\n" and returns
- * -1 (null from _system_read), as does a null format.
+ * These functions run commands, send signals and answer small questions about the system: does a file exist, what does
+ * a signal do, what are the UUIDs that belong to a MAC address.
+ *
+ * Which function runs a command:
+ *
+ *   __system      waits for the command and returns its status; the usual choice
+ *   _execl        traces the command first, and returns no status
+ *   _system_read  lets the program read what the command prints; _system_close ends it
+ *   exec_system   takes a command of any length that prints nothing
+ *
+ *     int status = __system(__FILE__, __LINE__, __func__, "ifconfig %s up", ifname);
+ *
+ *     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+ *       ...
+ *
+ * All four pass the command to "/bin/sh -c" as it is. Quoting the values in it is the caller's work; torvane/text.h has
+ * the guards for that. The three that take a printf format hold a command of at most 1023 bytes. They do not run a
+ * longer one cut short: they refuse it, and trace that.
  */
 #ifndef TORVANE_PROCESS_H
 #define TORVANE_PROCESS_H
@@ -15,71 +30,121 @@
 TORVANE_BEGIN
 
 /*
- * Formats a command and runs it with system(3): waits for it; meanwhile the process ignores SIGINT and SIGQUIT, and the
- * calling thread blocks SIGCHLD.
+ * Formats a command, runs it with system(3) and waits for it.
  *
- *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
+ *   file, line, func  source position of the caller, as a trace macro passes it; not used here
+ *   fmt               printf format of the command, which has at most 1023 bytes
  *
- * Returns what system(3) returned: a wait status; when no process can be made -1 or the status of exit code 127, by the
- * C library. Any thread.
+ * Returns:
+ *   -1            the command is longer or `fmt` is null: traces "command too long\n", and nothing is run
+ *   other values  what system(3) returned: the command's wait status. When no process can be made this is -1 or the
+ *                 status of exit code 127, depending on the C library
+ *
+ * During the wait the process ignores SIGINT and SIGQUIT, and the calling thread blocks SIGCHLD. Any thread may call
+ * this function.
  */
 int __system(const char *file, int line, const char *func, const char *fmt, ...) TORVANE_PRINTF(4, 5);
 
 /*
- * Formats a command, traces "sys cmd:%s\n" with it, runs it with "/bin/sh -c" from a vfork and waits for any one
- * child: in a process with other children that may be another one.
+ * Formats a command, traces "sys cmd:%s\n" with it, runs it with "/bin/sh -c" from a vfork and waits for a child.
  *
- * Returns the length of the command in bytes, whatever came of running it. Not for processes whose children are
- * waited for elsewhere at the same time.
+ *   fmt  printf format of the command, which has at most 1023 bytes
+ *
+ * Returns:
+ *   -1            the command is longer or `fmt` is null: traces "command too long\n", and nothing is run
+ *   other values  the length of the command in bytes, whether it succeeded, failed or could not be started
+ *
+ * Both traces have the short header of torvane/trace.h, without the process id.
+ *
+ * The wait ends with ANY one child of the process, which may be another than this command. It also takes place when no
+ * process could be made. So do not call it where other children run, or where another thread waits for children at the
+ * same time.
  */
 int _execl(const char *fmt, ...) TORVANE_PRINTF(1, 2);
 
 /*
- * Formats a command and starts it with its standard output readable from the stream that is returned; all output
- * streams of the process are flushed first. Returns null when it cannot be started. End it with _system_close.
+ * Formats a command and starts it; the caller reads its standard output from the stream that is returned.
  *
- * Any thread; but the flush waits for every thread that is inside a call on a stream, such as one that reads the output
- * of a slow command.
+ *   fmt  printf format of the command, which has at most 1023 bytes
+ *
+ * Returns:
+ *   a stream  the command was started; the caller ends it with _system_close
+ *   null      the command is longer or `fmt` is null: traces "command too long\n", and nothing is run
+ *   null      the command could not be started: nothing is traced
+ *
+ * All output streams of the process are flushed first. Any thread may call it, but the flush waits for each thread that
+ * is inside a call on a stream, such as one that reads the output of a slow command.
  */
 FILE *_system_read(const char *fmt, ...) TORVANE_PRINTF(1, 2);
 
-/* Closes a stream of _system_read and waits for its command. Returns its wait status, or -1 (also for null). */
+/*
+ * Closes a stream of _system_read and waits for its command to end.
+ *
+ *   stream  from _system_read; it is gone afterwards
+ *
+ * Returns:
+ *   -1            `stream` is null, or the wait failed
+ *   other values  the command's wait status
+ */
 int _system_close(FILE *stream);
 
 /*
- * Starts a command of any length, reads nothing of its output, and waits for it to end. Prints "execute command (%s)
- * success\n" on standard output when it could be started, else "execute command (%s) fail\n" ("(null)" for null).
+ * Starts a command of any length, reads nothing of its output, and waits for it to end.
  *
- * For commands that print nothing: the first thing that one writes to its standard output is likely to end it with
- * SIGPIPE in the middle of its work.
+ *   command  the command, as it goes to the shell
  *
- * Returns 0 when the command could be started, whatever its exit status; else -1, also for null.
+ * Returns:
+ *   0   the command was started, whatever its exit status was
+ *   -1  the command could not be started, or `command` is null
+ *
+ * It prints "execute command (%s) success\n" on standard output when the command was started, else
+ * "execute command (%s) fail\n" ("(null)" stands for a null command).
+ *
+ * Use it for commands that print nothing. The first thing that a command writes to its standard output is likely to end
+ * it with SIGPIPE in the middle of its work.
  */
 int exec_system(const char *command);
 
 /*
- * kill(2), guarded: for the process ids 0, -1 and 1 it signals nothing, traces "kill %d\n" with the id and returns -1.
- * Other negative ids address process groups as usual.
+ * Sends a signal with kill(2), but never to process id 0, -1 or 1, which mean the caller's own group, every process and
+ * init.
  *
- *   file, line, func  source position of the caller, for a trace macro of the caller's; not used
+ *   file, line, func  source position of the caller, as a trace macro passes it; not used here
+ *   pid               process to signal. Negative ids other than -1 address process groups as usual
+ *   sig               signal number
  *
- * Returns what kill(2) returned. Any thread.
+ * Returns:
+ *   -1            `pid` is 0, -1 or 1: traces "kill %d\n" with the id, and nothing is signalled
+ *   other values  what kill(2) returned: 0, or -1 with errno
+ *
+ * Any thread may call it.
  */
 int __kill(const char *file, int line, const char *func, int pid, int sig);
 
-/* 1 when stat(2) on `path` succeeds, else 0, also for null. Any thread. */
+/*
+ * Tells whether a path exists, be it a file, a directory or anything else that stat(2) accepts.
+ *
+ * Returns:
+ *   1  stat(2) on `path` succeeded
+ *   0  it failed, or `path` is null
+ *
+ * Any thread may call it.
+ */
 int _isFileExist(const char *path);
 
 /*
- * Always 0, also for a module that is loaded: its reading of "/proc/modules" goes on while the stream is at its end,
- * which a stream just opened never is. Kept for callers built on that answer. Traces "open /proc/modules fail!\n" when
- * the file cannot be opened. Any thread.
+ * Should tell whether a kernel module is loaded, but always returns 0, also for a module that is loaded. It reads
+ * "/proc/modules" only while the stream is at its end, and a stream that was just opened never is. The function is kept
+ * for callers that are built on that answer.
+ *
+ *   name  name of the module; not used
+ *
+ * It traces "open /proc/modules fail!\n" when the file cannot be opened. Any thread may call it.
  */
 int _isModuleExist(const char *name);
 
 /*
- * Traces what a signal action does: "Default\n", "Ignore\n", or "This signal is not using default or ignore
- * handler\n".
+ * Traces what a signal action does: "Default\n", "Ignore\n", or "This signal is not using default or ignore handler\n".
  *
  *   action  a record whose first word, of pointer size, is the handler (SIG_DFL, SIG_IGN or a function). Where struct
  *           sigaction begins with its flags, as on MIPS, pass the address of its handler field. Null traces nothing
@@ -87,22 +152,27 @@ int _isModuleExist(const char *name);
 void show_handler(const void *action);
 
 /*
- * A number from rand(3), seeded once per process from "/dev/urandom", or from the time when that cannot be read. Not
- * for secrets. Two threads that make the first call at once may both seed.
+ * Returns a number from rand(3), 0 to RAND_MAX. Do not use it for secrets.
+ *
+ * The first call in a process seeds the generator from "/dev/urandom", or from the time when that cannot be read. Two
+ * threads that make the first call at once may both seed it.
  */
 int get_random(void);
 
 /*
- * Makes four UUIDs from a MAC address: fixed fields, then the MAC's bytes, the last of them plus 0, 1, 2 and 3.
+ * Makes four UUIDs from a MAC address. Each consists of fixed fields followed by the bytes of the MAC; 0, 1, 2 and 3
+ * are added to the last byte.
  *
  *   mac  6 bytes
- *   out  280 bytes, or null to store nothing: four texts of 32 digits in 33 bytes each, then from byte 132 four texts
- *        with dashes of 36 characters in 37 bytes each, all terminated
+ *   out  280 bytes, or null to store nothing. It receives four texts of 32 digits in 33 bytes each, then, from byte 132
+ *        on, four texts with dashes of 36 characters in 37 bytes each. All eight are terminated
  *
- * A sum above 255 is written with its three digits and the text is cut to its field, so the UUIDs of a MAC that ends in
- * fe or ff are not all different.
+ * Returns:
+ *   0   done
+ *   -1  `mac` is null
  *
- * Returns 0, or -1 when `mac` is null. Any thread.
+ * A last byte above 255 takes three digits, and the text is cut to its field. So the UUIDs of a MAC that ends in fe or
+ * ff are not all different. Any thread may call it.
  */
 int WscGenerateUUID(const unsigned char *mac, char *out);
 

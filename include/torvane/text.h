@@ -1,18 +1,28 @@
 /*
- * Strings
+ * Text
  *
- * Guards and escapers for text on its way to the shell, and small text functions. Nothing here traces or keeps state;
- * any thread may call it. Character classes and cases are those of the process's locale (the plain ASCII ones unless
- * the program calls setlocale). Times are linear in the lengths of the texts unless a function says otherwise.
+ * Two groups of functions: guards and escapers for text on its way to the shell, and small text functions. None of them
+ * traces or keeps state, and any thread may call them. Character classes and cases are those of the process's locale,
+ * which is plain ASCII unless the program calls setlocale. Each function takes time in proportion to the lengths of its
+ * texts unless its description says otherwise.
  *
- * Which guard: refuse text that hasInjectionString reports wherever a refusal is possible, and put what it accepts in
- * double quotes: a shell then passes it on as one word, but for "$NAME" and its like ("$1", "$$"), which it replaces,
- * and runs nothing. Without quotes nothing runs either, but blanks and tabs make several words of it. The two escapers
- * are for arguments outside quotes. None of the three looks at a "-" at the start, which makes an option of an
- * argument: put "--" before it, or test the text for what it should be (an address, a number, a name) first.
+ * Text that came from a user must not reach a shell as it stands. Choose the guard in this order:
  *
- * The tests of the library give every text of one and two bytes and many longer ones to dash, bash and the busybox
- * shell (in the C locale); what is said below of the shell is what they found.
+ *   1. Refuse text that hasInjectionString reports wherever the program can refuse, and put accepted text in double
+ *      quotes. A shell then runs nothing of it and passes it on as one word, except that it replaces "$NAME" and its
+ *      like ("$1", "$$"). Without quotes the shell runs nothing either, but splits the text at blanks and tabs.
+ *   2. Where refusing is not possible, escape the text with escapeShellCommand or SpecialCharConvert. Both are for
+ *      arguments outside quotes, and both list the texts that they cannot protect.
+ *
+ *     if (hasInjectionString(host))
+ *       return -1;
+ *     __system(__FILE__, __LINE__, __func__, "ping -c 1 -- \"%s\"", host);
+ *
+ * None of the three looks at a "-" at the start, which turns an argument into an option. Put "--" before the text, or
+ * check first that it is what it should be: an address, a number, a name.
+ *
+ * What this header says about shells comes from the library's tests: they give every text of one and two bytes, and
+ * many longer ones, to dash, bash and the busybox shell in the C locale.
  */
 #ifndef TORVANE_TEXT_H
 #define TORVANE_TEXT_H
@@ -25,121 +35,190 @@
 TORVANE_BEGIN
 
 /*
- * 1 when `text` holds one of these, which it then also prints on standard output as "[%s::%s::%d] Injection string:
- * %s\n" with "vemta_string", "hasInjectionString", a source line and the text; else 0, also for null. In a CGI program
- * standard output is the response: there, the line goes into the page, unescaped.
+ * Tells whether a text holds something that a shell could run, and reports such a text on standard output.
  *
- *   ` & " # * ? ~ > ^ < ) ( { } [ ] \ ; ' |   newline, form feed, and "$(" (a "$" alone may stay)
+ *   text  text to check
+ *
+ * It looks for these characters, for newline and form feed, and for "$(" (a "$" alone may stay):
+ *
+ *   ` & " # * ? ~ > ^ < ) ( { } [ ] \ ; ' |
+ *
+ * Returns:
+ *   1  the text holds one of them
+ *   0  the text holds none, or `text` is null
+ *
+ * For result 1 it prints "[%s::%s::%d] Injection string: %s\n" on standard output, with "vemta_string",
+ * "hasInjectionString", a source line and the text. In a CGI program standard output is the response: there the line
+ * goes into the page, unescaped.
  */
 int hasInjectionString(const char *text);
 
 /*
- * Copies `text` with a backslash before every character that the shell would take for its own (newline, form feed, and
- * " # $ & ( ) * ; < > ? [ \ ] ^ ` { | } ~), for use as arguments outside quotes. No other command runs, whatever the
- * text. The shell passes the text on as it is, with these exceptions:
+ * Copies a text with a backslash before each character that has a meaning for the shell, so that the copy can stand as
+ * an argument outside quotes.
  *
- *   blank, tab     separate words: text with these is several arguments, and text of nothing else, or empty, is none
- *   newline        goes: it comes out as backslash-newline, which a shell takes away
- *   single quote   the output ends at the first one. If another one follows it, nothing more is written; if not, a
- *                  backslash and a quote are written once for each character from there to the end. So what follows
- *                  is lost: refuse such text first
+ *   text  text to copy
+ *   dst   points to the pointer to the output. The output has at least twice the length of the text plus one byte; the
+ *         caller zeroes it first, as no terminator is written. The pointer is not moved
  *
- *   dst  points to the pointer to the output: at least twice the length of the text plus one byte, zeroed by the
- *        caller, as no terminator is written. The pointer is not moved
+ * The characters are newline, form feed and these:
  *
- * Returns 0; or 1 when `text`, `dst` or the pointer there is null.
+ *   " # $ & ( ) * ; < > ? [ \ ] ^ ` { | } ~
+ *
+ * No other command runs, whatever the text holds. The shell passes the text on as it is, with these exceptions:
+ *
+ *   blank, tab     separate words: text that holds them becomes several arguments. Empty text, or text of nothing but
+ *                  blanks and tabs, becomes no argument
+ *   newline        is lost: the copy holds backslash-newline, which a shell removes
+ *   single quote   ends the output, and what follows it is lost. If another single quote follows, nothing more is
+ *                  written. If none follows, a backslash and a quote are written once for each character from the quote
+ *                  to the end of the text. Refuse text with a single quote first
+ *
+ * Returns:
+ *   0  copied
+ *   1  `text`, `dst` or the pointer that `dst` points to is null
  */
 int escapeShellCommand(const char *text, char **dst);
 
 /*
- * Copies `len` bytes with a backslash before each of these 26 characters, so that outside quotes they make one word:
+ * Copies bytes with a backslash before each special character, so that outside quotes the copy is one word.
  *
- *   ` blank \ / ' " ; | ! @ $ ^ & ( ) = , : * ? < > [ ] { }
+ *   src   `len` bytes; they need no terminator
+ *   len   bytes to copy
+ *   dst   receives the copy: a buffer that is ONE BYTE LARGER than `size`
+ *   size  bytes of `dst` that are zeroed and filled; twice `len` or more when nothing may be cut. The function looks
+ *         for room before each source byte, so a byte with its backslash may go one byte past `size`
  *
- *   src   `len` bytes; needs no terminator
- *   size  bytes of `dst` that are zeroed and filled. Room is looked at before each source byte, so a byte with its
- *         backslash may go ONE BYTE PAST `size`: pass a buffer that is one byte larger than `size`, and twice `len`
- *         or more as `size` when nothing may be cut
+ * The special characters are the blank and these 25:
  *
- * The shell passes the text on as one word, with these exceptions; refuse such text first (hasInjectionString does, but
- * for the tab and the empty text):
+ *   ` \ / ' " ; | ! @ $ ^ & ( ) = , : * ? < > [ ] { }
  *
- *   newline             ends the command: WHAT FOLLOWS IT IS RUN as the next one
- *   tab                 separates words
- *   # at the start      makes the rest of the line a comment, what stands after the text included
- *   ~ at the start      "~", "~NAME" and in bash "~+", "~-", "~0" are replaced by a folder's path; "~/x" is not
- *   empty text          no word at all
+ * The shell passes the text on as one word, with these exceptions. Refuse such text first; hasInjectionString reports
+ * all of it except the tab and the empty text.
  *
- * Returns the number of bytes written; or -1, with nothing written, when `size` is below `len` or negative, or a
- * pointer is null.
+ *   newline          ends the command: WHAT FOLLOWS IT IS RUN as the next command
+ *   tab              separates words
+ *   # at the start   makes the rest of the line a comment, including what stands after the text
+ *   ~ at the start   makes the shell replace "~", "~NAME" and in bash "~+", "~-", "~0" by the path of a folder; "~/x"
+ *                    stays as it is
+ *   empty text       is no word at all
+ *
+ * Returns:
+ *   -1            `size` is below `len` or negative, or a pointer is null; nothing is written
+ *   other values  the number of bytes written
  */
 int SpecialCharConvert(const char *src, int len, char *dst, int size);
 
-/* 1 when every character is a hexadecimal digit, or there is none; else 0, also for null. */
+/*
+ * Tells whether a text consists of hexadecimal digits.
+ *
+ * Returns:
+ *   1  every character is a hexadecimal digit, or the text is empty
+ *   0  the text holds another character, or `text` is null
+ */
 int is_hex(const char *text);
 
-/* 1 when every character is a decimal digit, or there is none; else 0, also for null. */
+/*
+ * Tells whether a text consists of decimal digits.
+ *
+ * Returns:
+ *   1  every character is a decimal digit, or the text is empty
+ *   0  the text holds another character, or `text` is null
+ */
 int is_number(const char *text);
 
-/* How often the character `c` occurs; 0 for null. */
+/* Returns how often the character `c` occurs in `text`; 0 when `text` is null. */
 int num_delim(const char *text, char c);
 
 /*
- * How often `pattern` occurs, from left to right and without overlaps ("aa" is 2 times in "aaaa"); 0 when either is
- * null or the pattern is empty.
+ * Returns how often a pattern occurs in a text, counted from left to right without overlaps: "aa" occurs 2 times in
+ * "aaaa". It returns 0 when the pattern is empty or either argument is null.
  */
 int num_delim_s(const char *text, const char *pattern);
 
-/* Change the text in place to lower or upper case; null is ignored. */
+/* Changes a text to lower case in place. A null `text` is ignored. */
 void j_tolower(char *text);
+
+/* Changes a text to upper case in place. A null `text` is ignored. */
 void j_toupper(char *text);
 
-/* Offset in bytes of the first occurrence of `pattern`; 0xFFFFFFFF when there is none or either is null. */
+/*
+ * Returns the offset in bytes of the first occurrence of `pattern` in `text`, or 0xFFFFFFFF when there is none or
+ * either argument is null.
+ */
 unsigned strpos(const char *text, const char *pattern);
 
 /*
- * Replaces every occurrence of `pattern` in place, the first one first, and looks again from the start of the text
- * after each, until there is none or the next result would not fit 4096 bytes with its terminator: then the text stays
- * as the pass before left it. A replacement that holds the pattern therefore grows the text up to that size.
+ * Replaces every occurrence of a pattern in place.
  *
- *   text  in a buffer with room for the result: 4096 bytes are always enough
+ *   text         text to change, in a buffer with room for the result: 4096 bytes are always enough
+ *   pattern      text to look for
+ *   replacement  text to put in its place
  *
- * A null argument, an empty pattern and a replacement equal to the pattern change nothing. Returns null, always. Each
- * pass is linear; there is one for each occurrence, those that replacements complete included, and of those there may
- * be as many as the square of the length ("ab" by "ba" in 4000 bytes of a's and b's: millions).
+ * Returns null, always.
+ *
+ * Each pass replaces the first occurrence and looks again from the start of the text. It stops when there is no
+ * occurrence left, or when the next result with its terminator would not fit 4096 bytes; the text then stays as the
+ * last pass left it. A replacement that holds the pattern therefore grows the text up to that size. A null argument, an
+ * empty pattern, or a replacement equal to the pattern changes nothing.
+ *
+ * A pass takes time in proportion to the length of the text, and there is one pass for each occurrence, also for those
+ * that replacements complete. There may be as many as the square of the length: replacing "ab" by "ba" in 4000 bytes of
+ * a's and b's takes millions of passes.
  */
 char *j_replace(char *text, const char *pattern, const char *replacement);
 
-/*
- * The first place in `text` where `pattern` stands, without regard to case; null when there is none, the pattern is
- * empty, or either is null. Takes at most text length times pattern length. Not the C library's function of that name,
- * which finds an empty pattern everywhere; that is the one a program gets when it is linked before this library.
- */
 #if !defined(__USE_GNU) || !defined(__CORRECT_ISO_CPP_STRING_H_PROTO) /* else <string.h> has it once per constness */
+/*
+ * Finds the first place where a text holds a pattern, without regard to case.
+ *
+ *   text     text to search
+ *   pattern  text to look for
+ *
+ * Returns a pointer into `text`, or null when there is no such place, the pattern is empty, or either argument is null.
+ *
+ * It takes at most as many steps as the text's length times the pattern's. The C library has a function of this name
+ * too, which finds an empty pattern in every text; a program gets that one when the C library stands before this
+ * library in its link order.
+ */
 char *strcasestr(const char *text, const char *pattern);
 #endif
 
-/* free(3); null is ignored. */
+/* Frees a text that came from malloc, as free(3) does. A null `text` is ignored. */
 void freeString(void *text);
 
 /*
- * Copies the bytes `start` up to, not including, `end` of `src` to `dst`, without a terminator.
+ * Copies a part of a text, without a terminator.
  *
- *   src   holds at least `end` bytes
- *   size  bytes of `dst`
+ *   src    text of at least `end` bytes
+ *   start  offset of the first byte to copy
+ *   end    offset after the last byte to copy
+ *   dst    receives the bytes
+ *   size   bytes of `dst`
  *
- * Returns `size` when `end` is before `start`; 1, with nothing copied, when the bytes do not fit, `start` is negative
- * or a pointer is null; else the address `dst` as a number.
+ * Returns:
+ *   the address `dst` as a number  copied
+ *   `size`                         `end` is before `start`; this is looked at first, and nothing is copied
+ *   1                              the bytes do not fit, `start` is negative, or a pointer is null; nothing is copied
  */
 intptr_t substring(const char *src, int start, int end, char *dst, int size);
 
-/* 0 when both texts are there and equal, else 1 (also for two nulls). */
+/*
+ * Tells whether two texts differ.
+ *
+ * Returns:
+ *   0  both texts are there and equal
+ *   1  the texts differ, or at least one is null (also when both are)
+ */
 int j_strcmp(const char *a, const char *b);
 
-/* The lower-case hexadecimal digit of the low four bits. */
+/* Returns the lower-case hexadecimal digit of the low four bits of `value`. */
 char to_hex(char value);
 
-/* The value of a hexadecimal digit of either case. For any other character its lower-case code minus 87: no error. */
+/*
+ * Returns the value of a hexadecimal digit of either case. It reports no error: for any other character it returns that
+ * character's lower-case code minus 87.
+ */
 char from_hex(char c);
 
 TORVANE_END
