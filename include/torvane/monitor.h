@@ -1,27 +1,38 @@
 /*
  * Bandwidth monitor
  *
- * A thread that reads the byte counters of listed interfaces from "/proc/net/dev" every period and keeps their rates,
- * bytes per second, and when asked a history of them.
+ * A thread that reads the byte counters of listed interfaces from "/proc/net/dev" once in every period. It keeps the
+ * rates of each interface in bytes per second and, when asked to, a history of them.
  *
- * Life: init_bm, any number of adds, bm_start, then queries, adds and deletes from any thread; at last the exit bit,
- * set under the semaphore: when its sleep is over the thread frees the interface records and ends.
+ *   static bm_head monitor;
+ *   bm_sample rates;
+ *   if (init_bm(&monitor, key, 2, 0) != 1 || add_bm_by_iface("eth0", &monitor) != 1 || bm_start(&monitor) != 0)
+ *     return 1;
+ *   ...
+ *   if (query_bm_by_iface("eth0", &monitor, &rates) == 1)
+ *     printf("%llu bytes per second received\n", (unsigned long long)rates.rx_rate);
  *
- * The semaphore (downdown(head->semid, ...)) guards the monitor, every record and every history; the functions here
- * take it themselves. Take it to change `period`, `history` or `exit`, or to read a record or a history. The thread
- * holds it for a whole pass and never while it sleeps. A wait for it that a signal interrupts is told by downdown and
- * begun again. When it is gone a function does nothing and returns 0, and the thread makes no passes; the exit bit ends
- * the thread even then.
+ * Life: init_bm comes first, then any number of adds, then bm_start, then queries, adds and deletes from any thread. At
+ * last a program takes the semaphore and sets the exit bit. When its sleep is over the thread frees the interface
+ * records and ends.
  *
- * Signals that are handled on the thread cut its sleep short, and the rates of that pass are still divided by the whole
- * period. It inherits the signal mask of the thread that calls bm_start: block them there meanwhile.
+ * Semaphore: it guards the monitor, every record and every history. The functions here take it themselves. Take it with
+ * downdown(head->semid, ...) (torvane/ipc.h) to change `period`, `history` or `exit`, or to read a record or a history.
+ * The thread holds it for a whole pass and never while it sleeps. If a signal interrupts a wait for it, downdown
+ * reports that and the wait begins again. When the semaphore is gone, a function does nothing and returns 0, and the
+ * thread makes no passes; the exit bit ends the thread even then.
  *
- * Between processes: with the monitor in shared memory others may, under the semaphore, change `period` and `history`
- * and set the exit bit. Interface records come from the heap of the process that adds them: add, delete, query and
- * follow the list in the process that runs the thread alone.
+ * Signals: a signal that is handled on the thread cuts its sleep short, and the rates of that pass are still divided by
+ * the whole period. The thread inherits the signal mask of the thread that calls bm_start, so block signals around that
+ * call.
  *
- * Results: 1 done, 0 not, unlike most of the library; bm_start and get_rxtx_by_ifname return 0 for success. Null
- * arguments make a function fail with nothing touched. Any thread may call these functions.
+ * Processes: with the monitor in shared memory, other processes may take the semaphore to change `period` and `history`
+ * and to set the exit bit. Interface records come from the heap of the process that adds them. Add, delete, query and
+ * follow the list only in the process that runs the thread.
+ *
+ * Results: most functions return 1 for success and 0 for failure, unlike most of the library. bm_start and
+ * get_rxtx_by_ifname return 0 for success and 1 for failure. With a null argument a function fails and touches nothing.
+ * All functions are safe from any thread.
  */
 #ifndef TORVANE_MONITOR_H
 #define TORVANE_MONITOR_H
@@ -33,6 +44,7 @@
 
 TORVANE_BEGIN
 
+/* A bandwidth monitor. init_bm fills it; take the semaphore to read or change any field but `semid` after that. */
 typedef struct bm_head {
   list_node link;    /* the interfaces (bm_iface.link), in the order they were added */
   uint8_t count;     /* adds so far, modulo 256; a delete does not lower it */
@@ -43,6 +55,7 @@ typedef struct bm_head {
   uint32_t reserved; /* 0 */
 } bm_head;
 
+/* One interface of a monitor. The library makes and frees these records; read them with the semaphore taken. */
 typedef struct bm_iface {
   list_node link;   /* in bm_head.link */
   char name[32];    /* at most 31 characters, always terminated */
@@ -55,8 +68,9 @@ typedef struct bm_iface {
   uint16_t history_count; /* how many there are: at most 257 */
 } bm_iface;
 
+/* The rates of an interface at one pass: an entry of its history, or the answer of query_bm_by_iface. */
 typedef struct bm_sample {
-  list_node link;
+  list_node link;   /* in bm_iface.history; query_bm_by_iface does not write it */
   uint64_t rx_rate; /* bytes per second */
   uint64_t tx_rate;
 } bm_sample;
@@ -82,74 +96,109 @@ typedef struct rxtx_stats {
 } rxtx_stats;
 
 /*
- * Makes a monitor of memory whose contents do not count: no interfaces, count, exit bit and reserved word 0.
+ * Makes a monitor without interfaces; count, exit bit and reserved word are 0.
  *
- *   head     the caller's; it must last until the thread has ended, or until the process does
- *   semkey   key of the semaphore, which is opened or made, and set free (sem_create). It stays when the monitor ends:
- *            sem_delete(head->semid) when nobody uses it any more
- *   period   seconds, 1 to 255
- *   history  0 or 1
+ *   head     the caller's memory, whose contents do not matter. It must last until the thread has ended, or until the
+ *            process ends
+ *   semkey   key of the semaphore. sem_create (torvane/ipc.h) opens or makes it, and sets it free
+ *   period   seconds from pass to pass, 1 to 255
+ *   history  1 to keep a history, 0 for none
  *
- * Returns 1; or 0 when the semaphore cannot be had (traced by sem_create).
+ * Returns:
+ *   1  the monitor is ready
+ *   0  the semaphore cannot be had (sem_create traces why), or `head` is null
+ *
+ * The semaphore stays when the monitor ends. Remove it with sem_delete(head->semid) when nobody uses it any more.
  */
 int init_bm(bm_head *head, int semkey, unsigned char period, unsigned char history);
 
 /*
- * Starts bmThread as a detached thread and traces, with the short header, "main process get thread id=%d\n" with its
- * handle.
+ * Starts the monitor's thread, bmThread, as a detached thread with the system's default stack.
  *
- * Returns 0; or 1, with nothing traced, when there is no thread.
+ *   head  a monitor that init_bm has made
+ *
+ * Returns:
+ *   0  the thread runs; traces "main process get thread id=%d\n" with its handle (short header, no process id)
+ *   1  the thread cannot be started, or `head` is null; nothing is traced
  */
 int bm_start(bm_head *head);
 
 /*
- * The monitor's thread, for bm_start or a thread of the caller's own (to be joined, say). One for each monitor.
+ * Runs the monitor until the exit bit is set. It is the thread of bm_start; a program may also start it on a thread of
+ * its own, for example one that it can join. A monitor takes one such thread.
  *
- *   head  the bm_head; with null it returns at once
+ *   head  the bm_head; with null the function returns at once
  *
- * Traces "[%d|%d]Thread Create[%s]\n" with the process id, the thread id and "bmThread", then passes until the exit
- * bit. A pass goes through the interfaces in order and reads each one's counters (one reading of the file each). The
- * first that finds an interface takes its counts; every further one sets its rates to the difference, modulo 2^64,
- * divided by the period, without the remainder. An interface that is not in the file keeps what it has, and the
- * difference when it comes back still counts as one period. After a pass the period is read anew for the sleep that
- * follows and the rates after it. Without memory a sample is left out of the history. A history of 257 samples loses
- * its oldest for the next; switching the history off keeps what is there.
+ * Traces "[%d|%d]Thread Create[%s]\n" with the process id, the thread id and "bmThread". Then it makes a pass, sleeps
+ * for the period, and looks at the exit bit before the next pass.
  *
- * At the end it traces "bmThread Exit\n", frees the interface records and returns null. The samples of their
- * histories are NOT freed: delete the interfaces first (del_bm_by_iface frees them), or keep hold of them and free(3)
- * each one. A program that has interfaces listed sees the end by taking the semaphore until list_empty(&head->link):
- * from then on the thread touches neither monitor nor semaphore.
+ * A pass goes through the interfaces in order and reads the counters of each, with one reading of the file for each:
+ *   - The first pass that finds an interface takes its counts. Every further one sets its rates to the difference
+ *     (modulo 2^64) divided by the period, without the remainder.
+ *   - An interface that is not in the file keeps what it has. When it comes back the difference still counts as one
+ *     period.
+ *   - The period is read anew after each pass, for the sleep that follows and for the rates after it.
+ *   - A history of 257 samples loses its oldest for the next. Without memory a sample is left out. Switching the
+ *     history off keeps what is there.
+ *
+ * At the end it traces "bmThread Exit\n", frees the interface records, and returns null. It does NOT free the samples
+ * of their histories: delete the interfaces first (del_bm_by_iface frees both), or keep hold of the samples and free(3)
+ * each one. A program that has interfaces listed sees the end by taking the semaphore until list_empty(&head->link) is
+ * true. From then on the thread touches neither monitor nor semaphore.
  */
 void *bmThread(void *head);
 
 /*
- * Lists an interface, at the end. One that is listed already is deleted first: its rates and its history start again,
- * and when there is no memory for the new record it is gone. The interface need not exist (yet).
+ * Adds an interface at the end of the monitor's list. The interface need not exist yet.
  *
- *   name  at most 31 characters
+ *   name  at most 31 characters; copied
+ *   head  the monitor
  *
- * Returns 1; or 0 for a longer name, or without memory. Two threads that add one name at once may list it twice.
+ * Returns:
+ *   1  the interface is listed
+ *   0  `name` is longer, memory is short, the semaphore is gone, or an argument is null
+ *
+ * An interface that is listed already is deleted first, so its rates and its history start again; when there is no
+ * memory for the new record it is gone. Two threads that add the same name at once may list it twice.
  */
 int add_bm_by_iface(const char *name, bm_head *head);
 
-/* Unlinks and frees the first record of exactly this name, and its history. Returns 1, or 0 when there is none. */
+/*
+ * Takes an interface off the monitor's list and frees its record and its history.
+ *
+ *   name  compared whole; of several records with this name only the first is deleted
+ *   head  the monitor
+ *
+ * Returns:
+ *   1  deleted
+ *   0  the interface is not listed, the semaphore is gone, or an argument is null
+ */
 int del_bm_by_iface(const char *name, bm_head *head);
 
 /*
- * The rates of an interface.
+ * Reads the rates of an interface as the last pass left them.
  *
- *   out  receives both rates; its link is not written, nor anything on failure
+ *   name  compared whole
+ *   head  the monitor
+ *   out   receives both rates; its link is not written
  *
- * Returns 1; or 0 when it is not listed or no pass has found it yet. After the first pass that did both rates are 0.
+ * Returns:
+ *   1  `out` holds the rates; both are 0 after the first pass that found the interface
+ *   0  the interface is not listed, no pass has found it yet, the semaphore is gone, or an argument is null; `out` is
+ *      untouched
  */
 int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out);
 
 /*
- * The counters of an interface now, read from the first line of "/proc/net/dev" in which its name occurs ANYWHERE: eth0
- * takes the line of veth0 or eth0.1 when that comes first. Columns that are not there are 0; a number too large for its
- * field is the largest that fits.
+ * Reads the present counters of an interface from "/proc/net/dev". It needs neither monitor nor semaphore.
  *
- * Returns 0; or 1 when the file cannot be opened (`out` stays as it was) or has no such line (`out` is zeroed).
+ *   name  the first line in which this text occurs ANYWHERE is taken: for eth0 that of veth0 or eth0.1, if it is first
+ *   out   receives the counters. A column that is not there is 0; a number too large for its field is the largest that
+ *         fits
+ *
+ * Returns:
+ *   0  `out` holds the counters
+ *   1  the file cannot be opened, or an argument is null (`out` is untouched); or no line has the name (`out` is all 0)
  */
 int get_rxtx_by_ifname(const char *name, rxtx_stats *out);
 
