@@ -1,39 +1,51 @@
 /*
  * Timers
  *
- * Callbacks at whole seconds of the monotonic clock. One timer thread per process sleeps until the earliest timer is
- * due or a notification comes, and at every wake-up, also when nothing is due, starts a short-lived runner thread that
- * calls what is due, one after the other. Runners of several wake-ups run side by side: a slow callback delays the due
- * timers behind it only until the next wake-up, and two callbacks may run at the same time. Timers with the same expiry
- * are started in the order in which they were added or last modified; every one is started exactly once per arming.
+ * Callbacks at whole seconds of the monotonic clock. One timer thread in the process sleeps until the earliest timer is
+ * due or a notification comes. At every wake-up, also when nothing is due, it starts a short-lived runner thread that
+ * calls what is due, one callback after the other.
  *
- * Timers are one-shot. A timer that has fired stays linked (retired) until it is deleted; modTimer arms it again. The
- * lists are unsorted and walked at every wake-up: good for some dozens of timers.
+ *   static TimerNode timer = {{NULL, NULL}, on_due, 1, 2, 0}; // void on_due(uint32_t arg1, uint32_t arg2)
+ *   TimerThreadConfig config = {0};
+ *   if (sem_create(key, &config.semid) != 0 || createTimerThread(&config) != 1)
+ *     return 1;
+ *   timer.expire = getCurrentTime(NULL) + 5;
+ *   addTimer(&timer);
  *
- * A timer never runs before its second, and may run up to two seconds after it began: the sleep is counted in whole
- * seconds from the moment it is computed, and keeps the microseconds that were left of the one before when a
- * notification cut that short.
+ * Results: createTimerThread returns 1 for success and 0 for failure. The operations on timers return 0 for success and
+ * 1 for failure.
  *
- * Locking. One System V semaphore, made by the program with sem_create and free (1) at the start, guards all lists.
- * addTimer, delTimer, modTimer and destoryTimerThread take it; __delTimer and __modTimer are for callers that hold it
- * already (downdown); callbacks run without it and may call any of these. A thread that is cancelled inside one of
- * them goes on to its end first. A down or up that fails is traced by downdown and upup, and the work is done all the
- * same, without a lock. Runners take the semaphore once more after their last callback, also when the service has been
- * ended: delete it from another process, when this one has ended.
+ * Order: runners of several wake-ups run side by side. So a slow callback delays the due timers behind it only until
+ * the next wake-up, and two callbacks may run at the same time. Timers with the same expiry are started in the order in
+ * which they were added or last modified. Every timer is started exactly once each time it is armed.
  *
- * A child of fork(2) has the lists and the mark that the service runs, but no timer thread, and can never start one:
- * its notifications reach the parent's thread. Start the service after daemon(3).
+ * Life of a timer: timers are one-shot. A timer that has fired stays linked (retired) until it is deleted; modTimer
+ * arms it again. The lists are unsorted and walked at every wake-up, which is good for some dozens of timers.
  *
- * Ending the service cancels a thread, for which the GNU C library loads libgcc_s.so.1 when the program has not.
+ * Accuracy: a timer never runs before its second, and may run up to two seconds after that second began. The sleep is
+ * counted in whole seconds from the moment it is computed. If a notification cuts a sleep short, the next one also
+ * keeps the microseconds that were left of it.
  *
- * Before createTimerThread has returned 1 the operations on timers must not be called: the semaphore's id and the
- * descriptors are 0 until then, so they would work on semaphore 0 and send to standard input.
+ * Locking: one System V semaphore guards all lists. The program makes it with sem_create (torvane/ipc.h); it must be
+ * free (1) at the start. addTimer, delTimer, modTimer and destoryTimerThread take it. __delTimer and __modTimer are for
+ * callers that hold it already (downdown). Callbacks run without it and may call any of these. A thread that is
+ * cancelled inside one of them goes on to its end first. If a down or up fails, downdown or upup traces it, and the
+ * work is done all the same, without a lock. Runners take the semaphore once more after their last callback, also when
+ * the service has been ended: delete it from another process when this one has ended.
  *
- * Both kinds of threads are detached, have stacks of 1 MiB and inherit the signal mask of the thread that starts them:
- * block signals around createTimerThread. A handler that runs on the timer thread in the last second of its sleep makes
- * it sleep on until the next notification; a signal that interrupts a wait for the semaphore is told by downdown, and
- * the wait begun again. Such a signal is also the SIGCHLD of a system(3) or __system in another thread: the kernel
- * gives it to any thread that does not block it, handled or not.
+ * fork: a child of fork(2) has the lists and the mark that the service runs, but no timer thread, and it can never
+ * start one. Its notifications reach the parent's thread. Start the service after daemon(3).
+ *
+ * Start: do not call the operations on timers before createTimerThread has returned 1. The semaphore's id and the
+ * descriptors are 0 until then, so the operations would work on semaphore 0 and send to standard input.
+ *
+ * End: ending the service cancels a thread. For that the GNU C library loads libgcc_s.so.1 if the program has not.
+ *
+ * Threads and signals: timer thread and runners are detached, have stacks of 1 MiB, and inherit the signal mask of the
+ * thread that starts them, so block signals around createTimerThread. If a signal handler runs on the timer thread in
+ * the last second of its sleep, the thread sleeps on until the next notification. If a signal interrupts a wait for the
+ * semaphore, downdown reports that and the wait begins again. The SIGCHLD of a system(3) or __system in another thread
+ * is such a signal too: the kernel gives it to any thread that does not block it, whether it is handled or not.
  */
 #ifndef TORVANE_TIMER_H
 #define TORVANE_TIMER_H
@@ -46,6 +58,7 @@
 
 TORVANE_BEGIN
 
+/* A timer. It is the caller's memory and stays in place, and unchanged, from addTimer to delTimer. */
 typedef struct TimerNode {
   list_node node;                                 /* zeroed, or linked by the service */
   void (*callback)(uint32_t arg1, uint32_t arg2); /* run when due; null runs nothing */
@@ -54,6 +67,7 @@ typedef struct TimerNode {
   uint32_t expire; /* second of getCurrentTime's clock; due from that second on, for 2^31 - 1 seconds */
 } TimerNode;
 
+/* What createTimerThread needs. */
 typedef struct TimerThreadConfig {
   int semid;        /* the semaphore that guards the timers */
   pthread_t thread; /* any value */
@@ -64,96 +78,165 @@ typedef struct TimerThreadConfig {
  *
  *   config  copied
  *
- * Returns 1; or 0: it was started before (also when it has been ended since: it can be started once per process only),
- * `config` is null, there is no socket pair ("can't create signal pipe\n", also when its descriptor is beyond what
- * select takes), or there is no thread ("CHECK!!\n": the two descriptors of the socket pair stay open, and calling
- * again makes another pair). The descriptors are close-on-exec.
+ * Returns:
+ *   1  the timer thread runs
+ *   0  one of these:
+ *        the service was started before, even if it has been ended since: a process can start it only once
+ *        `config` is null
+ *        there is no socket pair, or select cannot watch its descriptor; traces "can't create signal pipe\n"
+ *        the thread cannot be started; traces "CHECK!!\n". The two descriptors of the socket pair stay open, and
+ *        another call makes another pair
  *
- * The timer thread traces "[%d|%d]Thread Create[%s]\n" with process id, thread id and "timerThread", then "Timer Thread
- * Running\n". If it cannot make itself cancellable it traces "CHECK!!\n" and ends. A select that fails is told on
- * standard error ("Timer Select:: ...") and traced "CHECK!!\n". If a runner cannot be started it traces "CHECK!!\n",
- * and what is due waits for the next wake-up.
+ * The descriptors are close-on-exec. For what the timer thread itself traces see timerThread.
  */
 int createTimerThread(const TimerThreadConfig *config);
 
 /*
- * Ends the service for good: cancels the timer thread, retires every timer, and closes the socket pair. No callback is
- * started from then on but one that a runner has already taken; those that run go on. The timer thread ends at once or,
- * when it is in the middle of its lists, as soon as the semaphore is free.
+ * Ends the timer service for good: cancels the timer thread, retires every timer, and closes the socket pair.
+ *
+ * Returns:
+ *   0  done, also when the service never ran
+ *   1  the semaphore could not be given back
+ *
+ * From then on no callback is started, except one that a runner has already taken; those that run go on. The timer
+ * thread ends at once or, if it is in the middle of its lists, as soon as the semaphore is free.
  *
  * Timers may still be deleted. Those added or modified afterwards never run; the notification of each operation fails,
- * and is traced. Calling it again retires those, and cancels and closes nothing.
- *
- * Returns 0, also when the service never ran; or 1 when the semaphore could not be given back.
+ * and is traced. Another call retires those timers, and cancels and closes nothing. Safe from any thread that does not
+ * hold the semaphore.
  */
 int destoryTimerThread(void);
 
 /*
- * Arms a timer that is on no list: callback, arguments and expiry are set by the caller, usually with
- * getCurrentTime(NULL) plus a delay. An expiry that has come already runs at once.
+ * Arms a timer that is on no list. The caller has set callback, arguments and expiry, usually to getCurrentTime(NULL)
+ * plus a delay. A timer whose expiry has come already runs at once.
  *
- *   timer  the caller's, in place and unchanged until delTimer; a timer already added must not be added again
+ *   timer  the caller's, in place and unchanged until delTimer. Do not add a timer that has been added already
  *
- * A timer that waits with the expiry 0 counts as none when the sleep is computed; it runs at the first wake-up at or
- * after its time.
+ * Returns:
+ *   0  armed
+ *   1  `timer` is null, or the semaphore could not be given back
  *
- * Returns 0; or 1 when the semaphore could not be given back, or `timer` is null.
+ * While a timer with the expiry 0 is the earliest that waits, the sleep has no end: that timer runs at the first
+ * wake-up at or after its time. Safe from any thread that does not hold the semaphore.
  */
 int addTimer(TimerNode *timer);
 
 /*
- * Takes a timer off its list, in whatever state, and makes its node point to itself, so that deleting it again is
- * harmless; so is deleting a timer that was never added when its node is zeroed. Afterwards the record may be freed.
- * A callback that a runner has taken already still runs, or is running, with copies of the two arguments.
+ * Takes a timer off its list, in whatever state it is. The record may be freed afterwards.
  *
- * Returns as addTimer.
+ *   timer  a timer that was added, or whose node is zeroed. Its node then points to itself, so that deleting the timer
+ *          again is harmless
+ *
+ * Returns:
+ *   0  the timer is on no list
+ *   1  `timer` is null, or the semaphore could not be given back
+ *
+ * A callback that a runner has taken already is running or still runs, with copies of the two arguments. Safe from any
+ * thread that does not hold the semaphore.
  */
 int delTimer(TimerNode *timer);
 
 /*
- * delTimer for a caller that holds the semaphore. The node keeps naming its old neighbours: not to be called twice, nor
- * followed by delTimer or a modification, until the timer is added again. Null does nothing.
+ * Takes a timer off its list for a caller that holds the semaphore.
+ *
+ *   timer  a timer that was added, or whose node is zeroed; null does nothing
+ *
+ * The node keeps naming its old neighbours. So until the timer is added again, do not call this twice, nor delTimer,
+ * modTimer or __modTimer after it. A callback that a runner has taken already is running or still runs.
  */
 void __delTimer(TimerNode *timer);
 
 /*
- * Arms a timer anew, in whatever state: waiting, due, fired, deleted with delTimer, or zeroed and never added. What it
- * was due for before and no runner has taken is forgotten. It goes behind the timers that are armed.
+ * Arms a timer anew, in whatever state it is: waiting, due, fired, deleted with delTimer, or zeroed and never added.
  *
+ *   timer   the caller's; it goes behind the timers that are armed
  *   expire  second of getCurrentTime's clock
  *
- * Returns as addTimer.
+ * Returns:
+ *   0  armed
+ *   1  `timer` is null, or the semaphore could not be given back
+ *
+ * If the timer was due before and no runner has taken it yet, that is forgotten. Safe from any thread that does not
+ * hold the semaphore.
  */
 int modTimer(TimerNode *timer, uint32_t expire);
 
-/* modTimer for a caller that holds the semaphore. Null does nothing. */
+/*
+ * Arms a timer anew for a caller that holds the semaphore.
+ *
+ *   timer   a timer that waits, is due, has fired, was deleted with delTimer, or is zeroed and was never added; it goes
+ *           behind the timers that are armed. Null does nothing
+ *   expire  second of getCurrentTime's clock
+ *
+ * If the timer was due before and no runner has taken it yet, that is forgotten.
+ */
 void __modTimer(TimerNode *timer, uint32_t expire);
 
-/* Seconds of the monotonic clock, cut to whole ones and to 32 bits; also stored in `out` unless null. Any thread. */
+/*
+ * Returns the seconds of the monotonic clock, cut to whole seconds and to 32 bits. Safe from any thread.
+ *
+ *   out  also receives them, unless it is null
+ */
 uint32_t getCurrentTime(uint32_t *out);
 
 /*
- * The steps of the service, for tests and for programs that wake the timer thread themselves.
+ * The functions from here on are the steps of the service, for tests and for programs that wake the timer thread
+ * themselves.
+ */
+
+/*
+ * Wakes the timer thread.
  *
- * sendNotifyToTimerThread wakes the timer thread; `code` is 0 for added, 1 for deleted, 2 for modified, and only told
- * in the trace. Call it with the semaphore taken where the service may be ended at the same time. When the socket is
- * full it takes the oldest notification out and tries again, so that it never waits for the timer thread. When nothing
- * can be sent it traces "[%d]Could not send signal: %d\n" with the code twice; what was to be notified of stands, and
- * is seen at the next wake-up.
+ *   code  0 a timer was added, 1 deleted, 2 modified; it appears only in the trace
  *
- * reSchedule takes the semaphore, finds out which timers are due, and returns the seconds until the earliest of the
- * others, 0 when there is none. When the expiry is a smaller number than the clock, which has yet to wrap, the result
- * is one second less.
- *
- * launchProcessTimerListThread starts a runner thread; processTimerListThread is that thread: it takes the semaphore
- * for each due timer that it takes and returns null when there is none left. timerThread is the timer thread; its
- * argument is not looked at; it is cancellable at any moment while it waits, and returns null when it finds the service
- * ended.
+ * If the service may be ended at the same time, take the semaphore around this call. The function never waits for the
+ * timer thread: if the socket is full it takes the oldest notification out and tries again. If nothing can be sent it
+ * traces "[%d]Could not send signal: %d\n" with the code twice. What was to be notified of stands, and the timer thread
+ * sees it at the next wake-up.
  */
 void sendNotifyToTimerThread(int code);
+
+/*
+ * Takes the semaphore and finds out which timers are due.
+ *
+ * Returns:
+ *   seconds  until the earliest of the timers that are not due. It is one second less if the expiry is a smaller number
+ *            than the clock, which has yet to wrap
+ *   0        no timer waits, or the earliest has the expiry 0
+ *
+ * Safe from any thread that does not hold the semaphore.
+ */
 uint32_t reSchedule(void);
+
+/*
+ * Starts a detached runner thread, processTimerListThread. If the thread cannot be started, traces "CHECK!!\n", and
+ * what is due waits for the next wake-up.
+ */
 void launchProcessTimerListThread(void);
+
+/*
+ * Calls the callbacks of the timers that are due, and ends when none is left. It is the runner thread.
+ *
+ *   unused  not looked at
+ *
+ * It takes the semaphore for each due timer that it takes, and gives it back before the callback. Returns null.
+ */
 void *processTimerListThread(void *unused);
+
+/*
+ * Sleeps until timers are due or a notification comes, and starts the runners. It is the timer thread.
+ *
+ *   config  not looked at
+ *
+ * Returns null when it finds the service ended. It can be cancelled at any moment while it waits.
+ *
+ * Traces:
+ *   "[%d|%d]Thread Create[%s]\n"  at its start, with the process id, the thread id and "timerThread"
+ *   "Timer Thread Running\n"      after that; or "CHECK!!\n" if it cannot make itself cancellable, and then it ends
+ *   "CHECK!!\n"                   when select fails, with the reason on standard error ("Timer Select:: ..."), and when
+ *                                 a runner cannot be started; what is due then waits for the next wake-up
+ */
 void *timerThread(void *config);
 
 TORVANE_END
