@@ -1,14 +1,27 @@
 /*
  * Thread pool
  *
- * A fixed number of worker threads that take tasks, in the order queued, from a ring of fixed size; and, apart from it,
- * a counter that limits threads which a program starts itself. Nothing here traces.
+ * A fixed number of worker threads that take tasks, in the order they were queued, from a ring of fixed size. Apart
+ * from it stands the thread limit, a counter for threads that a program starts itself. Nothing here traces.
  *
- * Results of the pool: 0 success, -1 no pool or no function, -2 a lock, signal or broadcast failed, -3 the queue is
- * full, -4 shutting down, -5 a thread could not be joined. Results of the limit: 0 or -2.
+ *   ThreadPool *pool = threadpool_init(4, 64, 0);
+ *   if (pool && task_enqueue(pool, run_job, job) != 0) // void *run_job(void *job)
+ *     free(job);
+ *   ...
+ *   threadpool_destroy(pool, 1); // the workers run what is queued first
  *
- * Any thread may queue tasks, tasks included. A task returns to end; one that ends its thread (pthread_exit), or never
- * ends, takes a worker away, and the pool can then not be freed, or its destruction waits for ever.
+ * Results of the pool:
+ *    0  success
+ *   -1  there is no pool or no function
+ *   -2  a lock, signal or broadcast failed
+ *   -3  the queue is full
+ *   -4  the pool is shutting down
+ *   -5  a thread could not be joined
+ * Results of the thread limit: 0 for success and -2 for failure.
+ *
+ * Threads: any thread may queue tasks, and so may the tasks. A task ends by returning. One that ends its thread
+ * (pthread_exit) takes a worker away, and the pool can then not be freed. One that never returns takes a worker away
+ * too, and the destruction of the pool waits for ever.
  */
 #ifndef TORVANE_THREADPOOL_H
 #define TORVANE_THREADPOOL_H
@@ -20,12 +33,13 @@
 
 TORVANE_BEGIN
 
+/* A task that waits in the queue of a pool. */
 typedef struct ThreadPoolTask {
   void *(*function)(void *argument); /* its result is ignored */
   void *argument;
 } ThreadPoolTask;
 
-/* To be read only; with `lock` taken while the pool runs. */
+/* A pool of threadpool_init. Its fields may be read only, with `lock` taken while the pool runs. */
 typedef struct ThreadPool {
   pthread_mutex_t lock;
   pthread_cond_t notify; /* signalled for each task, broadcast at shutdown */
@@ -41,52 +55,81 @@ typedef struct ThreadPool {
 } ThreadPool;
 
 /*
- * Makes a pool and starts its workers, joinable and with the signal mask of the caller.
+ * Makes a pool and starts its workers. They are joinable and have the signal mask of the caller.
  *
- *   threads     number of workers; with 0 nothing is ever run
- *   queue_size  tasks that can wait; with 0 every task is refused as "queue full"
- *   stack_kib   stack of each worker in KiB, 0 for the C library's default. What the system refuses fails: negative,
- *               too large, or below PTHREAD_STACK_MIN (with the GNU C library 16 KiB on x86, 128 KiB on MIPS)
+ *   threads     number of workers; with 0 no task is ever run
+ *   queue_size  number of tasks that can wait; with 0 every task is refused because the queue is full
+ *   stack_kib   stack of each worker in KiB; 0 for the C library's default. The call fails with a size that the system
+ *               refuses: one that is negative, too large, or below PTHREAD_STACK_MIN (with the GNU C library 16 KiB on
+ *               x86, 128 KiB on MIPS)
  *
- * Returns the pool, which ends with threadpool_destroy; or null when a number is negative, memory is short or a worker
- * cannot be started: those that were started are ended again, and nothing stays allocated.
+ * Returns:
+ *   pool  in use until threadpool_destroy
+ *   null  `threads` or `queue_size` is negative, memory is short, or a worker cannot be started. Workers that were
+ *         started are ended again, and nothing stays allocated
  */
 ThreadPool *threadpool_init(int threads, int queue_size, int stack_kib);
 
 /*
- * Queues a task.
+ * Queues a task for the workers of a pool.
  *
- *   argument  handed to `function`; the caller's. When the pool is shut down at once its tasks may never run
+ *   pool      the pool
+ *   function  run by a worker; its result is ignored
+ *   argument  handed to `function`; it stays the caller's. When the pool is shut down at once its tasks may never run
  *
- * Returns 0; -1 when `pool` or `function` is null; -2 when the lock fails (nothing is queued), or waking a worker or
- * unlocking does (the task is queued); -3 when the queue is full, whether or not the pool is shutting down, printing
- * "queue full!!!!\n" on standard output; -4 when the pool is shutting down, printing "shutting down!!!!\n". Both are
- * printed with the pool locked: a standard output that blocks holds up the workers.
+ * Returns:
+ *    0  queued
+ *   -1  `pool` or `function` is null
+ *   -2  the lock failed, and nothing is queued; or waking a worker or unlocking failed, and the task is queued
+ *   -3  the queue is full, whether or not the pool is shutting down; prints "queue full!!!!\n" on standard output
+ *   -4  the pool is shutting down; prints "shutting down!!!!\n" on standard output
+ *
+ * Both texts are printed with the pool locked, so a standard output that blocks holds up the workers. Safe from any
+ * thread, and from tasks of the pool.
  */
 int task_enqueue(ThreadPool *pool, void *(*function)(void *), void *argument);
 
 /*
- * Ends the pool: bit 0 of `flags` set, the workers run what is queued first; else each ends with the task it is in, and
- * what is queued never runs. Waits for them and frees the pool. Not to be called from a task of the pool, nor while
- * another thread is inside task_enqueue: the pool may be freed under it.
+ * Ends a pool: tells the workers to end, waits for them, and frees the pool.
  *
- * Returns 0: the pool is gone (unless a task ended its thread: then it is not freed). -1 when it is null.
- * -2 when the lock, or telling the workers, fails: nothing is freed, and when the broadcast failed the pool stays
- * locked. -4 when it is being ended already: the pool is then LEFT LOCKED, by this caller, so that workers still at
- * work, and the first caller who waits for them, never finish. -5 when a worker could not be joined: nothing is freed.
+ *   pool   the pool
+ *   flags  bit 0 set: the workers run what is queued first. Clear: each worker ends with the task that it is in, and
+ *          what is queued never runs
+ *
+ * Returns:
+ *    0  the pool is gone; but if a task ended its thread, the pool is not freed
+ *   -1  `pool` is null
+ *   -2  the lock failed, or telling the workers did; nothing is freed. If the broadcast failed the pool stays locked
+ *   -4  the pool is being ended already. It is then LEFT LOCKED by this caller, so workers that are still at work never
+ *       finish, nor does the first caller, who waits for them
+ *   -5  a worker could not be joined; nothing is freed
+ *
+ * Do not call it from a task of the pool, nor while another thread is inside task_enqueue: the pool may be freed under
+ * that thread.
  */
 int threadpool_destroy(ThreadPool *pool, int flags);
 
 /*
- * Frees a pool whose workers have all ended; threadpool_destroy does it. Waits for whoever holds the lock.
+ * Frees a pool whose workers have all ended. threadpool_destroy does this itself.
  *
- * Returns 0; or -1 when it is null or workers are alive.
+ *   pool  the pool; the call waits while anybody holds its lock
+ *
+ * Returns:
+ *    0  freed
+ *   -1  `pool` is null, or workers are alive
  */
 int threadpool_free(ThreadPool *pool);
 
-/* The thread of a worker. Returns null when the pool is shut down, or `pool` is null. */
+/*
+ * Runs tasks of a pool until the pool is shut down. It is the thread of a worker.
+ *
+ *   pool  the pool; with null the function returns at once
+ *
+ * Returns null.
+ */
 void *threadpool_worker(void *pool);
 
+/* A thread limit of threadlimit_init. */
 typedef struct ThreadLimit {
   pthread_mutex_t lock;
   int current; /* 0 at first */
@@ -94,20 +137,54 @@ typedef struct ThreadLimit {
 } ThreadLimit;
 
 /*
- * A counter from 0 to `maximum` that starts and stops nothing itself: raise it before a thread is started, lower it
- * when the thread ends. With a maximum of 0 or less it cannot be raised.
+ * Makes a counter that limits the number of threads which a program starts itself. It starts and stops no thread: raise
+ * it with threadlimit_inc before a thread is started, and lower it with threadlimit_dec when the thread ends.
  *
- * Returns the counter, which ends with threadlimit_free; or null when memory is short.
+ *   maximum  highest count; with 0 or less the counter cannot be raised
+ *
+ * Returns:
+ *   limit  the counter, which stands at 0; in use until threadlimit_free
+ *   null   memory is short
  */
 ThreadLimit *threadlimit_init(int maximum);
 
-/* Raises the counter: 0; or -2 when it stands at its maximum, the lock fails or `limit` is null. Waits for no room. */
+/*
+ * Raises a thread limit's counter by 1. The call does not wait until there is room.
+ *
+ *   limit  the counter
+ *
+ * Returns:
+ *    0  raised
+ *   -2  the counter stands at its maximum, the lock failed, or `limit` is null. If only the unlocking failed, it is
+ *       raised all the same
+ *
+ * Safe from any thread.
+ */
 int threadlimit_inc(ThreadLimit *limit);
 
-/* Lowers the counter: 0; or -2 when it stands at 0, the lock fails or `limit` is null. */
+/*
+ * Lowers a thread limit's counter by 1.
+ *
+ *   limit  the counter
+ *
+ * Returns:
+ *    0  lowered
+ *   -2  the counter stands at 0, the lock failed, or `limit` is null. If only the unlocking failed, it is lowered all
+ *       the same
+ *
+ * Safe from any thread.
+ */
 int threadlimit_dec(ThreadLimit *limit);
 
-/* Frees the counter, whatever it stands at, as soon as nobody holds its lock: 0; or -2 when it is null. */
+/*
+ * Frees a thread limit, whatever its counter stands at.
+ *
+ *   limit  the counter; the call waits while anybody holds its lock
+ *
+ * Returns:
+ *    0  freed
+ *   -2  `limit` is null
+ */
 int threadlimit_free(ThreadLimit *limit);
 
 TORVANE_END
