@@ -1,16 +1,26 @@
 /*
  * Memory
  *
- * Allocations that a program can list, for finding what it does not give back: up to 256 live blocks, each zeroed, with
- * its size and a flag of the caller's, in one pool for the process.
+ * Tracked memory: allocations that a program can list, to find what it does not give back. One pool in the process
+ * tracks up to 256 live blocks, each zeroed, with its size and a flag of the caller's. xmalloc, xcalloc and xrealloc
+ * hand blocks out, xfree takes them back, and xprint lists them. j_malloc and j_realloc stand apart: they are plain
+ * malloc(3) and realloc(3), and nothing tracks their blocks.
  *
- * The pool lives from xmem_init until xfree frees its last block; then xmem_init makes the next. Any thread may call
- * the functions at any time, save xprint. They hold the pool's semaphore while they work, "pintakrel_mem" in its
- * traces: other processes that use the same key wait meanwhile, and a key of one's own spares them that. When it cannot
- * be taken or given back, downdown and upup say so and the work is done all the same. Nothing else is traced. A child
- * of fork(2) shares the semaphore, and its xfree of the last block deletes it for the parent too.
+ *   if (xmem_init(key) != 0)
+ *     return 1;
+ *   char *line = (char *)xmalloc(80, 1);
+ *   xprint();    // lists this block with the flag 1
+ *   xfree(line); // frees the last block, and so ends the pool
  *
- * A search of the table takes at most 256 steps.
+ * Life: the pool lives from xmem_init until xfree frees its last block. Then xmem_init makes the next pool.
+ *
+ * Threads and processes: any thread may call the functions at any time, except xprint. While they work, xmalloc,
+ * xcalloc, xrealloc and xfree hold the pool's semaphore. Other processes that use the same key wait meanwhile; a key of
+ * one's own spares them that. If the semaphore cannot be taken or given back, downdown or upup (torvane/ipc.h) traces
+ * that in the name of "pintakrel_mem", and the work is done all the same. Nothing else is traced. A child of fork(2)
+ * shares the semaphore, and its xfree of the last block deletes it for the parent too.
+ *
+ * Time: a search of the table takes at most 256 steps.
  */
 #ifndef TORVANE_MEMORY_H
 #define TORVANE_MEMORY_H
@@ -38,62 +48,121 @@ typedef struct XmemRecord {
   list_node node;   /* in XmemPool.blocks while the block is live */
 } XmemRecord;
 
-/* Trace group of the module, 3 at first. For its callers; the library never reads it. */
+/* The trace group of tracked memory, 3 at first. It is for the callers; the library never reads it. */
 extern int G_nTraceGroupVEMTA_MEM;
 
 /*
- * Makes the pool, and with sem_create the semaphore of the key `semkey`, which that sets free: call it at start-up.
+ * Makes the pool and its semaphore. Call it at start-up, because the semaphore is set free by it.
  *
- * Returns 0; -1 when memory runs out; -1 when the semaphore cannot be had (traced by sem_create): there is a pool then
- * and it hands out blocks, with every taking of its semaphore reported as failed, until another xmem_init succeeds; -1,
- * with nothing changed, when there is a pool with a semaphore already.
+ *   semkey  key of the semaphore, which sem_create (torvane/ipc.h) opens or makes
+ *
+ * Returns:
+ *    0  the pool is ready
+ *   -1  one of these:
+ *         memory runs out
+ *         the semaphore cannot be had; sem_create traces why. There is a pool then, and it hands out blocks, but every
+ *         taking of its semaphore is reported as failed until another xmem_init succeeds
+ *         there is a pool with a semaphore already; nothing is changed
+ *
+ * Safe from any thread.
  */
 int xmem_init(int semkey);
 
 /*
- * A zeroed block of `size` bytes, to be given back with xfree and never with free.
+ * Returns a new zeroed block, tracked by the pool. Give it back with xfree and never with free.
  *
- *   flag  kept with the block for xprint
+ *   size  bytes
+ *   flag  any number; kept with the block for xprint
  *
- * Returns null when the size is 0, there is no pool, 256 blocks are live, or memory runs out.
+ * Returns:
+ *   block  the caller's until xfree
+ *   null   `size` is 0, there is no pool, 256 blocks are live, or memory runs out
+ *
+ * Safe from any thread.
  */
 void *xmalloc(uint32_t size, uint32_t flag);
 
 /*
- * A zeroed block of `count` elements of `size` bytes. Null as xmalloc, also when the count is 0 or the product is more
- * than can be addressed.
+ * Returns a new zeroed block for an array, tracked by the pool. Give it back with xfree and never with free.
+ *
+ *   count  elements
+ *   size   bytes of one element
+ *   flag   any number; kept with the block for xprint
+ *
+ * Returns:
+ *   block  the caller's until xfree
+ *   null   `count` or `size` is 0, their product is more than can be addressed, there is no pool, 256 blocks are live,
+ *          or memory runs out
+ *
+ * Safe from any thread.
  */
 void *xcalloc(uint32_t count, uint32_t size, uint32_t flag);
 
 /*
- * Frees a block and returns a new one of `size` bytes in its record, ZEROED: nothing of the old contents is carried
- * over. Size and flag are the new ones, and the block keeps its place in the order of xprint.
+ * Frees a tracked block and returns a new one in its record, ZEROED: nothing of the old contents is carried over.
  *
- * Returns null, with the block left alone, when the size is 0, there is no pool, or `block` is null or not tracked.
- * Also returns null when memory runs out: then the old block is freed and its record with it. That does not end the
- * pool, even when it was the last.
+ *   block  a block of xmalloc, xcalloc or xrealloc
+ *   size   bytes of the new block
+ *   flag   any number; kept with the new block for xprint
+ *
+ * Returns:
+ *   block  the caller's until xfree. It has the place of the old one in the order of xprint
+ *   null   one of these:
+ *            `size` is 0, there is no pool, or `block` is null or not tracked; `block` is left alone
+ *            memory runs out; the old block is freed, and its record with it. That does not end the pool, even if the
+ *            block was the last
+ *
+ * Safe from any thread.
  */
 void *xrealloc(void *block, uint32_t size, uint32_t flag);
 
 /*
- * Frees a block of xmalloc, xcalloc or xrealloc; with null, EVERY live block. A block that is not tracked is left
- * alone.
+ * Frees a tracked block, or all of them.
  *
- * When no block is live afterwards (also when none was before) the pool ends: the semaphore is deleted, so that other
- * processes that use it fail from then on, and every function here returns null until xmem_init. Does nothing without a
- * pool.
+ *   block  a block of xmalloc, xcalloc or xrealloc. Null frees EVERY live block; a block that is not tracked is left
+ *          alone
+ *
+ * When no block is live afterwards (also when none was before), the pool ends and its semaphore is deleted. Other
+ * processes that use the semaphore fail from then on. Until the next xmem_init the functions that allocate return null.
+ * Does nothing without a pool. Safe from any thread.
  */
 void xfree(void *block);
 
 /*
- * Prints every live block on standard output, the newest first: a line of 51 asterisks, number from 0, address, flag,
- * size and members, and the bytes of each member in hexadecimal, eight to a line. Prints "POOL EMPTY\n" when there is
- * none. Takes no lock: no other thread may use the pool meanwhile.
+ * Prints every live block on standard output, the newest first; or "POOL EMPTY\n" when there is none.
+ *
+ * For each block it prints a line of 51 asterisks, then number (from 0), address, flag, size and members, then the
+ * bytes of each member in hexadecimal, eight to a line.
+ *
+ * It takes no lock: no other thread may use the pool meanwhile.
  */
 void xprint(void);
 
-/* malloc(3) and realloc(3). */
+/*
+ * Returns a block of malloc(3), which the pool does not track. Give it back with free(3).
+ *
+ *   size  bytes; with 0 the C library decides what comes back
+ *
+ * Returns:
+ *   block  the caller's; its contents are undefined
+ *   null   memory runs out
+ *
+ * Safe from any thread.
+ */
 void *j_malloc(size_t size);
+
+/*
+ * Changes the size of a block with realloc(3); its contents are kept, and the pool does not track it.
+ *
+ *   block  a block of malloc(3), j_malloc or j_realloc, never one of xmalloc; null for a new block
+ *   size   bytes; with 0 the C library decides, and may free `block` and return null
+ *
+ * Returns:
+ *   block  the caller's; the pointer passed in is no longer valid
+ *   null   memory runs out, and `block` is still the caller's
+ *
+ * Safe from any thread.
+ */
 void *j_realloc(void *block, size_t size);
 
 TORVANE_END
