@@ -1,7 +1,16 @@
 /*
  * CGI paths
  *
- * Paths that stay below their root.
+ * A request names a file, and the file must lie below a root directory. rm_dotdot takes the ".." segments out of the
+ * path that came with the request:
+ *
+ *   int result = rm_dotdot(path);
+ *   if (result == 1 || strcmp(path, "..") == 0 || strcmp(path, "/..") == 0)
+ *     return 1;   // refused
+ *   snprintf(file, sizeof(file), "%s/%s", root, path);
+ *
+ * Nothing here traces or keeps state, so any thread may call the function on data of its own. Its time is linear in the
+ * length of the path.
  */
 #ifndef TORVANE_CGI_PATH_H
 #define TORVANE_CGI_PATH_H
@@ -11,16 +20,21 @@
 TORVANE_BEGIN
 
 /*
- * Cleans a path in place: runs of "/" become one, "." segments go where a "/" follows them, and every ".." segment
- * that a "/" follows goes together with the segment before it. Where there is none before it, it goes alone, and so
- * does the root: "/../x" becomes "x", a RELATIVE path. A ".." at the end takes its segment and the "/" before that
- * along: "/a/b/.." becomes "/a". Purely text: links in the file system are not looked at.
+ * Cleans a path in place. It works on the text alone: links in the file system are not looked at.
  *
- * Returns 1 when a ".." at the end has no "/" before its segment; the path still ends in "/.." then. Also 1, with
- * nothing wrong, for every result of one character ("/" as well as "a"), because results shorter than 4 bytes return
- * their length: 0 to 3. Otherwise another number that is not 0. Null gives 1.
+ *   "/"       a run of them becomes one
+ *   "."       goes when a "/" follows it; at the end of the path it stays
+ *   ".."      goes together with the segment before it when a "/" follows. Where there is no segment before it, it goes
+ *             alone, and so does the root: "/../x" becomes "x", a RELATIVE path. At the end of the path it takes its
+ *             segment and the "/" before that along: "/a/b/.." becomes "/a"
  *
- * What callers may rely on: after any other result than 1 the path holds no ".." segment, with the exception of the two
+ * Returns:
+ *   1     a ".." at the end has no "/" before its segment, and the path still ends in "/.."; or `path` is null. Every
+ *         result of one character gives 1 too, with nothing wrong ("/" as well as "a")
+ *   else  done. Results shorter than 4 bytes return their length, so 0 is an empty path; the number that a longer one
+ *         returns means nothing, and is neither 0 nor 1
+ *
+ * Callers may rely on this: after any other result than 1 the path holds no ".." segment. The exceptions are the two
  * whole paths ".." (returned 2) and "/.." (returned 3), which only a comparison tells from harmless ones. To keep
  * requests below a root, refuse 1 and these two, and join the rest to the root with a "/" of your own.
  */
