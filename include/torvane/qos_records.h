@@ -1,7 +1,11 @@
 /*
  * QoS records
  *
- * Codes, parameter blocks and records of QoS trees.
+ * The codes, parameter blocks and records that make up a QoS tree. torvane/qos.h, which includes this header, has the
+ * functions that build a tree of them and apply it.
+ *
+ * Programs fill in parameter blocks (root_params_*, htb_params, hfsc_params, leaf_qdisc) and pass them in, and the
+ * library copies them. The library makes the records root_qdisc and qos_class; programs read them and never free them.
  */
 #ifndef TORVANE_QOS_RECORDS_H
 #define TORVANE_QOS_RECORDS_H
@@ -13,7 +17,7 @@
 
 TORVANE_BEGIN
 
-/* Root types, as reports name them. */
+/* Root types, with their names in reports. */
 enum {
   QOS_ROOT_PFIFO_FAST = 0, /* "R_pfifo_fast": the kernel's default queue; takes no classes */
   QOS_ROOT_HTB = 1,        /* "R_HTB": hierarchical token bucket; takes classes with htb_params */
@@ -24,7 +28,7 @@ enum {
 /* Class types. A class gets its type from its root. */
 enum { QOS_CLASS_HTB = 0, QOS_CLASS_HFSC = 1, QOS_CLASS_PRIO = 2 };
 
-/* Leaf queueing disciplines. */
+/* Types of leaf queueing disciplines, with their names in reports. */
 enum {
   QOS_LEAF_PFIFO = 0, /* "L_pfifo": first in, first out, counted in packets */
   QOS_LEAF_SFQ = 1,   /* "L_SFQ": stochastic fairness queueing */
@@ -32,7 +36,7 @@ enum {
   QOS_LEAF_TBF = 3    /* "L_TBF": token bucket filter */
 };
 
-/* Service curves of an HFSC class, the `kind` of hfsc_curve_text. */
+/* Service curves of an HFSC class, with their names in tc: the `kind` of hfsc_curve_text (torvane/qos.h). */
 enum {
   QOS_CURVE_UL = 0, /* "ul": upper limit */
   QOS_CURVE_SC = 1, /* "sc": real time and link sharing in one */
@@ -64,6 +68,7 @@ typedef struct root_params_prio {
   struct automark automark;
 } root_params_prio;
 
+/* The tree of one interface. It is the library's: valid until del_root_qdisc, and never to be freed. */
 typedef struct root_qdisc {
   uint32_t link_rate[2]; /* speeds of the link, kbit/s; the first is the rate of default class 3 */
   uint32_t phy_rate[2];  /* physical speeds, kbit/s; the first is the rate of default classes 1 and 2 */
@@ -71,7 +76,7 @@ typedef struct root_qdisc {
   uint32_t type;         /* QOS_ROOT_* */
   list_node node;        /* in qos_root */
   list_node classes;     /* top-level classes (qos_class.node), in the order they were added */
-  list_node rules;       /* rules (qos_rule.node), ascending by index */
+  list_node rules;       /* rules (qos_rule.node of torvane/rules.h), ascending by index */
   union {
     root_params_pfifo pfifo;
     root_params_tree tree;
@@ -79,6 +84,7 @@ typedef struct root_qdisc {
   } params; /* by type */
 } root_qdisc;
 
+/* Parameters of an HTB class. */
 typedef struct htb_params {
   uint32_t rate;   /* guaranteed rate, kbit/s; not 0 */
   uint32_t ceil;   /* rate when others leave room, kbit/s */
@@ -87,7 +93,7 @@ typedef struct htb_params {
   uint32_t prio;   /* 0 is served first; the default classes have it */
 } htb_params;
 
-/* One service curve; set when `rate` is not 0. tc takes no `umax` without a `dmax`. */
+/* One service curve. It is set when `rate` is not 0. tc takes no `umax` without a `dmax`. */
 typedef struct hfsc_curve {
   uint32_t umax; /* largest unit of work, bytes; 0 leaves it out */
   uint32_t dmax; /* its delay bound, milliseconds; 0 leaves it out */
@@ -95,14 +101,17 @@ typedef struct hfsc_curve {
 } hfsc_curve;
 
 /*
- * The upper limit is always written, and besides it ONE of the others, the first that is set: `sc`, then `ls`, then, on
- * a class without children, `rt`. Give every class a rate for `ul`, as today's tc does not survive an upper limit of 0,
- * and `sc` or `ls`, as it refuses one next to `rt` alone.
+ * Parameters of an HFSC class: its service curves. The upper limit is always written, and besides it ONE of the others,
+ * the first that is set: `sc`, then `ls`, then, on a class without children, `rt`.
+ *
+ * Give every class a rate for `ul`, because today's tc does not survive an upper limit of 0. Give it `sc` or `ls` too,
+ * because tc refuses an upper limit next to `rt` alone.
  */
 typedef struct hfsc_params {
   hfsc_curve ul, sc, ls, rt;
 } hfsc_params;
 
+/* The queueing discipline of a class without children: a type, and the parameters of that type. */
 typedef struct leaf_qdisc {
   uint32_t type; /* QOS_LEAF_* */
   union {
@@ -126,6 +135,7 @@ typedef struct leaf_qdisc {
   } params; /* by type */
 } leaf_qdisc;
 
+/* A class of a tree. It is the library's: valid until the class or its tree is deleted, and never to be freed. */
 typedef struct qos_class {
   uint32_t type;      /* QOS_CLASS_* */
   char name[32];      /* "Class1", "Class2", ... on the bands of a PRIO root, else empty */
