@@ -35,6 +35,9 @@
  * processes that start QoS at the same time overwrite each other's. The library does not look at what the commands in
  * a script report; they write their errors to the standard error of the calling process.
  *
+ * Text. An interface name goes into shell scripts as it stands. Never pass one that came from a user without checking
+ * it first.
+ *
  * Threads. The trees belong to the process and have no lock. Use them from one thread, or hold a lock of your own
  * around every call.
  */

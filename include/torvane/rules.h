@@ -1,24 +1,37 @@
 /*
  * Rules and schedules
  *
- * A rule says which packets that leave an interface get which firewall mark, TOS, DSCP or VLAN tag. An interface's
- * rules are in root_qdisc.rules, ascending by index. A rule may name a schedule, a numbered time window; schedules
- * are one list for all interfaces.
+ * A rule says which packets that leave an interface get which firewall mark, TOS, DSCP or VLAN tag. The rules belong to
+ * the interface's tree (root_qdisc.rules in torvane/qos_records.h), ascending by index. A rule may name a schedule,
+ * a numbered time window; schedules are one list for all interfaces.
  *
- * Every packet passes every rule, in ascending order: setting a mark does not end the walk, so the LAST rule that
- * matches decides the mark. Automatic marks come before all rules and lose to any that matches, and a TOS or DSCP that
- * one rule sets is what later rules see. General rules first, exceptions last.
+ *   qos_match match = {.match_flags = 1u << QOS_MATCH_PROTOCOL, .protocol = QOS_PROTO_UDP};
+ *   match.dport_min = match.dport_max = 5060;
+ *   qos_target target = {.target_flags = 1u << QOS_TARGET_MARK, .mark = 10};   // class 10 of the tree
+ *   if (add_qos_rule("eth1", 1, &match, &target))
+ *     restart_rule("eth1");
  *
- * The commands are those of the router's own firewall. Today's iptables (1.8) refuses some of their words: the days of
- * a schedule ("--days"), "--precedence", "--set-precedence", a DSCP class as a target ("--set-dscp EF"), and the
+ * Order. Every packet passes every rule, in ascending order. Setting a mark does not end the walk, so the LAST rule
+ * that matches decides the mark. Automatic marks come before all rules and lose to any that matches. A TOS or DSCP that
+ * one rule sets is what later rules see. So put general rules first and exceptions last.
+ *
+ * Chains. An interface's rules become two chains of the mangle table. QOS_<interface> has a command per rule and
+ * target. QOS_<interface>_AUTO re-marks connections that carry a connection mark by the tree's automatic marks. Packets
+ * that leave the interface, forwarded or sent by the router itself, go to the first chain. Its first entry sends those
+ * with a connection mark on to the second.
+ *
+ * Commands. They are those of the router's own firewall. Today's iptables (1.8) refuses some of their words: the days
+ * of a schedule ("--days"), "--precedence", "--set-precedence", a DSCP class as a target ("--set-dscp EF"), and the
  * matches and targets that come with the firmware (VLAN, domain, urlfilter, MKVLAN). A refused command is lost alone.
  *
- * Results: 1 done, 0 failed; the opposite of the tree operations, made to be tested as truth values.
+ * Text. Interface names, MAC addresses, domains and URLs go into shell scripts as they stand. Never pass text that came
+ * from a user without checking it first.
  *
- * An interface's rules become two chains of the mangle table: QOS_<interface> with a command per rule and target, and
- * QOS_<interface>_AUTO, which re-marks connections that carry a connection mark by the tree's automatic marks. Packets
- * that leave the interface, forwarded or sent by the router itself, go to the first chain, whose first entry sends
- * those with a connection mark on to the second.
+ * Results. 1 is done and 0 is failed: the opposite of the tree operations in torvane/qos.h, made to be tested as truth
+ * values. An interface without a tree traces "%s not found!!\n" with its name, here called the lookup's own trace.
+ *
+ * Threads. Rules and schedules belong to the process and have no lock. Use them from one thread, or hold a lock of your
+ * own around every call.
  */
 #ifndef TORVANE_RULES_H
 #define TORVANE_RULES_H
@@ -31,7 +44,7 @@
 
 TORVANE_BEGIN
 
-/* Match kinds: BIT NUMBERS of qos_match.match_flags (set with 1u << QOS_MATCH_IP). */
+/* Match kinds, with their names in traces: BIT NUMBERS of qos_match.match_flags (set with 1u << QOS_MATCH_IP). */
 enum {
   QOS_MATCH_802_1P = 0,   /* "QF_802_1P": prio_1p */
   QOS_MATCH_802_1Q = 1,   /* "QF_802_1Q": vlan_id */
@@ -46,13 +59,13 @@ enum {
   QOS_MATCH_URL = 10      /* "QF_URL": url */
 };
 
-/* qos_match.protocol */
+/* Protocols: qos_match.protocol. */
 enum { QOS_PROTO_TCP = 0, QOS_PROTO_UDP = 1, QOS_PROTO_ICMP = 2, QOS_PROTO_BOTH = 3, QOS_PROTO_ALL = 4 };
 
-/* qos_match.alg: connection-tracking helpers */
+/* Connection-tracking helpers: qos_match.alg. */
 enum { QOS_ALG_SIP = 0, QOS_ALG_Q931 = 1, QOS_ALG_FTP = 2 };
 
-/* Bit numbers of the TCP flag bytes. */
+/* TCP flags: BIT NUMBERS of qos_match.tcp_flag_mask and tcp_flag_set. */
 enum { QOS_TCP_SYN = 0, QOS_TCP_ACK = 1, QOS_TCP_FIN = 2, QOS_TCP_RST = 3, QOS_TCP_URG = 4, QOS_TCP_PSH = 5 };
 
 /* Targets: BIT NUMBERS of qos_target.target_flags. */
@@ -65,13 +78,17 @@ enum {
 };
 
 /*
- * What a rule matches; only fields whose bit is set in `match_flags` count, and a range with a bound of 0 is left out
- * without a word. Zero the record first. Texts need no terminator when they fill their field. Today's kernels refuse to
- * match a MAC address in these chains: the router's own packets pass them too, and have none.
+ * What a rule matches. Only fields whose bit is set in `match_flags` count; `sched_index` has no bit and always counts.
+ * An address or port range with a bound of 0 is left out without a word. Zero the record first. A text that fills its
+ * field needs no terminator.
+ *
+ * Today's kernels refuse to match a MAC address in these chains: the router's own packets pass them too, and have none.
  *
  * TOS ids: 16 "Minimize-Delay", 8 "Maximize-Throughput", 4 "Maximize-Reliability", 2 "Minimize-Cost",
- * 0 "Normal-Service". DSCP class ids: 0 to 7 "CS0" to "CS7", 8 "BE", 9 to 11 "AF11" to "AF13", 12 to 14 "AF21" to
- * "AF23", 15 to 17 "AF31" to "AF33", 18 to 20 "AF41" to "AF43", 21 "EF".
+ * 0 "Normal-Service".
+ *
+ * DSCP class ids: 0 to 7 "CS0" to "CS7", 8 "BE", 9 to 11 "AF11" to "AF13", 12 to 14 "AF21" to "AF23", 15 to 17 "AF31"
+ * to "AF33", 18 to 20 "AF41" to "AF43", 21 "EF".
  */
 typedef struct qos_match {
   uint32_t match_flags;                /* bits by QOS_MATCH_* */
@@ -95,7 +112,7 @@ typedef struct qos_match {
   uint8_t sched_index;                 /* schedule number; 0 for always */
 } qos_match;
 
-/* What a rule does with a packet; one command is written per target. Zero the record first. */
+/* What a rule does with a packet. One command is written per target. Zero the record first. */
 typedef struct qos_target {
   uint32_t target_flags; /* bits by QOS_TARGET_* */
   uint32_t mark;         /* class id of a leaf of the interface's tree */
@@ -108,6 +125,7 @@ typedef struct qos_target {
   uint8_t log;           /* not 0: the report says that the rule logs; nothing else does */
 } qos_target;
 
+/* A rule of an interface. It is the library's: valid until it is deleted, and never to be freed. */
 typedef struct qos_rule {
   list_node node; /* in root_qdisc.rules */
   uint8_t index;
@@ -115,6 +133,7 @@ typedef struct qos_rule {
   qos_target target;
 } qos_rule;
 
+/* A schedule. It is the library's: valid until it is deleted, and never to be freed. */
 typedef struct qos_sched {
   list_node node;     /* in sched_root */
   uint8_t index;      /* 1 to 255; 0 is no schedule */
@@ -126,107 +145,152 @@ typedef struct qos_sched {
   uint8_t stop_min;
 } qos_sched;
 
-/* Every schedule (qos_sched.node), in the order they were added. Statically empty. */
+/* All schedules (qos_sched.node), in the order they were added. Statically empty. */
 extern list_node sched_root;
 
 /*
  * Adds a rule to an interface.
  *
+ *   ifname  interface name
  *   index   the rule's number, unique on the interface; commands are written in its order
  *   match   a qos_match (600 bytes), copied
  *   target  a qos_target (24 bytes), copied
  *
- * Returns 1; or 0 with the list unchanged, and a trace that tells why: "QoS tree not found!!\n" (after the lookup's
- * own), "Index already exist!!\n", "Mark key not found!!\n" when the mark target is set and `mark` is no class
- * without children (check_Key; a mark above 0xffff is none), "Memory allocate fail!!\n". A null `match` or `target`
- * gives 0 without a trace.
+ * Returns 1, or 0 with the list unchanged and a trace that tells why:
+ *   "QoS tree not found!!\n"     the interface has no tree (after the lookup's own trace)
+ *   "Index already exist!!\n"    the interface has a rule with this index
+ *   "Mark key not found!!\n"     the mark target is set, and `mark` is no class without children (check_Key in
+ *                                torvane/qos.h; a mark above 0xffff is none)
+ *   "Memory allocate fail!!\n"   memory ran out
+ * A null `match` or `target` gives 0 without a trace.
  */
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
 /*
- * Replaces a rule: del_qos_rule, then add_qos_rule, and 0 as soon as one of them gives 0. When the add fails the old
- * rule is gone. A null `match` or `target` gives 0 before anything is deleted.
+ * Replaces a rule: deletes it (del_qos_rule), then adds the new one (add_qos_rule). When the add fails, the old rule is
+ * gone.
+ *
+ *   ifname  interface name
+ *   index   number of the rule
+ *   match   a qos_match (600 bytes), copied
+ *   target  a qos_target (24 bytes), copied
+ *
+ * Returns:
+ *   1  replaced
+ *   0  there is no such rule, or the new one was refused; add_qos_rule and del_qos_rule list their traces
+ *   0  `match` or `target` is null; nothing is deleted or traced
  */
 uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
 /*
- * Deletes a rule. Returns 1; 0 when it does not exist, or, tracing "QoS tree not found!!\n" after the lookup's own,
- * when the interface has no tree.
+ * Deletes a rule.
+ *
+ * Returns:
+ *   1  deleted
+ *   0  the rule does not exist
+ *   0  the interface has no tree; traces "QoS tree not found!!\n" after the lookup's own trace
  */
 uint32_t del_qos_rule(const char *ifname, uint8_t index);
 
 /*
- * Adds a schedule from bytes in the order of the fields of qos_sched: index, days, all_day, start_hour. Only these
- * FOUR are read; stop_hour, start_min and stop_min start at 0, and a caller that needs them sets them in the record
- * that search_sched gives. A second schedule with the same index is taken, and lookups find the older.
+ * Adds a schedule.
  *
- * Returns 1; 0 when the index is 0, `sched` is null or memory runs out. Traces nothing.
+ *   sched  bytes in the order of the fields of qos_sched: index, days, all_day, start_hour. Only these FOUR are read.
+ *          stop_hour, start_min and stop_min start at 0; a caller that needs them sets them in the record that
+ *          search_sched gives
+ *
+ * Returns:
+ *   1  added, also when the index is in use already; lookups find the older schedule then
+ *   0  the index is 0, `sched` is null or memory ran out
+ *
+ * Traces nothing.
  */
 uint32_t add_sched(const uint8_t *sched);
 
-/* The first schedule with this index, valid until it is deleted; null for index 0 or when there is none. */
+/* Returns the first schedule with this index, valid until it is deleted; null for index 0 or when there is none. */
 qos_sched *search_sched(uint8_t index);
 
-/* Deletes the first schedule with this index; rules that name it stay. Returns 1, or 0 when there is none. */
+/* Deletes the first schedule with this index. Rules that name it stay. Returns 1, or 0 when there is none. */
 uint32_t del_sched(uint8_t index);
 
-/* Deletes every schedule. Returns 1. */
+/* Deletes every schedule. Rules that name them stay. Returns 1. */
 uint32_t del_all_sched(void);
 
 /*
  * Writes a schedule as options of the iptables time match, with a blank at the end, for example
  * "-m time --timestart 8:00 --timestop 18:30 --days Mon,Tue,Wed,Thu,Fri ".
  *
- *   dst   where the text and its terminator go: room for `size` + 1 bytes (note the one)
- *   size  longest text wanted, in bytes without the terminator; 82 is always enough
+ *   index  number of the schedule
+ *   dst    where the text and its terminator go: room for `size` + 1 bytes (note the one)
+ *   size   longest text wanted, in bytes without the terminator; 82 is always enough
  *
- * Returns 1; or 0, with `dst` untouched and the trace "schedule index not found!!\n", when there is no such schedule,
- * when the text is longer than `size`, or when `dst` is null.
+ * Returns:
+ *   1  written
+ *   0  there is no such schedule, the text is longer than `size`, or `dst` is null; `dst` is untouched, and
+ *      "schedule index not found!!\n" is traced
  */
 uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size);
 
 /*
- * Writes the names of the TCP flags that are set (bits by QOS_TCP_*, others ignored), each followed by a comma:
- * "SYN,ACK,". All 32 bytes of `out` are written, zeroes after the text. A null `out` is ignored.
+ * Writes the names of the TCP flags that are set, each followed by a comma: "SYN,ACK,".
+ *
+ *   out    all 32 bytes are written, zeroes after the text; null is ignored
+ *   flags  bits by QOS_TCP_*; others are ignored
  */
 void tcp_flag_text(char out[32], uint8_t flags);
 
 /*
- * Writes the commands that renew an interface's chains to an open script: flushes, deletes and makes both chains,
- * hooks them in once, then the rules of the list (draw_rule) and, when enabled, the eight automatic marks. A name has
- * at most 31 characters, as in a tree; an unknown one is traced by the lookup of the marks.
+ * Writes the commands that renew an interface's chains to an open script. They flush, delete and make both chains and
+ * hook them in once; then come the rules of the list (draw_rule) and, when enabled, the eight automatic marks.
+ *
+ *   out     an open stream
+ *   ifname  interface name of at most 31 characters, as in a tree. Without a tree there are no automatic marks, and the
+ *           lookup traces "%s not found!!\n". Null writes nothing
+ *   rules   head of a list of qos_rule
  */
 void renew_qos_rule(FILE *out, const char *ifname, list_node *rules);
 
-/* Writes the commands that unhook and delete an interface's chains to an open script. */
+/* Writes the commands that unhook and delete an interface's chains to an open script. A null name writes nothing. */
 void remove_qos_rule(FILE *out, const char *ifname);
 
 /*
- * Writes the rules of one interface alone to "/var/tmp/qos_rule_" followed by its name, with mode 0700, and runs that
- * script; the queueing disciplines are not touched.
+ * Applies the rules of one interface alone; the queueing disciplines are not touched. Writes the commands of
+ * renew_qos_rule to "/var/tmp/qos_rule_" followed by the interface's name, with mode 0700, and runs that script.
  *
- * Returns 1 when it was written and run; 0, tracing "QoS struct not fuond!!\n" (after the lookup's own) when the
- * interface has no tree, "Can't open tmp file!!\n" when the script cannot be created, and nothing when it could not
- * be written whole (what there is of it stays and is not run).
+ * Returns:
+ *   1  the script was written and run
+ *   0  the interface has no tree; traces "QoS struct not fuond!!\n" after the lookup's own trace
+ *   0  the script cannot be created; traces "Can't open tmp file!!\n"
+ *   0  the script could not be written whole; nothing is traced, and what there is of it stays and is not run
  */
 uint32_t restart_rule(const char *ifname);
 
 /*
- * Writes the commands that append one rule to the chain named `chain` to an open script: one per target, and two (TCP,
- * then UDP) per target when it matches both protocols; none when it has no target or an unknown protocol code (then its
- * targets are not looked at either).
+ * Writes the commands that append one rule to a chain to an open script: one per target, and two (TCP, then UDP) per
+ * target when the rule matches both protocols. A rule without a target makes none. Nor does one with an unknown
+ * protocol code, and then its targets are not looked at either.
  *
- * Traces, and goes on without the part: "get %s match type\n" with the kind's name for a match bit that makes no
- * option of its own ("QF_PROTOCOL" always, "Unknown" for bits 11 to 31); "LOG target not implement!!\n"; "match buffer
- * is too small or index not found, schedule string doesn't attach %d %d!!\n" with 1024 and the length of the options
- * so far when the schedule cannot be written, after get_sched_str's own trace.
+ *   out    an open stream
+ *   rule   the rule
+ *   chain  name of the chain
+ *
+ * Traces, and goes on without the part:
+ *   "get %s match type\n"            for match bits without an option here: QOS_MATCH_PROTOCOL always ("QF_PROTOCOL"),
+ *                                    bits 11 to 31 ("Unknown")
+ *   "LOG target not implement!!\n"   for the target QOS_TARGET_LOG
+ *   "match buffer is too small or index not found, schedule string doesn't attach %d %d!!\n"
+ *                                    when the schedule cannot be written, after get_sched_str's own trace; with 1024
+ *                                    and the length of the options so far
  */
 void draw_rule(FILE *out, qos_rule *rule, const char *chain);
 
 /*
- * Traces every rule of an interface, ascending: its number, matches, schedule and targets; the lines carry the
- * function names "show_rule", "show_match" and "show_target". Traces "QoS tree not found, no rule found!!\n" (after
- * the lookup's own) when the interface has no tree. A line whose console cannot be opened is left out alone.
+ * Traces every rule of an interface, ascending: its number, matches, schedule and targets. The lines carry the function
+ * names "show_rule", "show_match" and "show_target".
+ *
+ * Traces "QoS tree not found, no rule found!!\n" (after the lookup's own trace) when the interface has no tree. A rule
+ * whose schedule does not exist gives get_sched_str's trace in place of the schedule. A line whose console cannot be
+ * opened is left out alone.
  */
 void show_rule(const char *ifname);
 
