@@ -50,7 +50,8 @@ mark_connections() {
 listen() {
   local port
   for port in "${tcp_ports[@]}"; do
-    in_wan socat -u "TCP4-LISTEN:$port,reuseaddr,fork" OPEN:/dev/null >/dev/null 2>&1 &
+    # A function in the background would be a shell, and socat would outlive it. nsenter becomes socat.
+    nsenter --net="$work/wan.net" -- socat -u "TCP4-LISTEN:$port,reuseaddr,fork" OPEN:/dev/null >/dev/null 2>&1 &
     helpers+=($!)
   done
 }
