@@ -36,9 +36,9 @@ lists_updated=no
 update_lists() {
   [ $lists_updated = no ] || return 0
   lists_updated=yes
-  say "fetching package lists"
+  step "fetching package lists"
   apt-get "${apt_options[@]}" update >"$cache/update.log" 2>&1 </dev/null ||
-    say "the package lists could not all be fetched: $cache/update.log"
+    step "the package lists could not all be fetched: $cache/update.log"
 }
 
 version_of() {
@@ -70,7 +70,7 @@ part() {
   fi
   declare -g "part_$name=$folder"
   [ -d "$folder" ] && return
-  say "building $name"
+  step "building $name"
   work=$cache/work-$name
   rm -rf "$work" && mkdir -p "$work/made" || return
   # As a job, because a shell ignores -e inside a condition.
@@ -85,7 +85,7 @@ part() {
   fi
   rm -rf "$cache/$name"-????????????????
   mv "$work/made" "$folder" && rm -rf "$work"
-  say "built $name in $((SECONDS - started)) s"
+  step "built $name in $((SECONDS - started)) s"
 }
 
 kernel_build() {
