@@ -1,6 +1,7 @@
 #!/bin/sh
-# bandwidth.sh FIGURES: draws what the classes of a policy sent over time, as SVG on standard output. FIGURES is what
-# the router test leaves: a heading "seconds,CLASS,...", then a line for each sample with kbit/s for each class.
+# bandwidth.sh FIGURES draws what the classes of a policy sent over time, as SVG on standard output. FIGURES is a file
+# that the router test leaves. It has a heading "seconds,CLASS,...", and then a line for each sample: the time, and for
+# each class what it sent in kbit/s.
 set -eu
 awk -F, '
 function x(seconds) { return left + seconds / last_second * width }

@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# Sourced by the commands in the project's root: makes sure that Debian packages are there.
+# Sourced by the commands of the project that need Debian packages: makes sure that the packages are there.
 
-# require_packages PACKAGE...: installs what is missing; where it may not, says so in one line and ends the program.
+# require_packages PACKAGE...: installs the packages that are missing. If that is impossible, it says which they are and
+# ends the program with 2.
 require_packages() {
   local missing=() as_root=() package log
   for package in "$@"; do

@@ -1,5 +1,6 @@
 # shellcheck shell=sh disable=SC2154,SC2034 # project and status are those of tests.sh
-# Sourced in the guest by tests.sh: a program of every module with either C library, as it has to be.
+# Sourced in the guest by tests.sh: runs the program that uses every module, once with each C library, and checks that
+# it prints what every_module.txt says.
 echo "== musl"
 unset LD_LIBRARY_PATH
 here=$project/tests/router

@@ -1,11 +1,13 @@
 # shellcheck shell=bash disable=SC2154 # cache and here are those of tests/router/run
-# Sourced by tests/router/run: the parts that the router is made of, each built from the distribution's sources into the
-# cache, in a folder named after everything that it was made from. What is there already is used as it is.
+# Sourced by tests/router/run: builds the parts that the router is made of, from the distribution's sources. Each part
+# has a folder in the cache, whose name is derived from everything that the part was made from. A folder that is there
+# already is used as it is.
 
 cross=mips-linux-gnu-
 jobs=${TORVANE_ROUTER_JOBS:-$(nproc)}
 
-# Package lists of our own, sources included, from the machine's own mirrors: nothing of the machine changes.
+# Sets up package lists in the cache, sources included, that come from the machine's own mirrors. The machine's own
+# lists stay as they are.
 apt_options=()
 set_up_apt() {
   local dir=$cache/apt codename
@@ -31,7 +33,8 @@ set_up_apt() {
   done >"$dir/parts/machine.sources"
 }
 
-# Once in a run, and only when something has to be built: an old list names files that the mirrors no longer have.
+# Fetches the package lists once in a run, and only when something has to be built, because an old list names files that
+# the mirrors no longer have.
 lists_updated=no
 update_lists() {
   [ $lists_updated = no ] || return 0
@@ -41,16 +44,18 @@ update_lists() {
     step "the package lists could not all be fetched: $cache/update.log"
 }
 
+# version_of PACKAGE KIND: prints the version of the package in the lists of that kind (Packages or Sources).
 version_of() {
   apt-cache "${apt_options[@]}" madison "$1" 2>/dev/null | awk -v kind="$2" '$NF == kind { print $3; exit }'
 }
 
-# source_of PACKAGE: its unpacked source below the current folder, as the folder `source`.
+# source_of PACKAGE: fetches the package's source and unpacks it into the folder `source` in the current folder.
 source_of() {
   apt-get "${apt_options[@]}" source --download-only "$1" && dpkg-source --no-check -x ./*.dsc source
 }
 
-# folder_of NAME KIND PACKAGE FILE...: where the part belongs by what it is made from now.
+# folder_of NAME KIND PACKAGE FILE...: prints the part's folder for what it would be made from now: the version of the
+# package, the compiler, the files and the function that builds it.
 folder_of() {
   local name=$1 kind=$2 package=$3 key
   shift 3
@@ -59,8 +64,9 @@ folder_of() {
   echo "$cache/$name-$key"
 }
 
-# part NAME KIND PACKAGE FILE...: sets `part_NAME` to the part's folder. When it is not there, NAME_build is run in an
-# empty work folder, and what it leaves in `made` becomes the part (`folder` is where that will be).
+# part NAME KIND PACKAGE FILE...: sets `part_NAME` to the part's folder. If that is not there, NAME_build is run in an
+# empty work folder, and what it leaves in `made` becomes the part's folder. NAME_build finds in `folder` where that
+# will be.
 part() {
   local name=$1 package=$3 folder work started=$SECONDS
   folder=$(folder_of "$@")
@@ -73,7 +79,7 @@ part() {
   step "building $name"
   work=$cache/work-$name
   rm -rf "$work" && mkdir -p "$work/made" || return
-  # As a job, because a shell ignores -e inside a condition.
+  # This is a job, because a shell ignores -e inside a condition.
   (
     set -e
     cd "$work"
@@ -120,7 +126,7 @@ iptables_build() {
   ${cross}strip -o ../made/xtables-legacy-multi iptables/xtables-legacy-multi
 }
 
-# Without tc and ip of its own: its shell would run those in place of the real ones.
+# Busybox is built without its own tc and ip, because its shell would run those in place of the real ones.
 busybox_build() {
   source_of busybox
   local make=(nice -n 19 make -s -C source ARCH=mips "CROSS_COMPILE=$cross")
@@ -132,14 +138,14 @@ busybox_build() {
   cp source/busybox made/
 }
 
-# The name server of the DNS tests.
+# The DNS tests need a name server.
 dnsmasq_build() {
   source_of dnsmasq
   nice -n 19 make -s -C source -j"$jobs" CC=${cross}gcc LDFLAGS=-static COPTS=
   ${cross}strip -o made/dnsmasq source/src/dnsmasq
 }
 
-# The shell of the demo. What a configuration cannot try out on another machine is told to it.
+# The demo needs bash. Its configuration is told what it cannot try out, because the target is another machine.
 bash_build() {
   source_of bash
   cd source
@@ -159,7 +165,7 @@ socat_build() {
   ${cross}strip -o ../made/socat socat
 }
 
-# A C library as small as the target's, with a compiler wrapper (bin/musl-gcc) and the kernel's headers.
+# This C library is as small as the target's. It has a compiler wrapper (bin/musl-gcc) and the kernel's headers.
 musl_build() {
   source_of musl
   cd source
@@ -170,6 +176,7 @@ musl_build() {
   ln -s /usr/mips-linux-gnu/include/{linux,asm,asm-generic,mtd} ../made/include/
 }
 
+# Builds every part that is not there, and sets `part_NAME` for each.
 build_parts() {
   set_up_apt
   part kernel Packages linux-source-6.1 "$here/kernel.config"

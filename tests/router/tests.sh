@@ -1,16 +1,16 @@
 # shellcheck shell=sh disable=SC2154 # project is set by init
-# Runs in the guest: every test program, natively, then what was built against the small C library.
-# TESTS are those wanted (NAME or NAME:FILTER); $project is the project's folder.
+# Runs test programs in the guest, as native code, and the checks of the small C library. TESTS says which: each word is
+# NAME or NAME:FILTER. $project is the project's folder.
 programs=$project/out/mips/tests
 status=0
 
-# What runs is in the guest's own memory: pages that are fetched from another machine in the middle of a test come late,
-# or not at all when a signal comes first.
+# Programs are copied into the guest's own memory before they run. Pages that are fetched from another machine in the
+# middle of a test come late, or not at all when a signal comes first.
 mkdir /tmp/examples
 cp "$project/out/mips/libtorvane.so" /tmp/
 export LD_LIBRARY_PATH=/tmp TORVANE_EXAMPLES=/tmp/examples TORVANE_ROUTER=1
 
-# run NAME FILTER
+# run NAME FILTER: runs the tests of the program NAME that match FILTER, or all if it is empty.
 run() {
   echo "== $1"
   program=$programs/$1_test
