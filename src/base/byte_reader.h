@@ -1,4 +1,4 @@
-// Reading bytes that came from elsewhere: DNS replies, netlink messages. Every byte of them passes through here.
+// Reads bytes that came from elsewhere: DNS replies, netlink messages. Every byte of them passes through here.
 #pragma once
 
 #include <stddef.h>
@@ -9,7 +9,7 @@
 
 namespace torvane {
 
-// Reads received bytes one after the other, from a place in them on. What lies outside of them reads as 0 and makes the
+// Reads received bytes one after the other, from a place in them on. Bytes outside of them read as 0 and make the
 // reader fail, for good: a parser asks once, at the end of what belongs together.
 class ByteReader {
  public:
@@ -22,36 +22,37 @@ class ByteReader {
     failed_ = true;
   }
 
-  // The number of all bytes, and the place among them of the next one.
+  // Returns the number of all bytes.
   size_t size() const {
     return bytes_.size();
   }
+  // Returns the place of the next byte among them.
   size_t at() const {
     return at_;
   }
   void go_to(size_t at) {
     at_ = at;
   }
-  // Bytes that are left to read; 0 once the reader has failed.
+  // Returns how many bytes are left to read: none once the reader has failed.
   size_t left() const {
     return failed_ || at_ > bytes_.size() ? 0 : bytes_.size() - at_;
   }
 
   uint8_t byte();
-  // Two bytes in network order.
+  // Reads two bytes in network order.
   uint16_t word();
   void skip(size_t count);
   // Leaves `out` as it was when there are not as many bytes.
   void copy(void *out, size_t count);
 
-  // A record in the byte order of this machine; zeroed when there are not as many bytes.
+  // Reads a record in the byte order of this machine; it is zeroed when there are not as many bytes.
   template <typename Record>
   Record record() {
     Record out = {};
     copy(&out, sizeof(out));
     return out;
   }
-  // The next `count` bytes as a reader of their own; this one goes on behind them. Both fail when there are not as many.
+  // Returns a reader of the next `count` bytes; this one goes on behind them. Both fail when there are not as many.
   ByteReader part(size_t count);
 
  private:

@@ -1,5 +1,5 @@
-// Cancellation is held off where a thread must not end: while it has a lock of the C library or a semaphore, which
-// nobody would give back before the process ends.
+// Holds cancellation off where a thread must not end: while it has a lock of the C library or a semaphore, which nobody
+// would give back before the process ends.
 #pragma once
 
 #include <pthread.h>

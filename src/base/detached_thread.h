@@ -1,4 +1,4 @@
-// Threads that nobody joins.
+// Starts threads that nobody joins.
 #pragma once
 
 #include <pthread.h>

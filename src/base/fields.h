@@ -1,4 +1,4 @@
-// Text fields of records.
+// Fills text fields of records.
 #pragma once
 
 #include <stddef.h>

@@ -1,13 +1,13 @@
-// The library's lock: a System V semaphore, which holds off other threads and other processes. It is taken and given
-// back in the name of the function that does so, because failures are traced. No object gives it back at the end of a
-// scope: threads that take it may be cancelled at any instruction, and no destructor would run there.
+// Takes and gives back the library's lock: a System V semaphore, which holds off other threads and other processes.
+// Both happen in the name of the function that does so, because failures are traced. No object gives the lock back at
+// the end of a scope: threads that take it may be cancelled at any instruction, and no destructor would run there.
 #pragma once
 
 namespace torvane {
 
-// Takes a semaphore. Returns whether it was taken. A signal that interrupts the wait is traced and the wait begun again:
-// going on without the semaphore and giving it back in the end would let two holders in from then on. So a failure,
-// which is traced as well, means that the semaphore is gone.
+// Takes a semaphore. Returns whether it was taken. A signal that interrupts the wait is traced and the wait begun
+// again: going on without the semaphore and giving it back in the end would let two holders in from then on. So a
+// failure, which is traced as well, means that the semaphore is gone.
 bool take_semaphore(int id, const char *module, int line, const char *func);
 
 // Gives a semaphore back. Returns whether that worked; a failure is traced.

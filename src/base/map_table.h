@@ -1,4 +1,4 @@
-// How a map table ends.
+// Says how a map table ends.
 #pragma once
 
 #include <stdint.h>

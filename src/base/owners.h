@@ -1,4 +1,4 @@
-// Owners: each gives back what it holds at the end of its scope, on whichever way out. Threads that are cancelled
+// Owners give back what they hold at the end of their scope, on whichever way out. Threads that are cancelled
 // asynchronously use none, because their destructors would not run.
 #pragma once
 

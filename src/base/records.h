@@ -1,4 +1,4 @@
-// Walking a list: for (qos_rule &rule : rules_of(head)) visits the records in order. The body may unlink and free the
+// Walks a list: for (qos_rule &rule : rules_of(head)) visits the records in order. The body may unlink and free the
 // current record, but not its successor.
 #pragma once
 

@@ -1,4 +1,4 @@
-// A shell script that is written and run: open it, write commands to the stream, run it.
+// Writes and runs a shell script: open it, write commands to the stream, run it.
 #pragma once
 
 #include <stdio.h>

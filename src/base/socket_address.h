@@ -1,4 +1,4 @@
-// Small things that everybody needs who waits for sockets and sends from them.
+// Holds the small things that all services need which wait for sockets or send from them.
 #pragma once
 
 #include <errno.h>

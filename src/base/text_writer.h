@@ -1,4 +1,4 @@
-// Text put together piece by piece in a buffer of fixed size. What does not fit is cut.
+// Puts a text together piece by piece in a buffer of fixed size. What does not fit is cut.
 #pragma once
 
 #include <stdarg.h>
@@ -29,8 +29,8 @@ class TextWriter {
   size_t room() const {
     return size_ - 1 - length_;
   }
-  // Returns where the next text goes, for functions that write into a buffer themselves. They tell by `written` how much
-  // they wrote.
+  // Returns where the next text goes, for functions that write into a buffer themselves. By `written` they tell how
+  // much they wrote.
   char *end() {
     return buffer_ + length_;
   }

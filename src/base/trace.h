@@ -1,4 +1,5 @@
-// The one trace call of the library: it opens the console, writes header and message, and closes the console again.
+// Holds the one trace call of the library: it opens the console, writes header and message, and closes the console
+// again.
 #pragma once
 
 #include <unistd.h>
@@ -7,8 +8,8 @@
 
 namespace torvane {
 
-// What the headers of all traces have in common: black background, and one of eight colours by thread, 31 to 38, so that
-// the lines of a thread look alike. Terminals take 38 for the start of an extended colour; it is written all the same.
+// All headers have a black background and one of eight colours, 31 to 38, by thread, so that the lines of a thread look
+// alike. Terminals take 38 for the start of an extended colour; this is meant, it is written all the same.
 constexpr int trace_background = 40;
 
 inline int trace_colour(int thread_id) {

@@ -1,4 +1,4 @@
-// Configuration files: lines of KEY = VALUE into a table of keys that the caller declares.
+// Reads configuration files: lines of KEY = VALUE go into a table of keys that the caller declares.
 #include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>

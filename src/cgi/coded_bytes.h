@@ -1,4 +1,4 @@
-// Percent-coded characters, as entries and URIs have them.
+// Reads percent-coded characters, as entries and URIs have them.
 #pragma once
 
 #include <stddef.h>

@@ -1,4 +1,4 @@
-// CGI requests: form entries and handlers by name.
+// Takes CGI requests apart: form entries, and handlers by name.
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -17,7 +17,7 @@ constexpr size_t longest_value = 512; // characters of its value that are stored
 
 static_assert(sizeof(cgi_entry) == 584 && offsetof(cgi_entry, value) == 65);
 
-// Where the next byte of an entry goes.
+// Knows where the next byte of an entry goes.
 class EntryCursor {
  public:
   explicit EntryCursor(cgi_entry *first) : entry_(first) {}

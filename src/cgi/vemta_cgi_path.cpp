@@ -1,4 +1,4 @@
-// Paths of requests, cleaned so that they stay below their root.
+// Cleans paths of requests, so that they stay below their root.
 #include <stddef.h>
 #include <string.h>
 
@@ -6,8 +6,8 @@
 
 namespace {
 
-// The three passes of rm_dotdot work in place, each in one go. `out` never overtakes `in`; the text before `out` is what
-// the pass has made of everything before `in`.
+// The three passes of rm_dotdot work in place, each in one go. `out` never overtakes `in`; the text before `out` is the
+// result of everything before `in`.
 
 bool at_segment_start(const char *path, const char *out) {
   return out == path || out[-1] == '/';

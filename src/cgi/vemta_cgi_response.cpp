@@ -1,4 +1,4 @@
-// CGI responses: HTML escaping, flat XML replies, scripts that send the browser elsewhere.
+// Makes CGI responses: HTML escaping, flat XML replies, scripts that send the browser elsewhere.
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -46,8 +46,8 @@ int j_html_enc(const char *src, char *dst, int size) {
     return 1;
   const size_t room = static_cast<size_t>(size);
   size_t position = 0;
-  // This is meant: an entity that had to be cut counts in full. So the position may go past the end, and nothing is stored
-  // from there on.
+  // This is meant: an entity that had to be cut counts in full. So the position may go past the end, and nothing is
+  // stored from there on.
   while (*src && position < room - 1) {
     const size_t left = room - 1 - position;
     if (const Entity *entity = entity_of(*src)) {

@@ -1,4 +1,4 @@
-// Percent coding of URIs, and base64.
+// Codes and decodes URI components, and codes base64.
 #include <ctype.h>
 #include <stddef.h>
 #include <stdint.h>

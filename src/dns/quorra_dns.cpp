@@ -1,4 +1,4 @@
-// DNS client: the same questions to several servers at once over UDP, and what they answer.
+// Asks several DNS servers the same questions at once over UDP, and collects what they answer.
 #include <errno.h>
 #include <netinet/in.h>
 #include <stdio.h>
@@ -49,7 +49,7 @@ std::string_view name_in(const char (&field)[dns_name_size]) {
   return {field, strnlen(field, dns_name_size)};
 }
 
-// What one call of dnsQuery4_main works with.
+// One call of dnsQuery4_main works with these.
 struct Client {
   DnsQuery &query;
   uint16_t type;

@@ -1,4 +1,4 @@
-// DNS replies, read within the bytes that were received and filed in the caller's record.
+// Reads DNS replies within the bytes that were received, and files them in the caller's record.
 #pragma once
 
 #include <stddef.h>

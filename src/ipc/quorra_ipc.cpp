@@ -1,4 +1,4 @@
-// System V shared memory, and the semaphore that is the library's lock between threads and processes.
+// Makes System V shared memory, and the semaphore that is the library's lock between threads and processes.
 #include <errno.h>
 #include <stdio.h>
 #include <sys/ipc.h>
@@ -23,8 +23,8 @@ union SemctlArgument {
   unsigned short *values;  // cppcheck-suppress unusedStructMember
 };
 
-// Moves the semaphore one step up or down. With SEM_UNDO the kernel takes it back when the process ends, so that a holder that crashes
-// does not leave the lock taken.
+// Moves the semaphore one step up or down. With SEM_UNDO the kernel takes the step back when the process ends, so that
+// a holder that crashes does not leave the lock taken.
 int step(int id, short by) {
   struct sembuf operation = {};
   operation.sem_num = 0;

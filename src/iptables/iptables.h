@@ -1,4 +1,4 @@
-// What the rules, their scripts and their report share.
+// Holds what the rules, their scripts and their report share.
 #pragma once
 
 #include <stddef.h>

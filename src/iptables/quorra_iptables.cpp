@@ -1,4 +1,4 @@
-// Classification rules in memory.
+// Keeps the classification rules of interfaces in memory.
 #include <stdlib.h>
 #include <string.h>
 

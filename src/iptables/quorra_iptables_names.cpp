@@ -1,4 +1,4 @@
-// The names that commands and reports have for numbers: DSCP classes, TOS, helpers, TCP flags.
+// Names the numbers of rules in commands and reports: DSCP classes, TOS, helpers, TCP flags.
 #include <string.h>
 
 #include "iptables/iptables.h"

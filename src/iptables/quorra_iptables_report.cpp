@@ -1,4 +1,4 @@
-// The console report of an interface's rules: every line is a trace of its own.
+// Reports an interface's rules on the console. Every line is a trace of its own.
 #include "base/trace.h"
 #include "iptables/iptables.h"
 #include "torvane/list.h"

@@ -1,4 +1,4 @@
-// Schedules of rules: numbered time windows, in memory and as options of iptables.
+// Keeps the schedules of rules, which are numbered time windows, and writes them as options of iptables.
 #include <stdlib.h>
 #include <string.h>
 

@@ -1,4 +1,4 @@
-// Mangle-table commands made from an interface's rules.
+// Makes mangle-table commands from an interface's rules.
 #include "base/script.h"
 #include "base/text_writer.h"
 #include "base/trace.h"

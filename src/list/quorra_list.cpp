@@ -1,4 +1,4 @@
-// The intrusive list that every other module stands on.
+// Links and unlinks nodes of the intrusive list that the other modules stand on.
 #include "torvane/list.h"
 
 extern "C" {

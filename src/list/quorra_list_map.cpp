@@ -1,4 +1,4 @@
-// Lookup maps: tables of ids and values or texts, searched from their first row to their end row.
+// Looks up ids, values and texts in map tables, from the first row to the end row.
 #include <string.h>
 
 #include "base/map_table.h"

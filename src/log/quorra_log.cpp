@@ -1,4 +1,4 @@
-// Console trace: the header that tells who speaks.
+// Writes the header of console traces, which tells who speaks.
 #include <stdio.h>
 #include <sys/syscall.h>
 #include <unistd.h>

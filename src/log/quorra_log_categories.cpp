@@ -1,4 +1,4 @@
-// Event log: category files, which are moved aside every 128 lines.
+// Keeps the event log's category files, and moves each aside every 128 lines.
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-// Event log: messages to the system logger.
+// Sends the event log's messages to the system logger.
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>

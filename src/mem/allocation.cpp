@@ -1,4 +1,4 @@
-// Plain allocation under the names that programs of this router know.
+// Allocates plain memory under the names that programs of this router know.
 #include <stdlib.h>
 
 #include "torvane/memory.h"

@@ -1,4 +1,4 @@
-// Tracked memory: allocations recorded in a table of fixed size, so that a program can list its live blocks.
+// Records allocations in a table of fixed size, so that a program can list its live blocks.
 #include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -23,8 +23,8 @@ constexpr int no_semaphore = -1;
 XmemPool *pool;
 XmemRecord records[256]; // a record is free while its ptr is null; without a pool all are free
 
-// The semaphore ends with the pool, and may be gone before. So a lock of its own keeps the table of this process and the
-// pool itself whole; the semaphore is taken inside it.
+// The semaphore ends with the pool, and may be gone before. So a lock of its own keeps the table of this process and
+// the pool itself whole; the semaphore is taken inside it.
 pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
 int cancellability; // the state of the thread that has the table's lock, before it took it
 

@@ -1,4 +1,4 @@
-// Commands through the shell.
+// Runs commands through the shell.
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-// Probes: is there a file, is there a kernel module?
+// Looks whether there is a file or a kernel module.
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>

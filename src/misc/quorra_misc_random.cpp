@@ -1,4 +1,4 @@
-// Random numbers and UUIDs.
+// Makes random numbers and UUIDs.
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdlib.h>

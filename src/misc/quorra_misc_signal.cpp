@@ -1,4 +1,4 @@
-// Signals: sent with a guard, and what an action does with them.
+// Sends signals with a guard, and reports what an action does with them.
 #include <signal.h>
 #include <stdint.h>
 #include <string.h>

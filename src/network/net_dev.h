@@ -1,4 +1,4 @@
-// "/proc/net/dev", the kernel's file of interface counters, as a range of its lines:
+// Reads "/proc/net/dev", the kernel's file of interface counters, as a range of its lines:
 //
 //   for (const NetDevLine &line : net_dev) ...
 //

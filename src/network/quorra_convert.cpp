@@ -1,4 +1,4 @@
-// IPv4 addresses, endpoints and MAC addresses between their numbers and their texts.
+// Converts IPv4 addresses, endpoints and MAC addresses between numbers and texts.
 #include <arpa/inet.h>
 #include <limits.h>
 #include <netinet/in.h>
@@ -67,7 +67,7 @@ int string2ip(const char *text, uint32_t *out) {
     return 0;
   }
   *out = inet_addr(text);
-  // All ones is the failure of inet_addr, and one good address.
+  // All ones means that inet_addr failed, and is one good address.
   return *out == INADDR_NONE && strcmp(text, "255.255.255.255") != 0 ? 1 : 0;
 }
 
@@ -105,7 +105,7 @@ void *change_mac_format_without_colon(char *text, char *out) {
 int my_atoi(const char *text) {
   if (!text)
     return 0;
-  // As where a long has 32 bits.
+  // The result is that of a 32-bit long, on every host.
   return static_cast<int>(std::clamp<long>(strtol(text, nullptr, 10), INT_MIN, INT_MAX));
 }
 

@@ -1,4 +1,4 @@
-// The counters of an interface.
+// Reads the counters of an interface.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-// What the kernel knows about its IPv4 interfaces: addresses, flags, hardware addresses, wireless channels.
+// Asks the kernel about its IPv4 interfaces: addresses, flags, hardware addresses, wireless channels.
 #include <arpa/inet.h>
 #include <linux/if_arp.h>
 #include <linux/wireless.h>
@@ -120,7 +120,7 @@ int get_chan_by_ifname(const char *ifname, int32_t *out) {
   return 0;
 }
 
-// This router sets addresses and queue lengths by its own scripts: these five always fail.
+// This is meant: these five always fail. Programs call them, and nothing depends on what they do.
 
 int set_ip_by_ifname(const char *, uint32_t) {
   return 1;

@@ -1,4 +1,4 @@
-// Bandwidth monitor: a thread that turns the byte counters of interfaces into rates, for callers of any process.
+// Monitors bandwidth: a thread turns the byte counters of interfaces into rates, for callers of any process.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// The names of the kernel's interfaces, from its file of interface counters.
+// Finds the names of the kernel's interfaces in its file of interface counters.
 #include <stdint.h>
 #include <string.h>
 

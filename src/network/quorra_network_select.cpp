@@ -1,4 +1,4 @@
-// The select service: a thread that waits on sockets and calls its owner's handlers.
+// Runs the select service: a thread that waits on sockets and calls its owner's handlers.
 //
 // The thread can be cancelled at any instruction. So it owns nothing that only a destructor would give back, and it
 // holds cancellation off while it has a lock of the C library: in a trace, in perror, in free.
@@ -47,10 +47,10 @@ struct Service {
   uint8_t one_shot;
 };
 
-// What the thread watches.
+// The descriptors that the thread watches, and how they stand.
 struct Watch {
   fd_set watched;
-  fd_set ready; // what select made of it
+  fd_set ready; // the ones that have something to read
   int lowest;   // of all descriptors seen so far
   int highest;
   int exit_flag;

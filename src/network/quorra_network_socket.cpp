@@ -1,4 +1,4 @@
-// IPv4 endpoints on plain descriptors: opened, bound, connected and closed.
+// Opens, binds, connects and closes IPv4 endpoints, which are plain descriptors.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -133,7 +133,7 @@ int socket_connect(ipport *local, ipport *remote, unsigned opts, int *fd) {
 }
 
 int socket_close(int fd) {
-  // What is left unread would turn the end of the connection into a reset.
+  // Bytes left unread would turn the end of the connection into a reset.
   char unread[2048];
   while (bytes_waiting(fd) != 0 && read(fd, unread, sizeof(unread)) > 0) {
   }

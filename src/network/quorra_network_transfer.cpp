@@ -1,4 +1,4 @@
-// Whole buffers sent and received through descriptors.
+// Sends and receives whole buffers through descriptors.
 #include <errno.h>
 #include <netinet/in.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// The words of LogStrMap, which traces of the endpoint calls and the select service are put together from.
+// Numbers the words of LogStrMap, from which the endpoint calls and the select service make their traces.
 #pragma once
 
 #include <stdint.h>

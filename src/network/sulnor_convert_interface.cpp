@@ -1,4 +1,4 @@
-// IPv6 addresses and the gateway of an interface, from the kernel's file and from the ip tool.
+// Finds IPv6 addresses and the gateway of an interface, in the kernel's file and with the ip tool.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-// Addresses of interfaces, as the kernel tells them by netlink.
+// Asks the kernel for addresses of interfaces by netlink.
 #include <linux/if_addr.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -180,8 +180,8 @@ void read_ifc_results(int sock, int bufsize, unsigned ifindex, v6_ifaddr *entrie
       TRACE("received an uncomplete netlink packet\n");
       return;
     }
-    // The end of the dump stands in a datagram of its own or, with newer kernels, behind the last addresses. It ends the
-    // reading also when the array is full, because nothing comes after it.
+    // The end of the dump stands in a datagram of its own or, with newer kernels, behind the last addresses. Nothing
+    // comes after it, so it ends the reading also when the array is full.
     while (datagram.left() >= sizeof(nlmsghdr)) {
       const auto *message = reinterpret_cast<const nlmsghdr *>(buffer.get() + datagram.at());
       const auto header = datagram.record<nlmsghdr>();

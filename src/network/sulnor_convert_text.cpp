@@ -1,4 +1,4 @@
-// IPv6 addresses between their bytes and their text.
+// Converts IPv6 addresses between bytes and text.
 #include <ctype.h>
 #include <stddef.h>
 #include <stdint.h>

@@ -1,4 +1,4 @@
-// What the tree, its scripts and its report share.
+// Holds what the tree, its scripts and its report share.
 #pragma once
 
 #include <stddef.h>

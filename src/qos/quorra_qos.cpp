@@ -1,4 +1,4 @@
-// The QoS trees in memory: root queueing disciplines, classes and leaves of every interface.
+// Keeps the QoS trees in memory: root queueing disciplines, classes and leaves of every interface.
 #include <stdlib.h>
 #include <string.h>
 

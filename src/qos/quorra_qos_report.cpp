@@ -1,4 +1,4 @@
-// The console report of an interface's QoS tree: every line is a trace of its own.
+// Reports an interface's QoS tree on the console. Every line is a trace of its own.
 #include "base/trace.h"
 #include "qos/qos.h"
 #include "torvane/list.h"

@@ -1,4 +1,4 @@
-// Scripts that apply an interface's QoS tree and take it away again.
+// Writes and runs the scripts that apply an interface's QoS tree and take it away again.
 #include "base/script.h"
 #include "base/trace.h"
 #include "qos/qos.h"

@@ -1,4 +1,4 @@
-// Guards and escapers: what web handlers check and escape before a text meets the shell.
+// Checks and escapes texts of web handlers before they meet the shell.
 #include <stdio.h>
 #include <string.h>
 

@@ -1,4 +1,4 @@
-// Small functions on texts.
+// Counts, compares, replaces and converts in texts.
 #include <ctype.h>
 #include <stdint.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-// CPU load between two samples of the kernel's counters.
+// Calculates the CPU load between two samples of the kernel's counters.
 #include <inttypes.h>
 #include <stdint.h>
 #include <stdio.h>

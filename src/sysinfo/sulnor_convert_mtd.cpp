@@ -1,4 +1,4 @@
-// Flash partitions: their numbers by name, their devices and sizes.
+// Finds flash partitions by name, and tells their numbers, devices and sizes.
 #include <fcntl.h>
 #include <limits.h>
 #include <mtd/mtd-user.h>

@@ -1,4 +1,4 @@
-// Disk usage: size and free space of what is mounted under a directory.
+// Lists what is mounted under a directory, with size and free space.
 #define _FILE_OFFSET_BITS 64 // large disks and 64-bit file numbers on 32-bit targets too
 
 #include <dirent.h>

@@ -1,4 +1,4 @@
-// Word tables: texts by number from the one string file of the process.
+// Looks texts up by number in the one string file of the process.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

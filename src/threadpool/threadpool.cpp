@@ -1,4 +1,4 @@
-// Thread pool: a fixed number of workers on a bounded ring of tasks.
+// Runs tasks in a pool: a fixed number of worker threads on a bounded ring.
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,8 +19,8 @@ Item *allocate_array(int count) {
   return static_cast<Item *>(calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(Item)));
 }
 
-// Makes lock, condition and both arrays. Returns false, with everything freed that threadpool_free would not free, when one
-// of them cannot be had.
+// Makes lock, condition and both arrays. Returns false when one of them cannot be had; everything that threadpool_free
+// would not free is freed then.
 bool prepare(ThreadPool *pool, int threads) {
   if (pthread_mutex_init(&pool->lock, nullptr) != 0)
     return false;
@@ -57,8 +57,8 @@ int next_slot(const ThreadPool *pool, int slot) {
   return slot + 1 == pool->queueSize ? 0 : slot + 1;
 }
 
-// Appends a task and wakes a worker. Returns whether one could be woken. The caller has taken the pool's lock, and knows
-// that there is a free slot.
+// Appends a task and wakes a worker. Returns whether one could be woken. The caller has taken the pool's lock and knows
+// that a slot is free.
 bool append_task(ThreadPool *pool, void *(*function)(void *), void *argument) {
   pool->queue[pool->tail] = {function, argument};
   pool->tail = next_slot(pool, pool->tail);

@@ -1,4 +1,4 @@
-// Thread limit: a counter of threads with a maximum.
+// Counts threads up to a maximum.
 #include <pthread.h>
 #include <stdlib.h>
 

@@ -1,4 +1,4 @@
-// Timer service: one thread that waits for the earliest timer, and short-lived ones that run what is due.
+// Runs timers: one thread waits for the earliest timer, and short-lived ones call back for those that are due.
 #include <errno.h>
 #include <pthread.h>
 #include <stddef.h>
@@ -68,9 +68,9 @@ void drop_notification() {
     recv(signal_pair[0], &code, sizeof(code), MSG_DONTWAIT);
 }
 
-// Does the work of reSchedule. A timer thread that was notified takes its notification here, because the semaphore keeps
-// the socket from being closed meanwhile, and its number from becoming another's. When the service was ended before the
-// thread got the semaphore, it leaves alone what was added since.
+// Does the work of reSchedule. A timer thread that was notified takes its notification here, because the semaphore
+// keeps the socket from being closed meanwhile, and its number from becoming another's. When the service was ended
+// before the thread got the semaphore, it leaves alone what was added since.
 uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);

@@ -1,4 +1,4 @@
-// XML documents as heap buffers: printed trees, and documents that their callers write into a temporary file.
+// Hands out XML documents as heap buffers: printed trees, and documents that their callers write into a temporary file.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,8 +14,8 @@ namespace {
 
 constexpr char file_root[] = "root"; // element of documents in a file
 
-// Writes out what the stream has buffered and goes back to its start. Returns how many bytes the stream holds, or -1 when
-// they could not all be written.
+// Writes out what the stream has buffered and goes back to its start. Returns how many bytes the stream holds, or -1
+// when they could not all be written.
 long finished_length(FILE *stream) {
   if (fseek(stream, 0, SEEK_END) != 0 || ferror(stream))
     return -1;

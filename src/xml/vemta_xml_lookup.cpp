@@ -1,4 +1,4 @@
-// Values of elements, found in XML text by a plain search for their tags.
+// Finds the values of elements in XML text by a plain search for their tags.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -21,8 +21,8 @@ bool ends_tag_name(char c) {
   return c == ' ' || c == '/' || c == '>';
 }
 
-// Returns where the name ends in the first start tag with `pattern` ("<name"), or null when there is none. This is meant:
-// case does not matter at the first place that is looked at, and matters at those after it.
+// Returns where the name ends in the first start tag with `pattern` ("<name"), or null when there is none. This is
+// meant: case does not matter at the first place that is looked at, and matters at those after it.
 const char *find_start_tag(const char *text, const char *pattern) {
   const char *found = strcasestr(text, pattern);
   while (found) {

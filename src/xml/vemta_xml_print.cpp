@@ -1,4 +1,4 @@
-// XML documents printed, with every text in CDATA sections.
+// Prints XML documents, with every text in CDATA sections.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-// The self-test of the XML services: a small document, printed to a file and to a buffer.
+// Tests the XML services: a small document is printed to a file and to a buffer.
 #include <stdio.h>
 
 #include "base/owners.h"

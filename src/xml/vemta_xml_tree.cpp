@@ -1,4 +1,4 @@
-// XML trees in memory: documents, elements, texts and attributes.
+// Builds XML trees in memory: documents, elements, texts and attributes.
 #include <stdlib.h>
 #include <string.h>
 

@@ -1,4 +1,4 @@
-// What the XML trees, their documents and the self-test share.
+// Holds what the XML trees, their documents and the self-test share.
 #pragma once
 
 #include "torvane/xml.h"
