@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <linux/capability.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -20,6 +19,7 @@
 
 #include "support/child_process.h"
 #include "support/sandbox.h"
+#include "support/unprivileged.h"
 #include "torvane.h"
 
 using sandbox::console;
@@ -135,16 +135,6 @@ class Semaphore : public Ipc {
 
 class Lock : public Semaphore {};
 class LockTrace : public Semaphore {};
-
-// 0, or the number of what was wrong, of a body run without the right to pass by permissions.
-template <typename Body>
-int without_privilege(Body body) {
-  return in_child([&] {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    const __user_cap_data_struct none[2] = {};
-    return syscall(SYS_capset, &header, none) == 0 ? body() : 100;
-  });
-}
 
 } // namespace
 
@@ -279,7 +269,7 @@ TEST_F(Semaphore, OfAnExistingLargerSetSetsItsFirstCounterAlone) {
 TEST_F(Semaphore, ThatMayNotBeOpenedFails) {
   const int locked_away = semget(-7, 1, IPC_CREAT | 0);
   ASSERT_NE(-1, locked_away);
-  EXPECT_EQ(0, without_privilege([] {
+  EXPECT_EQ(0, sandbox::without_privilege([] {
               int refused = 77;
               const int before = sandbox::open_descriptors();
               if (sem_create(-7, &refused) != 1)

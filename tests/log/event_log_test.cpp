@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <linux/capability.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -19,12 +18,11 @@
 #include <thread>
 #include <vector>
 
-#include "support/child_process.h"
 #include "support/sandbox.h"
+#include "support/unprivileged.h"
 #include "torvane.h"
 
 using sandbox::exists;
-using sandbox::in_child;
 using sandbox::read_file;
 
 namespace {
@@ -50,16 +48,6 @@ std::vector<std::string> files_in(const std::string &path) {
 
 size_t lines_of(const std::string &text) {
   return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
-// Runs `body` in a child that is still root and may do no more than any user.
-template <typename Body>
-int without_privilege(Body body) {
-  return in_child([&] {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    const __user_cap_data_struct none[2] = {};
-    return syscall(SYS_capset, &header, none) == 0 ? body() : 100;
-  });
 }
 
 class EventLog : public testing::Test {
@@ -245,7 +233,8 @@ TEST_F(EventLog, AFileThatCannotBeOpenedTakesNoCategory) {
 
 TEST_F(EventLog, ADirectoryWithoutPermissionRefuses) {
   ASSERT_EQ(0, chmod(dir.c_str(), 0500));
-  EXPECT_EQ(0, without_privilege([] { return create("wan", "wan.log") == -2 && logList[0].state == -1 ? 0 : 1; }));
+  EXPECT_EQ(
+      0, sandbox::without_privilege([] { return create("wan", "wan.log") == -2 && logList[0].state == -1 ? 0 : 1; }));
   EXPECT_FALSE(exists(dir + "/wan.log"));
 }
 
