@@ -7,13 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
 namespace {
 
-static_assert(sizeof(void *) != 4 || sizeof(CfgEntry) == 12);
-static_assert(offsetof(CfgEntry, key) == sizeof(void *) && offsetof(CfgEntry, value) == 2 * sizeof(void *));
+RECORD_LAYOUT(CfgEntry, 3 * sizeof(void *), FIELD(tag, 0, 4), FIELD(key, sizeof(void *), sizeof(void *)),
+              FIELD(value, 2 * sizeof(void *), sizeof(void *)));
 
 constexpr char path[] = "/run/test.cfg";
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/guarded_memory.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -16,6 +17,8 @@ using sandbox::Against;
 using sandbox::GuardedMemory;
 
 namespace {
+
+RECORD_LAYOUT(cgi_entry, 584, FIELD(name, 0, 65), FIELD(value, 65, 519));
 
 using Entries = std::vector<cgi_entry>;
 
@@ -151,10 +154,13 @@ void *other_answer(void *) {
 } // namespace
 
 TEST(EntryRecord, HasItsFieldsInPlace) {
-  EXPECT_EQ(0u, offsetof(cgi_entry, name));
-  EXPECT_EQ(65u, offsetof(cgi_entry, value));
-  EXPECT_EQ(519u, sizeof(cgi_entry::value));
-  EXPECT_EQ(584u, sizeof(cgi_entry));
+  Request request("a=1&b=2", 2);
+  EXPECT_EQ(2, request.parse());
+  const std::string bytes = request.records.bytes();
+  EXPECT_EQ('a', bytes[0]);
+  EXPECT_EQ('1', bytes[65]);
+  EXPECT_EQ('b', bytes[584]);
+  EXPECT_EQ('2', bytes[584 + 65]);
 }
 
 TEST(Data2Entries, SplitsNamesAndValues) {

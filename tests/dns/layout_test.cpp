@@ -1,20 +1,8 @@
 // Programs and library share the record byte for byte, on every machine.
-#include <gtest/gtest.h>
-#include <stddef.h>
-
+#include "support/record_layout.h"
 #include "torvane.h"
 
-#define FIELD(field, offset, bytes) \
-  static_assert(offsetof(DnsQuery, field) == (offset) && sizeof(DnsQuery::field) == (bytes))
-
-static_assert(sizeof(DnsQuery) == 3592);
-FIELD(servers, 0, 20);
-FIELD(names, 20, 2560);
-FIELD(stopOnMatch, 2580, 1);
-FIELD(timeoutSec, 2581, 1);
-FIELD(serverCount, 2582, 1);
-FIELD(nameCount, 2583, 1);
-FIELD(ipv4Count, 2584, 4);
-FIELD(ipv4Result, 2588, 200);
-FIELD(ipv6Count, 2788, 4);
-FIELD(ipv6Result, 2792, 800);
+RECORD_LAYOUT(DnsQuery, 3592, FIELD(servers, 0, 20), FIELD(names, 20, 2560), FIELD(stopOnMatch, 2580, 1),
+              FIELD(timeoutSec, 2581, 1), FIELD(serverCount, 2582, 1), FIELD(nameCount, 2583, 1),
+              FIELD(ipv4Count, 2584, 4), FIELD(ipv4Result, 2588, 200), FIELD(ipv6Count, 2788, 4),
+              FIELD(ipv6Result, 2792, 800));

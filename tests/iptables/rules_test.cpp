@@ -13,27 +13,6 @@ using rules::marking_rule;
 using rules::traced;
 using Indexes = std::vector<int>;
 
-// Programs and library exchange these blocks byte for byte.
-static_assert(sizeof(qos_match) == 600 && offsetof(qos_match, match_flags) == 0 && offsetof(qos_match, prio_1p) == 4 &&
-              offsetof(qos_match, vlan_id) == 6 && offsetof(qos_match, src_mac) == 8 &&
-              offsetof(qos_match, src_ip_start) == 28 && offsetof(qos_match, src_ip_end) == 32 &&
-              offsetof(qos_match, dst_ip_start) == 36 && offsetof(qos_match, dst_ip_end) == 40 &&
-              offsetof(qos_match, dscp_mode) == 44 && offsetof(qos_match, dscp) == 48 &&
-              offsetof(qos_match, tos) == 52 && offsetof(qos_match, precedence) == 56 &&
-              offsetof(qos_match, protocol) == 60 && offsetof(qos_match, sport_min) == 64 &&
-              offsetof(qos_match, sport_max) == 66 && offsetof(qos_match, dport_min) == 68 &&
-              offsetof(qos_match, dport_max) == 70 && offsetof(qos_match, tcp_flag_mask) == 72 &&
-              offsetof(qos_match, tcp_flag_set) == 73 && offsetof(qos_match, pkt_len) == 76 &&
-              offsetof(qos_match, alg) == 80 && offsetof(qos_match, url) == 84 && offsetof(qos_match, domain) == 340 &&
-              offsetof(qos_match, sched_index) == 596);
-static_assert(sizeof(qos_target) == 24 && offsetof(qos_target, target_flags) == 0 && offsetof(qos_target, mark) == 4 &&
-              offsetof(qos_target, set_mode) == 8 && offsetof(qos_target, set_value) == 12 &&
-              offsetof(qos_target, vlan_prio) == 16 && offsetof(qos_target, vlan_tag_id) == 18 &&
-              offsetof(qos_target, vlan_double) == 20 && offsetof(qos_target, log) == 22);
-static_assert(offsetof(qos_rule, node) == 0 && offsetof(qos_rule, index) == sizeof(list_node));
-static_assert(offsetof(qos_sched, index) == sizeof(list_node) &&
-              offsetof(qos_sched, stop_min) == sizeof(list_node) + 6);
-
 const bool no_schedules_at_start = list_empty(&sched_root) && sched_root.prev == &sched_root;
 
 class Rules : public rules::World {

@@ -4,11 +4,11 @@
 #include <initializer_list>
 #include <vector>
 
+#include "support/record_layout.h"
 #include "torvane.h"
 
-static_assert(offsetof(list_node, next) == 0);
-static_assert(offsetof(list_node, prev) == sizeof(void *));
-static_assert(sizeof(list_node) == 2 * sizeof(void *));
+RECORD_LAYOUT(list_node, 2 * sizeof(void *), FIELD(next, 0, sizeof(void *)),
+              FIELD(prev, sizeof(void *), sizeof(void *)));
 
 namespace {
 

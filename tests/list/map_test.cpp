@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
-#include <stddef.h>
 #include <string.h>
 
 #include <memory>
 
+#include "support/record_layout.h"
 #include "torvane.h"
 
-static_assert(sizeof(map_entry) == 8 && offsetof(map_entry, id) == 0 && offsetof(map_entry, value) == 4);
-static_assert(offsetof(txt_map_entry, id) == 0 && offsetof(txt_map_entry, text) == sizeof(void *));
-static_assert(sizeof(txt_map_entry) == 2 * sizeof(void *));
+RECORD_LAYOUT(map_entry, 8, FIELD(id, 0, 4), FIELD(value, 4, 4));
+RECORD_LAYOUT(txt_map_entry, 2 * sizeof(void *), FIELD(id, 0, 4), FIELD(text, sizeof(void *), sizeof(void *)));
 
 namespace {
 

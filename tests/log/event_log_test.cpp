@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "support/unprivileged.h"
 #include "torvane.h"
@@ -27,9 +28,8 @@ using sandbox::read_file;
 
 namespace {
 
-static_assert(sizeof(log_entry) == 264);
-static_assert(offsetof(log_entry, file) == 64 && offsetof(log_entry, dir) == 128);
-static_assert(offsetof(log_entry, lines) == 256 && offsetof(log_entry, state) == 260);
+RECORD_LAYOUT(log_entry, 264, FIELD(name, 0, 64), FIELD(file, 64, 64), FIELD(dir, 128, 128), FIELD(lines, 256, 2),
+              FIELD(state, 260, 4));
 static_assert(sizeof(logList) == 8 * sizeof(log_entry));
 
 // As the program found them.

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -59,11 +60,9 @@ extern "C" int semctl(int id, int number, int command, ...) noexcept {
 
 namespace {
 
-static_assert(sizeof(void *) != 4 || sizeof(XmemPool) == 12);
-static_assert(sizeof(void *) != 4 || sizeof(XmemRecord) == 24);
-static_assert(offsetof(XmemPool, blocks) == sizeof(void *));
-static_assert(offsetof(XmemRecord, size) == sizeof(void *) && offsetof(XmemRecord, members) == sizeof(void *) + 4 &&
-              offsetof(XmemRecord, flag) == sizeof(void *) + 8);
+RECORD_LAYOUT(XmemPool, 3 * sizeof(void *), FIELD(semid, 0, 4), FIELD(blocks, sizeof(void *), 2 * sizeof(void *)));
+RECORD_LAYOUT_32(XmemRecord, 24, FIELD(ptr, 0, 4), FIELD(size, 4, 4), FIELD(members, 8, 4), FIELD(flag, 12, 4),
+                 FIELD(node, 16, 8));
 
 constexpr key_t key = 0x3e3;
 constexpr unsigned table_size = 256;

@@ -10,13 +10,14 @@
 #include <memory>
 #include <string>
 
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
 namespace {
 
-static_assert(sizeof(cpu_sample) == 64);
-static_assert(offsetof(cpu_sample, idle) == 24 && offsetof(cpu_sample, steal) == 56);
+RECORD_LAYOUT(cpu_sample, 64, FIELD(user, 0, 8), FIELD(nice, 8, 8), FIELD(system, 16, 8), FIELD(idle, 24, 8),
+              FIELD(iowait, 32, 8), FIELD(irq, 40, 8), FIELD(softirq, 48, 8), FIELD(steal, 56, 8));
 
 using Sample = std::unique_ptr<cpu_sample, decltype(&free)>;
 

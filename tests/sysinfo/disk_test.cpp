@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -47,9 +48,8 @@ extern "C" int statvfs64(const char *path, struct statvfs64 *status) noexcept {
 
 namespace {
 
-static_assert(offsetof(disk_info, name) == 512 && offsetof(disk_info, total) == 768 &&
-              offsetof(disk_info, free) == 776 && offsetof(disk_info, list) == 784);
-static_assert(sizeof(disk_info) == 784 + 2 * sizeof(void *));
+RECORD_LAYOUT(disk_info, 784 + 2 * sizeof(void *), FIELD(path, 0, 512), FIELD(name, 512, 256), FIELD(total, 768, 8),
+              FIELD(free, 776, 8), FIELD(list, 784, 2 * sizeof(void *)));
 
 const std::string dir = "/run/disks";
 

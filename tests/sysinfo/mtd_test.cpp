@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -53,11 +54,9 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
 
 namespace {
 
-static_assert(sizeof(mtd_query) == 104);
-static_assert(offsetof(mtd_query, block_dev) == 32 && offsetof(mtd_query, name) == 64 &&
-              offsetof(mtd_query, block_name) == 80 && offsetof(mtd_query, num) == 96 &&
-              offsetof(mtd_query, size) == 100);
-static_assert(sizeof(mtd_info_user) == 32);
+RECORD_LAYOUT(mtd_query, 104, FIELD(dev, 0, 32), FIELD(block_dev, 32, 32), FIELD(name, 64, 16),
+              FIELD(block_name, 80, 16), FIELD(num, 96, 4), FIELD(size, 100, 4));
+static_assert(sizeof(mtd_info_user) == 32); // the kernel's record
 
 constexpr char recorded[] = R"(dev:    size   erasesize  name
 mtd0: 00040000 00020000 "boot"

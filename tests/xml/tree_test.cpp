@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/record_layout.h"
 #include "torvane.h"
 #include "xml/documents.h"
 
@@ -12,26 +13,17 @@ using documents::document;
 using documents::element;
 using sandbox::fail_each_allocation;
 
-static_assert(offsetof(xml_text, text) == 0);
-static_assert(sizeof(xml_text) == sizeof(void *));
-static_assert(offsetof(xml_attr, name) == 0);
-static_assert(offsetof(xml_attr, value) == sizeof(void *));
-static_assert(offsetof(xml_attr, next) == 2 * sizeof(void *));
-static_assert(sizeof(xml_attr) == 3 * sizeof(void *));
-static_assert(offsetof(xml_node, name) == 0);
-static_assert(offsetof(xml_node, text) == sizeof(void *));
-static_assert(offsetof(xml_node, attrs) == 2 * sizeof(void *));
-static_assert(offsetof(xml_node, attrs_tail) == 3 * sizeof(void *));
-static_assert(offsetof(xml_node, children) == 4 * sizeof(void *));
-static_assert(offsetof(xml_node, next) == 5 * sizeof(void *));
-static_assert(offsetof(xml_node, last) == 6 * sizeof(void *));
-static_assert(sizeof(xml_node) == 7 * sizeof(void *));
-static_assert(offsetof(xml_doc, version) == 0);
-static_assert(offsetof(xml_doc, root) == sizeof(void *));
-static_assert(sizeof(xml_doc) == 2 * sizeof(void *));
-static_assert(offsetof(xml_doc_file, version) == 0);
-static_assert(offsetof(xml_doc_file, fp) == sizeof(void *));
-static_assert(sizeof(xml_doc_file) == 2 * sizeof(void *));
+constexpr size_t pointer = sizeof(void *);
+
+RECORD_LAYOUT(xml_text, pointer, FIELD(text, 0, pointer));
+RECORD_LAYOUT(xml_attr, 3 * pointer, FIELD(name, 0, pointer), FIELD(value, pointer, pointer),
+              FIELD(next, 2 * pointer, pointer));
+RECORD_LAYOUT(xml_node, 7 * pointer, FIELD(name, 0, pointer), FIELD(text, pointer, pointer),
+              FIELD(attrs, 2 * pointer, pointer), FIELD(attrs_tail, 3 * pointer, pointer),
+              FIELD(children, 4 * pointer, pointer), FIELD(next, 5 * pointer, pointer),
+              FIELD(last, 6 * pointer, pointer));
+RECORD_LAYOUT(xml_doc, 2 * pointer, FIELD(version, 0, pointer), FIELD(root, pointer, pointer));
+RECORD_LAYOUT(xml_doc_file, 2 * pointer, FIELD(version, 0, pointer), FIELD(fp, pointer, pointer));
 
 namespace {
 
