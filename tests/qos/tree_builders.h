@@ -114,6 +114,10 @@ inline qos_rule *rule_of(list_node *node) {
   return reinterpret_cast<qos_rule *>(reinterpret_cast<char *>(node) - offsetof(qos_rule, node));
 }
 
+inline std::string bytes_of(const void *block, size_t size) {
+  return std::string(static_cast<const char *>(block), size);
+}
+
 // The classes below a list head by their ids, "1(2~10,3)": children in parentheses, ~ and the seconds of an SFQ leaf.
 inline std::string shape(const list_node *head) {
   std::string text;
