@@ -70,6 +70,11 @@ inline automark make_automark(uint8_t enable) {
   return {enable, {10, 11, 2, 3, 0, 255, 256, 65535}};
 }
 
+inline uint32_t add_sched_of(uint8_t index, uint8_t days = 0, uint8_t all_day = 1, uint8_t start_hour = 0) {
+  const uint8_t sched[4] = {index, days, all_day, start_hour};
+  return add_sched(sched);
+}
+
 // "module function: message" of every trace since the last look. Each must have the header of this thread.
 inline Lines traced() {
   Lines lines;
@@ -142,8 +147,7 @@ class World : public testing::Test {
 
   // A schedule from 8:00 to 18:30 on the given days.
   static qos_sched *add_office_hours(uint8_t index, uint8_t days) {
-    const uint8_t sched[4] = {index, days, 0, 8};
-    EXPECT_EQ(1u, add_sched(sched));
+    EXPECT_EQ(1u, add_sched_of(index, days, 0, 8));
     qos_sched *record = search_sched(index);
     record->stop_hour = 18;
     record->stop_min = 30;
