@@ -1,18 +1,19 @@
-// Requests split into entries, entries and handlers found by name.
+// Requests split into entries whose values are decoded.
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <random>
 #include <string>
 #include <vector>
 
+#include "cgi/request.h"
 #include "support/guarded_memory.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
+using cgi::Request;
 using sandbox::Against;
 using sandbox::GuardedMemory;
 
@@ -111,23 +112,6 @@ std::string bytes_of(const Entries &entries) {
   return std::string(reinterpret_cast<const char *>(entries.data()), entries.size() * sizeof(cgi_entry));
 }
 
-// Records for exactly `capacity` entries and data without a terminator, both next to pages that nobody may touch.
-struct Request {
-  Request(const std::string &text, int room, Against side = Against::PageBehind)
-      : data(text.size(), side), records(static_cast<size_t>(room) * sizeof(cgi_entry), side), capacity(room) {
-    memcpy(data.data(), text.data(), text.size());
-    records.fill('\0');
-  }
-  cgi_entry *entries() {
-    return reinterpret_cast<cgi_entry *>(records.data());
-  }
-  int parse() {
-    return data_2_entries(entries(), capacity, data.size(), data.data());
-  }
-  GuardedMemory data, records;
-  int capacity;
-};
-
 // The text of the only value in "x=" and this.
 std::string decoded(const std::string &value) {
   Request request("x=" + value, 1);
@@ -141,14 +125,6 @@ void expect_as_told(const std::string &data) {
   Request request(data, static_cast<int>(golden.size()));
   EXPECT_EQ(golden.size(), static_cast<size_t>(request.parse())) << data;
   EXPECT_TRUE(bytes_of(golden) == request.records.bytes()) << testing::PrintToString(data);
-}
-
-void *answer(void *argument) {
-  return argument;
-}
-
-void *other_answer(void *) {
-  return nullptr;
 }
 
 } // namespace
@@ -392,145 +368,4 @@ TEST(Data2Authinfo, TakesNothing) {
   EXPECT_EQ(0, data_2_authinfo(&entry, 1, nullptr));
   EXPECT_EQ(0, data_2_authinfo(nullptr, 1, "a"));
   EXPECT_STREQ("", entry.name);
-}
-
-TEST(EntryByName, IsTheFirstWithExactlyThisName) {
-  Request request("id=1&ID=2&id=3&i=4&=5", 5);
-  ASSERT_EQ(5, request.parse());
-  cgi_entry *entries = request.entries();
-  EXPECT_EQ(&entries[0], get_entry_by_name(entries, 5, "id"));
-  EXPECT_EQ(&entries[1], get_entry_by_name(entries, 5, "ID"));
-  EXPECT_EQ(&entries[3], get_entry_by_name(entries, 5, "i"));
-  EXPECT_EQ(&entries[4], get_entry_by_name(entries, 5, ""));
-  EXPECT_EQ(nullptr, get_entry_by_name(entries, 5, "idx"));
-  EXPECT_EQ(nullptr, get_entry_by_name(entries, 1, "ID"));
-  EXPECT_EQ(nullptr, get_entry_by_name(entries, 0, "id"));
-  EXPECT_EQ(nullptr, get_entry_by_name(entries, -1, "id"));
-  EXPECT_EQ(entries[1].value, get_entry_value_by_name(entries, 5, "ID"));
-  EXPECT_STREQ("4", get_entry_value_by_name(entries, 5, "i"));
-  EXPECT_EQ(nullptr, get_entry_value_by_name(entries, 5, "none"));
-}
-
-TEST(EntryByName, MayHaveTheLongestName) {
-  const std::string longest(64, 'n');
-  Request request(longest + "=v", 1);
-  ASSERT_EQ(1, request.parse());
-  EXPECT_EQ(request.entries(), get_entry_by_name(request.entries(), 1, longest.c_str()));
-  EXPECT_EQ(nullptr, get_entry_by_name(request.entries(), 1, (longest + "n").c_str()));
-}
-
-TEST(EntryByName, IsNotThereForNulls) {
-  cgi_entry entry = {};
-  EXPECT_EQ(nullptr, get_entry_by_name(nullptr, 1, "a"));
-  EXPECT_EQ(nullptr, get_entry_by_name(&entry, 1, nullptr));
-  EXPECT_EQ(nullptr, get_entry_value_by_name(nullptr, 1, "a"));
-  EXPECT_EQ(nullptr, get_entry_value_by_name(&entry, 1, nullptr));
-}
-
-namespace {
-
-std::string query_value(const std::string &query, const std::string &name) {
-  GuardedMemory guarded_query(query), guarded_name(name);
-  char *value = get_entry_value(guarded_query.data(), guarded_name.data());
-  const std::string text = value ? value : "(null)";
-  free(value);
-  return text;
-}
-
-} // namespace
-
-TEST(EntryValue, IsCopiedUndecodedFromTheQuery) {
-  EXPECT_EQ("1", query_value("id=1&x=2", "id"));
-  EXPECT_EQ("2", query_value("id=1&x=2", "x"));
-  EXPECT_EQ("a%20b+c", query_value("q=a%20b+c", "q"));
-  EXPECT_EQ("", query_value("id=&x=2", "id"));
-  EXPECT_EQ("b=c", query_value("a=b=c", "a"));
-  EXPECT_EQ(std::string(5000, 'v'), query_value("q=" + std::string(5000, 'v') + "&", "q"));
-}
-
-TEST(EntryValue, IsFoundAnywhereInTheQuery) {
-  EXPECT_EQ("7", query_value("uid=7&id=8", "id")) << "not anchored";
-  EXPECT_EQ("e", query_value("x=idle", "id")) << "the character after the match is passed over, whatever it is";
-  EXPECT_EQ("b=2", query_value("a&b=2", "a"));
-  EXPECT_EQ("", query_value("x=1&id", "id")) << "nothing after the match";
-  EXPECT_EQ("", query_value("id=", "id"));
-  EXPECT_EQ("d=1", query_value("id=1", ""));
-  EXPECT_EQ("", query_value("", ""));
-}
-
-TEST(EntryValue, IsNullWithoutNameOrMemory) {
-  EXPECT_EQ("(null)", query_value("a=1", "b"));
-  EXPECT_EQ("(null)", query_value("", "b"));
-  EXPECT_EQ(nullptr, get_entry_value(nullptr, "a"));
-  EXPECT_EQ(nullptr, get_entry_value("a=1", nullptr));
-  sandbox::fail_each_allocation([] { return get_entry_value("a=1", "a"); },
-                                [](char *value, bool failed) {
-                                  EXPECT_EQ(failed, value == nullptr);
-                                  free(value);
-                                });
-}
-
-TEST(DumpEntries, PrintsThemBetweenLines) {
-  sandbox::Captured out(1);
-  Request request("a=1&a_name_of_more_than_16=x y&=", 3);
-  ASSERT_EQ(3, request.parse());
-  dump_entries(request.entries(), 3);
-  EXPECT_EQ(
-      "============= dump entries =================\n"
-      "name=               a, val=1\n"
-      "name=a_name_of_more_than_16, val=x y\n"
-      "name=                , val=\n"
-      "============================================\n",
-      out.text());
-}
-
-TEST(DumpEntries, PrintsLinesAloneForNone) {
-  sandbox::Captured out(1);
-  cgi_entry entry = {};
-  dump_entries(&entry, 0);
-  dump_entries(&entry, -1);
-  dump_entries(nullptr, 3);
-  const std::string lines =
-      "============= dump entries =================\n============================================\n";
-  EXPECT_EQ(lines + lines, out.text());
-}
-
-TEST(DumpEntries, DoesNotReadPastFieldsWithoutTerminator) {
-  sandbox::Captured out(1);
-  GuardedMemory records(sizeof(cgi_entry));
-  records.fill('z');
-  dump_entries(reinterpret_cast<cgi_entry *>(records.data()), 1);
-  EXPECT_NE(std::string::npos,
-            out.text().find("name=" + std::string(65, 'z') + ", val=" + std::string(519, 'z') + "\n"));
-}
-
-TEST(HandlerTable, GivesTheAddressOfTheField) {
-  const cgi_handler table[] = {{"login", answer}, {"login", other_answer}, {"status", other_answer}, {"end", nullptr}};
-  EXPECT_EQ(&table[0].func, get_cgi_func_ptr(table, "login"));
-  EXPECT_EQ(&table[2].func, get_cgi_func_ptr(table, "status"));
-  const auto handler = static_cast<void *(**)(void *)>(get_cgi_func_ptr(table, "login"));
-  int request;
-  EXPECT_EQ(&request, (*handler)(&request));
-}
-
-TEST(HandlerTable, EndsWithANullFunctionOrAnUnknownName) {
-  const cgi_handler ended[] = {{"a", answer}, {"b", nullptr}, {"c", answer}, {nullptr, nullptr}};
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(ended, "b"));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(ended, "c"));
-  const cgi_handler unknown[] = {{"a", answer}, {"unknow", answer}, {"c", answer}, {nullptr, nullptr}};
-  EXPECT_EQ(&unknown[0].func, get_cgi_func_ptr(unknown, "a"));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(unknown, "unknow"));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(unknown, "c"));
-  const cgi_handler nameless[] = {{"a", answer}, {nullptr, answer}};
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(nameless, "c"));
-}
-
-TEST(HandlerTable, HasOnlyExactNames) {
-  const cgi_handler table[] = {{"unknown", answer}, {"", other_answer}, {nullptr, nullptr}};
-  EXPECT_EQ(&table[0].func, get_cgi_func_ptr(table, "unknown"));
-  EXPECT_EQ(&table[1].func, get_cgi_func_ptr(table, ""));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(table, "Unknown"));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(table, "unknown "));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(table, nullptr));
-  EXPECT_EQ(nullptr, get_cgi_func_ptr(nullptr, "a"));
 }
