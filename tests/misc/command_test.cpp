@@ -1,4 +1,4 @@
-// Commands through the shell, and signals to processes.
+// Commands through the shell.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,15 +15,16 @@
 #include <thread>
 #include <vector>
 
+#include "misc/misc.h"
 #include "support/child_process.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
+using misc::expect_trace;
 using sandbox::all_of;
 using sandbox::console;
 using sandbox::console_messages;
 using sandbox::end_of_child;
-using sandbox::Handshake;
 using sandbox::in_child;
 using sandbox::NoDescriptors;
 using sandbox::read_file;
@@ -32,43 +32,12 @@ using sandbox::start_child;
 
 namespace {
 
-class Command : public testing::Test {
- protected:
-  void SetUp() override {
-    alarm(30); // a wait that never ends is a failure too
-    sandbox::clear_console();
-  }
-  void TearDown() override {
-    alarm(0);
-    unlink("/run/out");
-    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
-  }
+constexpr char too_long[] = "command too long\n";
 
-  static void expect_trace(bool has_process, const char *func, const std::string &message) {
-    const auto traces = console();
-    ASSERT_EQ(1u, traces.size());
-    EXPECT_EQ(has_process, traces[0].has_process);
-    EXPECT_EQ(getpid(), traces[0].thread);
-    EXPECT_EQ("quorra_misc", traces[0].file);
-    EXPECT_EQ(func, traces[0].func);
-    EXPECT_EQ(message, traces[0].message);
-  }
-};
-
-// The one trace of a command that was refused.
-void expect_refusal(const char *func) {
-  const auto traces = console();
-  ASSERT_EQ(1u, traces.size());
-  EXPECT_EQ("quorra_misc", traces[0].file);
-  EXPECT_EQ(func, traces[0].func);
-  EXPECT_EQ("command too long\n", traces[0].message);
-}
-
-class System : public Command {};
-class Execl : public Command {};
-class SystemRead : public Command {};
-class ExecSystem : public Command {};
-class Kill : public Command {};
+class System : public misc::Processes {};
+class Execl : public misc::Processes {};
+class SystemRead : public misc::Processes {};
+class ExecSystem : public misc::Processes {};
 
 // A command of exactly this many bytes whose effect shows all of them: `size` bytes minus those around it, to /run/out.
 struct Sized {
@@ -138,13 +107,13 @@ TEST_F(System, RefusesWhatDoesNotFit) {
     sandbox::clear_console();
     EXPECT_EQ(-1, __system("caller", 42, "run", "%s", Sized(size).command.c_str())) << size;
     EXPECT_FALSE(sandbox::exists("/run/out")) << size;
-    expect_refusal("__system");
+    expect_trace(true, "__system", too_long);
   }
 }
 
 TEST_F(System, RefusesANullFormat) {
   EXPECT_EQ(-1, system_unchecked("caller", 42, "run", nullptr));
-  expect_refusal("__system");
+  expect_trace(true, "__system", too_long);
 }
 
 TEST_F(System, DoesNotSucceedWithoutAProcess) {
@@ -219,13 +188,13 @@ TEST_F(Execl, RefusesWhatDoesNotFit) {
     sandbox::clear_console();
     EXPECT_EQ(-1, _execl("%s", Sized(size).command.c_str())) << size;
     EXPECT_FALSE(sandbox::exists("/run/out")) << size;
-    expect_refusal("_execl");
+    expect_trace(false, "_execl", too_long);
   }
 }
 
 TEST_F(Execl, RefusesANullFormat) {
   EXPECT_EQ(-1, execl_unchecked(nullptr));
-  expect_refusal("_execl");
+  expect_trace(false, "_execl", too_long);
 }
 
 TEST_F(Execl, ARefusedCommandWaitsForNobody) {
@@ -312,13 +281,13 @@ TEST_F(SystemRead, RefusesWhatDoesNotFit) {
     sandbox::clear_console();
     EXPECT_EQ(nullptr, _system_read("%s", Sized(size).command.c_str())) << size;
     EXPECT_FALSE(sandbox::exists("/run/out")) << size;
-    expect_refusal("_system_read");
+    expect_trace(true, "_system_read", too_long);
   }
 }
 
 TEST_F(SystemRead, RefusesANullFormat) {
   EXPECT_EQ(nullptr, system_read_unchecked(nullptr));
-  expect_refusal("_system_read");
+  expect_trace(true, "_system_read", too_long);
 }
 
 TEST_F(SystemRead, GivesNullWhenTheCommandCannotBeStarted) {
@@ -410,100 +379,4 @@ TEST_F(ExecSystem, LeavesNoDescriptorOpen) {
   exec_system("exit 9");
   exec_system(nullptr);
   EXPECT_EQ(before, sandbox::open_descriptors());
-}
-
-TEST_F(Kill, SignalsAProcess) {
-  const pid_t child = start_child([] {
-    pause();
-    return 0;
-  });
-  EXPECT_EQ(0, __kill("caller", 42, "stop", child, 0));
-  EXPECT_EQ(0, __kill("caller", 42, "stop", child, SIGTERM));
-  int status = 0;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_TRUE(WIFSIGNALED(status));
-  EXPECT_EQ(SIGTERM, WTERMSIG(status));
-  EXPECT_EQ("", sandbox::console_text());
-}
-
-TEST_F(Kill, DoesNotReadTheSourcePosition) {
-  const pid_t child = start_child([] {
-    pause();
-    return 0;
-  });
-  EXPECT_EQ(0, __kill(nullptr, 0, nullptr, child, SIGKILL));
-  EXPECT_EQ(child, waitpid(child, nullptr, 0));
-}
-
-TEST_F(Kill, PassesProcessGroupsOn) {
-  const auto wait_to_be_killed = [] {
-    pause();
-    return 0;
-  };
-  const pid_t leader = start_child(wait_to_be_killed);
-  ASSERT_EQ(0, setpgid(leader, leader));
-  const pid_t member = start_child(wait_to_be_killed);
-  ASSERT_EQ(0, setpgid(member, leader));
-  EXPECT_EQ(0, __kill("caller", 42, "stop", -leader, SIGKILL));
-  for (const pid_t child : {leader, member}) {
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-  }
-  EXPECT_EQ("", sandbox::console_text());
-}
-
-TEST_F(Kill, GivesTheResultOfKill) {
-  const pid_t gone = start_child([] { return 0; });
-  EXPECT_EQ(0, end_of_child(gone));
-  errno = 0;
-  EXPECT_EQ(-1, __kill("caller", 42, "stop", gone, SIGTERM));
-  EXPECT_EQ(ESRCH, errno);
-  EXPECT_EQ(-1, __kill("caller", 42, "stop", -gone, SIGTERM));
-  EXPECT_EQ(ESRCH, errno);
-  EXPECT_EQ(-1, __kill("caller", 42, "stop", getpid(), 9999));
-  EXPECT_EQ(EINVAL, errno);
-  EXPECT_EQ("", sandbox::console_text());
-}
-
-TEST_F(Kill, RefusesEveryProcessTheOwnGroupAndInit) {
-  for (const int pid : {0, -1, 1}) {
-    sandbox::clear_console();
-    EXPECT_EQ(-1, __kill("caller", 42, "stop", pid, 0));
-    const auto traces = console();
-    ASSERT_EQ(1u, traces.size());
-    EXPECT_EQ("quorra_misc", traces[0].file);
-    EXPECT_EQ("__kill", traces[0].func);
-    EXPECT_EQ("kill " + std::to_string(pid) + "\n", traces[0].message);
-  }
-}
-
-// A process and its child in a group of their own hold the signal back and look whether it came.
-TEST_F(Kill, SignalsNobodyWhenItRefuses) {
-  const auto signalled = [] {
-    sigset_t pending;
-    sigpending(&pending);
-    return sigismember(&pending, SIGUSR1);
-  };
-  EXPECT_EQ(0, in_child([&] {
-              setpgid(0, 0);
-              sigset_t held;
-              sigemptyset(&held);
-              sigaddset(&held, SIGUSR1);
-              sigprocmask(SIG_BLOCK, &held, nullptr);
-              const Handshake called;
-              const pid_t member = start_child([&] { return called.take() ? signalled() : 2; });
-              for (const int pid : {0, -1, 1})
-                if (__kill("caller", 42, "stop", pid, SIGUSR1) != -1)
-                  return 3;
-              called.give();
-              const int of_member = end_of_child(member);
-              return of_member != 0 ? of_member : signalled();
-            }));
-  EXPECT_EQ((std::vector<std::string>{"kill 0\n", "kill -1\n", "kill 1\n"}), console_messages());
-}
-
-TEST_F(Kill, RefusesWithoutAConsoleToo) {
-  const sandbox::UnopenableConsole away;
-  EXPECT_EQ(-1, __kill("caller", 42, "stop", 1, 0));
 }

@@ -1,191 +1,33 @@
-#include <errno.h>
+// Random numbers, and the UUIDs of a MAC address.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "misc/misc.h"
 #include "support/child_process.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-using sandbox::console;
-using sandbox::console_messages;
-using sandbox::end_of_child;
+using misc::Replaced;
 using sandbox::in_child;
-using sandbox::start_child;
 
 namespace {
 
-class Misc : public testing::Test {
- protected:
-  void SetUp() override {
-    sandbox::clear_console();
-  }
-
-  static void expect_trace(const char *func, const char *message) {
-    const auto traces = console();
-    ASSERT_EQ(1u, traces.size());
-    EXPECT_EQ("quorra_misc", traces[0].file);
-    EXPECT_EQ(func, traces[0].func);
-    EXPECT_EQ(message, traces[0].message);
-  }
-};
-
-class FileProbe : public Misc {};
-class ModuleProbe : public Misc {};
-class ShowHandler : public Misc {};
-class Random : public Misc {};
-class Uuid : public Misc {};
-
-// One file in the place of another, until it goes out of scope.
-class Replaced {
- public:
-  Replaced(const char *path, const char *by) : path_(path) {
-    if (mount(by, path, nullptr, MS_BIND, nullptr) != 0)
-      perror(path);
-  }
-  ~Replaced() {
-    umount2(path_, MNT_DETACH);
-  }
-  Replaced(const Replaced &) = delete;
-  Replaced &operator=(const Replaced &) = delete;
-
- private:
-  const char *path_;
-};
-
-// An empty directory over /proc.
-class EmptyProc {
- public:
-  EmptyProc() {
-    if (mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0)
-      perror("/proc");
-  }
-  ~EmptyProc() {
-    umount2("/proc", MNT_DETACH);
-  }
-  EmptyProc(const EmptyProc &) = delete;
-  EmptyProc &operator=(const EmptyProc &) = delete;
-};
-
-} // namespace
-
-TEST_F(FileProbe, TellsWhatStatSucceedsOn) {
-  sandbox::write_file("/run/file", "");
-  mkdir("/run/dir", 0700);
-  ASSERT_EQ(0, symlink("/run/file", "/run/link"));
-  ASSERT_EQ(0, symlink("/run/nothing", "/run/dangling"));
-  for (const char *there : {"/run/file", "/run/dir", "/run/link", "/dev/null", "/"})
-    EXPECT_EQ(1, _isFileExist(there)) << there;
-  for (const char *missing : {"/run/nothing", "/run/dangling", "/run/file/below", ""})
-    EXPECT_EQ(0, _isFileExist(missing)) << missing;
-  EXPECT_EQ(0, _isFileExist(nullptr));
-  EXPECT_EQ("", sandbox::console_text());
-  for (const char *made : {"/run/file", "/run/link", "/run/dangling"})
-    unlink(made);
-  rmdir("/run/dir");
-}
-
-TEST_F(ModuleProbe, AnswersNoEvenForALoadedModule) {
-  const EmptyProc proc;
-  sandbox::write_file("/proc/modules", "loaded 16384 0 - Live 0x0000000000000000\n");
-  EXPECT_EQ(0, _isModuleExist("loaded"));
-  EXPECT_EQ(0, _isModuleExist("missing"));
-  EXPECT_EQ(0, _isModuleExist(""));
-  EXPECT_EQ(0, _isModuleExist(nullptr));
-  sandbox::write_file("/proc/modules", "");
-  EXPECT_EQ(0, _isModuleExist("loaded"));
-  EXPECT_EQ("", sandbox::console_text());
-}
-
-TEST_F(ModuleProbe, TracesAListThatCannotBeOpened) {
-  {
-    const EmptyProc proc;
-    EXPECT_EQ(0, _isModuleExist("loaded"));
-  }
-  expect_trace("_isModuleExist", "open /proc/modules fail!\n");
-}
-
-TEST_F(ModuleProbe, AnswersTheSameWithoutAConsole) {
-  const EmptyProc proc;
-  const sandbox::UnopenableConsole away;
-  EXPECT_EQ(0, _isModuleExist("loaded"));
-}
-
-TEST_F(ModuleProbe, ClosesTheListAgain) {
-  const int before = sandbox::open_descriptors();
-  sandbox::write_file("/run/modules", "loaded 16384 0 - Live 0x0\n");
-  if (sandbox::exists("/proc/modules")) {
-    const Replaced list("/proc/modules", "/run/modules");
-    _isModuleExist("loaded");
-    EXPECT_EQ(before, sandbox::open_descriptors());
-  }
-  {
-    const EmptyProc proc;
-    _isModuleExist("loaded");
-  }
-  EXPECT_EQ(before, sandbox::open_descriptors());
-  unlink("/run/modules");
-}
-
-TEST_F(ShowHandler, TellsTheDispositionOfASignal) {
-  const struct {
-    void (*handler)(int);
-    const char *message;
-  } cases[] = {
-      {SIG_DFL, "Default\n"},
-      {SIG_IGN, "Ignore\n"},
-      {[](int) {}, "This signal is not using default or ignore handler\n"},
-  };
-  for (const auto &c : cases) {
-    sandbox::clear_console();
-    struct sigaction action = {};
-    action.sa_handler = c.handler;
-    ASSERT_EQ(0, sigaction(SIGUSR2, &action, nullptr));
-    struct sigaction current = {};
-    ASSERT_EQ(0, sigaction(SIGUSR2, nullptr, &current));
-    show_handler(&current.sa_handler); // on MIPS the record begins with its flags
-    expect_trace("show_handler", c.message);
-  }
-  signal(SIGUSR2, SIG_DFL);
-}
-
-TEST_F(ShowHandler, ReadsOneWordOfPointerSize) {
-  const uintptr_t words[][2] = {{0, ~uintptr_t{0}}, {1, ~uintptr_t{0}}, {2, 0}, {~uintptr_t{0}, 1}};
-  for (const auto &record : words)
-    show_handler(record);
-  if constexpr (sizeof(uintptr_t) == 8) {
-    const uintptr_t high[] = {uintptr_t{1} << 63, (uintptr_t{1} << 63) + 1};
-    show_handler(&high[0]);
-    show_handler(&high[1]);
-  } else {
-    show_handler(&words[2]);
-    show_handler(&words[2]);
-  }
-  const char *const other = "This signal is not using default or ignore handler\n";
-  EXPECT_EQ((std::vector<std::string>{"Default\n", "Ignore\n", other, other, other, other}), console_messages());
-}
-
-TEST_F(ShowHandler, IgnoresNull) {
-  show_handler(nullptr);
-  EXPECT_EQ("", sandbox::console_text());
-}
+class Random : public misc::Test {};
+class Uuid : public misc::Test {};
 
 // The generator is seeded once per process, so each look at the seeding has a process of its own.
 
-namespace {
-
-// 0 when the library's numbers are those of this seed, first to third.
+// Returns 0 if the library's first three numbers are those of this seed.
 int follows(unsigned seed) {
   const int got[3] = {get_random(), get_random(), get_random()};
   srand(seed);

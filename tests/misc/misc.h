@@ -1,0 +1,66 @@
+// What the tests of commands, probes, signals and random numbers have in common.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "support/sandbox.h"
+#include "torvane.h"
+
+namespace misc {
+
+// Expects one trace of the calling thread.
+inline void expect_trace(bool has_process, const char *func, const std::string &message) {
+  const auto traces = sandbox::console();
+  ASSERT_EQ(1u, traces.size());
+  EXPECT_EQ(has_process, traces[0].has_process);
+  EXPECT_EQ(getpid(), traces[0].thread);
+  EXPECT_EQ("quorra_misc", traces[0].file);
+  EXPECT_EQ(func, traces[0].func);
+  EXPECT_EQ(message, traces[0].message);
+}
+
+class Test : public testing::Test {
+ protected:
+  void SetUp() override {
+    sandbox::clear_console();
+  }
+};
+
+// Every test ends with all its children waited for.
+class Processes : public Test {
+ protected:
+  void SetUp() override {
+    alarm(30); // a wait that never ends is a failure too
+    Test::SetUp();
+  }
+  void TearDown() override {
+    alarm(0);
+    unlink("/run/out");
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
+  }
+};
+
+// One file in the place of another, until it goes out of scope.
+class Replaced {
+ public:
+  Replaced(const char *path, const char *by) : path_(path) {
+    if (mount(by, path, nullptr, MS_BIND, nullptr) != 0)
+      perror(path);
+  }
+  ~Replaced() {
+    umount2(path_, MNT_DETACH);
+  }
+  Replaced(const Replaced &) = delete;
+  Replaced &operator=(const Replaced &) = delete;
+
+ private:
+  const char *path_;
+};
+
+} // namespace misc

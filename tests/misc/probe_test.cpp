@@ -1,0 +1,90 @@
+// Probes for files and kernel modules.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "misc/misc.h"
+#include "support/sandbox.h"
+#include "torvane.h"
+
+using misc::Replaced;
+
+namespace {
+
+class FileProbe : public misc::Test {};
+class ModuleProbe : public misc::Test {};
+
+// An empty directory over /proc.
+class EmptyProc {
+ public:
+  EmptyProc() {
+    if (mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0)
+      perror("/proc");
+  }
+  ~EmptyProc() {
+    umount2("/proc", MNT_DETACH);
+  }
+  EmptyProc(const EmptyProc &) = delete;
+  EmptyProc &operator=(const EmptyProc &) = delete;
+};
+
+} // namespace
+
+TEST_F(FileProbe, TellsWhatStatSucceedsOn) {
+  sandbox::write_file("/run/file", "");
+  mkdir("/run/dir", 0700);
+  ASSERT_EQ(0, symlink("/run/file", "/run/link"));
+  ASSERT_EQ(0, symlink("/run/nothing", "/run/dangling"));
+  for (const char *there : {"/run/file", "/run/dir", "/run/link", "/dev/null", "/"})
+    EXPECT_EQ(1, _isFileExist(there)) << there;
+  for (const char *missing : {"/run/nothing", "/run/dangling", "/run/file/below", ""})
+    EXPECT_EQ(0, _isFileExist(missing)) << missing;
+  EXPECT_EQ(0, _isFileExist(nullptr));
+  EXPECT_EQ("", sandbox::console_text());
+  for (const char *made : {"/run/file", "/run/link", "/run/dangling"})
+    unlink(made);
+  rmdir("/run/dir");
+}
+
+TEST_F(ModuleProbe, AnswersNoEvenForALoadedModule) {
+  const EmptyProc proc;
+  sandbox::write_file("/proc/modules", "loaded 16384 0 - Live 0x0000000000000000\n");
+  EXPECT_EQ(0, _isModuleExist("loaded"));
+  EXPECT_EQ(0, _isModuleExist("missing"));
+  EXPECT_EQ(0, _isModuleExist(""));
+  EXPECT_EQ(0, _isModuleExist(nullptr));
+  sandbox::write_file("/proc/modules", "");
+  EXPECT_EQ(0, _isModuleExist("loaded"));
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(ModuleProbe, TracesAListThatCannotBeOpened) {
+  {
+    const EmptyProc proc;
+    EXPECT_EQ(0, _isModuleExist("loaded"));
+  }
+  misc::expect_trace(true, "_isModuleExist", "open /proc/modules fail!\n");
+}
+
+TEST_F(ModuleProbe, AnswersTheSameWithoutAConsole) {
+  const EmptyProc proc;
+  const sandbox::UnopenableConsole away;
+  EXPECT_EQ(0, _isModuleExist("loaded"));
+}
+
+TEST_F(ModuleProbe, ClosesTheListAgain) {
+  const int before = sandbox::open_descriptors();
+  sandbox::write_file("/run/modules", "loaded 16384 0 - Live 0x0\n");
+  if (sandbox::exists("/proc/modules")) {
+    const Replaced list("/proc/modules", "/run/modules");
+    _isModuleExist("loaded");
+    EXPECT_EQ(before, sandbox::open_descriptors());
+  }
+  {
+    const EmptyProc proc;
+    _isModuleExist("loaded");
+  }
+  EXPECT_EQ(before, sandbox::open_descriptors());
+  unlink("/run/modules");
+}
