@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -322,22 +321,4 @@ TEST_F(Words, AnEmptyFileHasNone) {
 TEST_F(Words, ADirectoryHasNone) {
   EXPECT_EQ((Found{0, "-", ""}), get(1, 0, 200, "/run"));
   EXPECT_EQ((Found{0, "-", ""}), show(1, 0, "/run"));
-}
-
-TEST(AllocationWrappers, AreThoseOfTheCLibrary) {
-  char *block = static_cast<char *>(j_malloc(10));
-  ASSERT_NE(nullptr, block);
-  strcpy(block, "contents");
-  block = static_cast<char *>(j_realloc(block, 10000));
-  ASSERT_NE(nullptr, block);
-  EXPECT_STREQ("contents", block);
-  free(block);
-  void *fresh = j_realloc(nullptr, 10);
-  EXPECT_NE(nullptr, fresh);
-  sandbox::fail_allocation(1);
-  EXPECT_EQ(nullptr, j_realloc(fresh, 100));
-  sandbox::fail_allocation(1);
-  EXPECT_EQ(nullptr, j_malloc(10));
-  sandbox::fail_allocation(0);
-  free(fresh);
 }
