@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/mounts.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "support/unprivileged.h"
@@ -56,8 +56,6 @@ class EventLog : public testing::Test {
     EXPECT_EQ(descriptors, sandbox::open_descriptors());
     EXPECT_EQ("", sandbox::console_text());
     initLogSys();
-    while (umount2((dir + "/small").c_str(), MNT_DETACH) == 0) {
-    }
     sandbox::run("rm -rf " + dir);
   }
 
@@ -155,10 +153,10 @@ TEST_F(EventLog, ADirectoryWithoutPermissionRefuses) {
 TEST_F(EventLog, AReadOnlyFileSystemRefusesAndLinesAreNotCounted) {
   const std::string small = dir + "/small";
   ASSERT_EQ(0, mkdir(small.c_str(), 0755));
-  ASSERT_EQ(0, mount("tmpfs", small.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+  const sandbox::OwnFiles disk(small, 0, "size=64k");
   ASSERT_EQ(0, create("wan", "wan.log", small));
   put(0);
-  ASSERT_EQ(0, mount(nullptr, small.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr)) << strerror(errno);
+  disk.make_read_only();
   put(0);
   EXPECT_EQ(1, logList[0].lines);
   EXPECT_EQ(1u, lines_of(read_file(small + "/wan.log")));
@@ -330,20 +328,19 @@ TEST_F(EventLog, CategoriesAreCountedApart) {
 TEST_F(EventLog, ARenameThatFailsStartsTheCountAnew) {
   ASSERT_EQ(0, create("wan", "wan.log"));
   const std::string path = dir + "/wan.log";
-  ASSERT_EQ(0, mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr)) << strerror(errno); // cannot be renamed
+  const sandbox::Replaced unmovable(path, path);
   put(0, 128);
   EXPECT_EQ(0, logList[0].lines);
   EXPECT_EQ(std::vector<std::string>{"wan.log"}, files_in(dir));
   put(0);
   EXPECT_EQ(1, logList[0].lines);
   EXPECT_EQ(129u, lines_of(read_file(path)));
-  umount2(path.c_str(), MNT_DETACH);
 }
 
 TEST_F(EventLog, AFullDiskLosesLinesAndCountsThem) {
   const std::string small = dir + "/small";
   ASSERT_EQ(0, mkdir(small.c_str(), 0755));
-  ASSERT_EQ(0, mount("tmpfs", small.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+  const sandbox::OwnFiles disk(small, 0, "size=64k");
   ASSERT_EQ(0, create("wan", "wan.log", small));
   sandbox::write_file(small + "/filler", std::string(65536, 'x'));
   put(0, 127);

@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 
 #include "misc/misc.h"
 #include "support/child_process.h"
+#include "support/mounts.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -237,10 +237,10 @@ TEST_F(Execl, WaitsForAChildEvenWhenItCanStartNone) {
 
 TEST_F(Execl, ItsChildEndsWhenThereIsNoShell) {
   sandbox::write_file("/run/no-shell", "");
-  ASSERT_EQ(0, mount("/run/no-shell", "/bin/sh", nullptr, MS_BIND, nullptr));
-  const int result = _execl("true");
-  ASSERT_EQ(0, umount("/bin/sh"));
-  EXPECT_EQ(4, result);
+  {
+    const sandbox::Replaced shell("/bin/sh", "/run/no-shell");
+    EXPECT_EQ(4, _execl("true"));
+  }
   EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
   unlink("/run/no-shell");
 }

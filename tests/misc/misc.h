@@ -2,8 +2,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,23 +42,6 @@ class Processes : public Test {
     unlink("/run/out");
     EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
   }
-};
-
-// One file in the place of another, until it goes out of scope.
-class Replaced {
- public:
-  Replaced(const char *path, const char *by) : path_(path) {
-    if (mount(by, path, nullptr, MS_BIND, nullptr) != 0)
-      perror(path);
-  }
-  ~Replaced() {
-    umount2(path_, MNT_DETACH);
-  }
-  Replaced(const Replaced &) = delete;
-  Replaced &operator=(const Replaced &) = delete;
-
- private:
-  const char *path_;
 };
 
 } // namespace misc

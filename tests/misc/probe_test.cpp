@@ -1,33 +1,17 @@
 // Probes for files and kernel modules.
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "misc/misc.h"
+#include "support/mounts.h"
 #include "support/sandbox.h"
 #include "torvane.h"
-
-using misc::Replaced;
 
 namespace {
 
 class FileProbe : public misc::Test {};
 class ModuleProbe : public misc::Test {};
-
-// An empty directory over /proc.
-class EmptyProc {
- public:
-  EmptyProc() {
-    if (mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0)
-      perror("/proc");
-  }
-  ~EmptyProc() {
-    umount2("/proc", MNT_DETACH);
-  }
-  EmptyProc(const EmptyProc &) = delete;
-  EmptyProc &operator=(const EmptyProc &) = delete;
-};
 
 } // namespace
 
@@ -48,7 +32,7 @@ TEST_F(FileProbe, TellsWhatStatSucceedsOn) {
 }
 
 TEST_F(ModuleProbe, AnswersNoEvenForALoadedModule) {
-  const EmptyProc proc;
+  const sandbox::OwnFiles proc("/proc");
   sandbox::write_file("/proc/modules", "loaded 16384 0 - Live 0x0000000000000000\n");
   EXPECT_EQ(0, _isModuleExist("loaded"));
   EXPECT_EQ(0, _isModuleExist("missing"));
@@ -61,14 +45,14 @@ TEST_F(ModuleProbe, AnswersNoEvenForALoadedModule) {
 
 TEST_F(ModuleProbe, TracesAListThatCannotBeOpened) {
   {
-    const EmptyProc proc;
+    const sandbox::OwnFiles proc("/proc");
     EXPECT_EQ(0, _isModuleExist("loaded"));
   }
   misc::expect_trace(true, "_isModuleExist", "open /proc/modules fail!\n");
 }
 
 TEST_F(ModuleProbe, AnswersTheSameWithoutAConsole) {
-  const EmptyProc proc;
+  const sandbox::OwnFiles proc("/proc");
   const sandbox::UnopenableConsole away;
   EXPECT_EQ(0, _isModuleExist("loaded"));
 }
@@ -77,12 +61,12 @@ TEST_F(ModuleProbe, ClosesTheListAgain) {
   const int before = sandbox::open_descriptors();
   sandbox::write_file("/run/modules", "loaded 16384 0 - Live 0x0\n");
   if (sandbox::exists("/proc/modules")) {
-    const Replaced list("/proc/modules", "/run/modules");
+    const sandbox::Replaced list("/proc/modules", "/run/modules");
     _isModuleExist("loaded");
     EXPECT_EQ(before, sandbox::open_descriptors());
   }
   {
-    const EmptyProc proc;
+    const sandbox::OwnFiles proc("/proc");
     _isModuleExist("loaded");
   }
   EXPECT_EQ(before, sandbox::open_descriptors());

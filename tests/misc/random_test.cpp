@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <time.h>
@@ -14,11 +13,12 @@
 
 #include "misc/misc.h"
 #include "support/child_process.h"
+#include "support/mounts.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-using misc::Replaced;
 using sandbox::in_child;
+using sandbox::Replaced;
 
 namespace {
 
@@ -63,7 +63,7 @@ TEST_F(Random, IsSeededOnceWithFourBytesOfTheRandomDevice) {
 TEST_F(Random, OpensTheDeviceForReadingOnly) {
   sandbox::write_file("/run/urandom", "AAAA");
   const Replaced device("/dev/urandom", "/run/urandom");
-  ASSERT_EQ(0, mount(nullptr, "/dev/urandom", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr));
+  device.make_read_only();
   ASSERT_EQ(-1, open("/dev/urandom", O_RDWR));
   EXPECT_EQ(0, in_child([] { return follows(0x41414141u); }));
   unlink("/run/urandom");

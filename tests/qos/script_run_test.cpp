@@ -4,6 +4,7 @@
 
 #include "qos/scripts.h"
 #include "qos/tree_builders.h"
+#include "support/mounts.h"
 #include "support/script_goldens.h"
 
 namespace {
@@ -34,6 +35,12 @@ const Messages start_pfifo_calls = [] {
   calls.insert(calls.end(), chain_renewal_calls.begin(), chain_renewal_calls.end());
   return calls;
 }();
+
+void expect_no_run() {
+  EXPECT_EQ(0, start_qos("eth1"));
+  EXPECT_EQ(0, stop_qos("eth1"));
+  EXPECT_EQ(0, restart_qos("eth1"));
+}
 
 TEST_F(ScriptRun, CallsTheToolsInTheOrderOfTheScript) {
   trees::add_htb("eth1");
@@ -112,11 +119,9 @@ TEST_F(ScriptRun, LastInterfaceLeavesItsScript) {
 TEST_F(ScriptRun, ResultOfTheScriptIsNotExamined) {
   trees::add_pfifo_fast("eth1");
   sandbox::Captured errors(2);
-  mount("tmpfs", "/var/tmp", "tmpfs", MS_NOEXEC, nullptr);
-  const int started = start_qos("eth1"), stopped = stop_qos("eth1");
-  umount("/var/tmp");
-  EXPECT_EQ(1, started);
-  EXPECT_EQ(1, stopped);
+  const sandbox::OwnFiles unrunnable("/var/tmp", MS_NOEXEC);
+  EXPECT_EQ(1, start_qos("eth1"));
+  EXPECT_EQ(1, stop_qos("eth1"));
 }
 
 TEST_F(ScriptRun, LeavesNoDescriptorOpen) {
@@ -152,13 +157,11 @@ TEST_F(ScriptRun, ScriptThatCannotBeOpenedIsASilentFailureAndThePreviousStays) {
   const sandbox::StandIns stand_ins(tools);
   for (const char *script : {start_script, stop_script})
     sandbox::write_file(script, "previous");
-  ASSERT_EQ(0, mount("/var/tmp", "/var/tmp", nullptr, MS_BIND, nullptr));
-  ASSERT_EQ(0, mount(nullptr, "/var/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
-  const int started = start_qos("eth1"), stopped = stop_qos("eth1"), restarted = restart_qos("eth1");
-  umount("/var/tmp");
-  EXPECT_EQ(0, started);
-  EXPECT_EQ(0, stopped);
-  EXPECT_EQ(0, restarted);
+  {
+    const sandbox::Replaced folder("/var/tmp", "/var/tmp");
+    folder.make_read_only();
+    expect_no_run();
+  }
   EXPECT_EQ(Messages{}, console_messages());
   EXPECT_EQ("previous", read_file(start_script));
   EXPECT_EQ("previous", read_file(stop_script));
@@ -168,11 +171,10 @@ TEST_F(ScriptRun, ScriptThatCannotBeOpenedIsASilentFailureAndThePreviousStays) {
 TEST_F(ScriptRun, MissingDirectoryIsASilentFailure) {
   trees::add_htb("eth1");
   const sandbox::StandIns stand_ins(tools);
-  ASSERT_EQ(0, mount("tmpfs", "/var", "tmpfs", 0, nullptr));
-  const int started = start_qos("eth1"), stopped = stop_qos("eth1");
-  umount("/var");
-  EXPECT_EQ(0, started);
-  EXPECT_EQ(0, stopped);
+  {
+    const sandbox::OwnFiles nothing("/var");
+    expect_no_run();
+  }
   EXPECT_EQ(Messages{}, console_messages());
   EXPECT_EQ(Messages{}, stand_ins.calls());
 }
@@ -183,17 +185,14 @@ TEST_F(ScriptRun, ScriptThatDoesNotFitTheDiskIsNotRun) {
     trees::add_htb_class("eth1", 1, id);
   const sandbox::StandIns stand_ins(tools);
   const int descriptors = sandbox::open_descriptors();
-  // Room for a part of the script, then for nothing at all.
-  ASSERT_EQ(0, mount("tmpfs", "/var/tmp", "tmpfs", 0, "size=12k"));
-  const int started_in_part = start_qos("eth1");
-  unlink(start_script);
-  sandbox::write_file("/var/tmp/filler", std::string(12 * 1024, 'x'));
-  const int started = start_qos("eth1"), stopped = stop_qos("eth1"), restarted = restart_qos("eth1");
-  umount("/var/tmp");
-  EXPECT_EQ(0, started_in_part);
-  EXPECT_EQ(0, started);
-  EXPECT_EQ(0, stopped);
-  EXPECT_EQ(0, restarted);
+  {
+    // There is room for a part of the script, then for nothing at all.
+    const sandbox::OwnFiles disk("/var/tmp", 0, "size=12k");
+    EXPECT_EQ(0, start_qos("eth1"));
+    unlink(start_script);
+    sandbox::write_file("/var/tmp/filler", std::string(12 * 1024, 'x'));
+    expect_no_run();
+  }
   EXPECT_EQ(Messages{}, stand_ins.calls());
   EXPECT_EQ(Messages{}, console_messages());
   EXPECT_EQ(descriptors, sandbox::open_descriptors());

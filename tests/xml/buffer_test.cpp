@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/mounts.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 #include "xml/buffers.h"
 #include "xml/documents.h"
 
 using buffers::files_of;
-using buffers::OwnFiles;
 using buffers::small_document;
 using documents::Buffer;
 using documents::Document;
@@ -27,6 +27,7 @@ using sandbox::Captured;
 using sandbox::fail_each_allocation;
 using sandbox::NoDescriptors;
 using sandbox::open_descriptors;
+using sandbox::OwnFiles;
 using sandbox::read_file;
 
 namespace {

@@ -2,10 +2,7 @@
 #pragma once
 
 #include <dirent.h>
-#include <errno.h>
 #include <gtest/gtest.h>
-#include <string.h>
-#include <sys/mount.h>
 
 #include <string>
 #include <vector>
@@ -23,20 +20,6 @@ inline std::vector<std::string> files_of(const std::string &path) {
   closedir(dir);
   return names;
 }
-
-// While it lives `path` is an empty file system of this test's own.
-class OwnFiles {
- public:
-  explicit OwnFiles(const char *path, unsigned long flags = 0, const char *options = "mode=755") : path_(path) {
-    EXPECT_EQ(0, mount("tmpfs", path, "tmpfs", flags, options)) << strerror(errno);
-  }
-  ~OwnFiles() {
-    umount2(path_, MNT_DETACH);
-  }
-
- private:
-  const char *path_;
-};
 
 constexpr char small_document[] =
     "<?xml version=\"1.0\"?>\n"

@@ -8,15 +8,16 @@
 #include <string>
 
 #include "support/child_process.h"
+#include "support/mounts.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 #include "xml/buffers.h"
 
 using buffers::files_of;
-using buffers::OwnFiles;
 using buffers::small_document;
 using sandbox::Captured;
 using sandbox::open_descriptors;
+using sandbox::OwnFiles;
 using sandbox::read_file;
 
 namespace {
