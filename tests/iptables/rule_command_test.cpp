@@ -29,6 +29,20 @@ qos_rule tcp_rule(uint32_t protocol = QOS_PROTO_TCP) {
   return rule;
 }
 
+struct Options {
+  uint32_t value;
+  const char *options;
+};
+
+// Expects for each value of the field `field`, which matches by the bit `bit`, its options.
+void expect_options(unsigned bit, uint32_t qos_match::*field, const std::vector<Options> &cases) {
+  for (const Options &row : cases) {
+    qos_rule rule = marking_rule(bits(bit));
+    rule.match.*field = row.value;
+    EXPECT_EQ(command_with(row.options), drawn(rule));
+  }
+}
+
 // One that uses every match kind with its longest text.
 qos_rule widest_rule() {
   qos_rule rule = marking_rule(bits(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
@@ -242,33 +256,19 @@ TEST_F(RuleCommands, TosIsANameWithADecimalPrecedence) {
 }
 
 TEST_F(RuleCommands, HelpersHaveNames) {
-  const struct {
-    uint32_t alg;
-    const char *options;
-  } cases[] = {{0, "-m helper --helper sip "},
-               {1, "-m helper --helper Q.931 "},
-               {2, "-m helper --helper ftp "},
-               {3, "-m helper --helper Unknown "}};
-  for (const auto &row : cases) {
-    qos_rule rule = marking_rule(bits(QOS_MATCH_ALG));
-    rule.match.alg = row.alg;
-    EXPECT_EQ(command_with(row.options), drawn(rule));
-  }
+  expect_options(QOS_MATCH_ALG, &qos_match::alg,
+                 {{0, "-m helper --helper sip "},
+                  {1, "-m helper --helper Q.931 "},
+                  {2, "-m helper --helper ftp "},
+                  {3, "-m helper --helper Unknown "}});
 }
 
 TEST_F(RuleCommands, PacketLengthIsTwoHalves) {
-  const struct {
-    uint32_t pkt_len;
-    const char *options;
-  } cases[] = {{0x004005DC, "-m length --length 64:1500 "},
-               {0x00000001, "-m length --length 0:1 "},
-               {0xFFFF0000, "-m length --length 65535:0 "},
-               {0x80017FFF, "-m length --length 32769:32767 "}};
-  for (const auto &row : cases) {
-    qos_rule rule = marking_rule(bits(QOS_MATCH_PKTLEN));
-    rule.match.pkt_len = row.pkt_len;
-    EXPECT_EQ(command_with(row.options), drawn(rule));
-  }
+  expect_options(QOS_MATCH_PKTLEN, &qos_match::pkt_len,
+                 {{0x004005DC, "-m length --length 64:1500 "},
+                  {0x00000001, "-m length --length 0:1 "},
+                  {0xFFFF0000, "-m length --length 65535:0 "},
+                  {0x80017FFF, "-m length --length 32769:32767 "}});
 }
 
 TEST_F(RuleCommands, VlanOptionsAreOneMatchBehindTheOthers) {
