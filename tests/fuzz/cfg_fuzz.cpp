@@ -1,8 +1,9 @@
-// Configuration files of any contents, read twice into one table.
+// A configuration file of any contents is read twice into one table.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "input.h"
 #include "torvane.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -11,18 +12,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   constexpr int rows = sizeof(table) / sizeof(table[0]);
   static FILE *const nowhere = fopen("/dev/null", "we");
   FILE *const usual = stderr;
-  stderr = nowhere; // for what is said about each line
+  stderr = nowhere; // the library reports every line there
   for (int pass = 0; pass < 2; pass++) {
-    FILE *file = fmemopen(const_cast<uint8_t *>(data), size, "r"); // null for no bytes at all, which is refused
+    FILE *file =
+        fmemopen(const_cast<uint8_t *>(data), size, "r"); // null if there are no bytes; then the library refuses it
     const int result = cfg_parse_file(file, table, rows);
-    if (result != (file ? 0 : 3) && result != 5)
-      abort();
+    fuzz::demand(result == (file ? 0 : 3) || result == 5);
     if (file)
       fclose(file);
   }
   stderr = usual;
   for (const CfgEntry &row : table)
-    if (row.value && (row.value[0] == ' ' || row.value[0] == '\n' || !row.key))
-      abort();
+    fuzz::demand(!row.value || (row.value[0] != ' ' && row.value[0] != '\n' && row.key));
   return cfg_destory(table, rows);
 }

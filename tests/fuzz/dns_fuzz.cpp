@@ -1,26 +1,24 @@
-// A reply as it is received. The first byte says which server sent it and how many names were asked; the rest is the
-// datagram. Message and record stand in blocks of their own, so that nothing is read or written beside them.
+// A reply of any contents is received. The first byte of the input tells which server sent it and how many names were
+// asked; the rest is the datagram. Message and record have blocks of their own, so that an access beside them is seen.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "dns/quorra_dns_reply.h"
+#include "input.h"
+
+using fuzz::demand;
 
 namespace {
 
 constexpr int places = 50;
 
-// The names that the corpus answers, and others.
+// Fills in the names that the corpus answers, and others.
 void fill_names(DnsQuery &query) {
   for (int i = 0; i < 10; i++)
     memcpy(query.names[i], "a.test", sizeof("a.test"));
   memcpy(query.names[0], "www.test", sizeof("www.test"));
   memset(query.names[9], 'x', sizeof(query.names[9]));
-}
-
-void expect(bool holds) {
-  if (!holds)
-    abort();
 }
 
 } // namespace
@@ -31,11 +29,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
   const int server = data[0] % 5;
   const size_t length = size - 1;
-  uint8_t *message = static_cast<uint8_t *>(malloc(length));
+  uint8_t *message = static_cast<uint8_t *>(fuzz::copy_of(data + 1, length));
   DnsQuery *query = static_cast<DnsQuery *>(calloc(1, sizeof(DnsQuery)));
   DnsQuery *before = static_cast<DnsQuery *>(malloc(sizeof(DnsQuery)));
   torvane::DnsSearch *search = static_cast<torvane::DnsSearch *>(calloc(1, sizeof(torvane::DnsSearch)));
-  memcpy(message, data + 1, length);
   fill_names(*query);
   query->serverCount = 5;
   query->nameCount = static_cast<uint8_t>(data[0] / 5 % 12);
@@ -44,11 +41,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   torvane::dns_file_reply({message, length}, server, *query, *search);
 
   const int addresses = query->ipv4Count + query->ipv6Count;
-  expect(addresses >= 0 && addresses + search->target_count <= 20);
-  expect(search->target_count >= 0 && search->target_count <= 10);
+  demand(addresses >= 0 && addresses + search->target_count <= 20);
+  demand(search->target_count >= 0 && search->target_count <= 10);
   for (int i = 0; i < search->target_count; i++)
-    expect(memchr(search->targets[i], '\0', sizeof(search->targets[i])));
-  expect(!search->matched || addresses > 0);
+    demand(memchr(search->targets[i], '\0', sizeof(search->targets[i])));
+  demand(!search->matched || addresses > 0);
   // Only counts and at most one place of each table change.
   int changed = 0;
   for (int i = 0; i < places; i++) {
@@ -56,8 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const uint8_t none[16] = {};
     changed += memcmp(query->ipv6Result[i / 10][i % 10], none, sizeof(none)) != 0;
   }
-  expect(changed <= 2);
-  expect(memcmp(query, before, offsetof(DnsQuery, ipv4Count)) == 0);
+  demand(changed <= 2);
+  demand(memcmp(query, before, offsetof(DnsQuery, ipv4Count)) == 0);
 
   free(message);
   free(query);

@@ -1,31 +1,22 @@
-// data_2_entries on anything: the first byte is the capacity, the rest the request.
+// data_2_entries gets any request. The first byte of the input is the capacity, the rest the request.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "input.h"
 #include "torvane.h"
 
-namespace {
-
-void demand(bool holds) {
-  if (!holds)
-    abort();
-}
-
-} // namespace
+using fuzz::demand;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0)
     return 0;
   const int capacity = data[0] % 16;
-  // Blocks of their own size, so that a byte too far is seen.
+  // The blocks have exactly their size, so that one byte too far is seen.
   auto *entries = static_cast<cgi_entry *>(calloc(capacity ? static_cast<size_t>(capacity) : 1, sizeof(cgi_entry)));
-  auto *request = static_cast<char *>(malloc(size - 1));
-  if (!entries || (!request && size > 1))
-    abort();
-  if (size > 1)
-    memcpy(request, data + 1, size - 1);
+  demand(entries != nullptr);
+  char *request = static_cast<char *>(fuzz::copy_of(data + 1, size - 1));
 
   const int count = data_2_entries(entries, capacity, static_cast<int>(size - 1), request);
   int separators = 0;

@@ -1,8 +1,8 @@
-// Datagrams as a netlink socket might give them, through a socket pair to the reader of address dumps.
+// The reader of address dumps gets datagrams of any contents through a socket pair, as from a netlink socket.
 //
-// Input: the interface index, the filter's prefix length, its family (bits 0 and 1) and scope (bits 2 to 4), the number
-// of entries less one, the buffer's size in units of 16 bytes (0: a page), a byte each; then datagrams, each behind two
-// bytes with its length, the high one first. What is shorter than its length is taken as it is.
+// The input begins with five bytes: the interface index, the filter's prefix length, its family (bits 0 and 1) and
+// scope (bits 2 to 4), the number of entries less one, and the buffer's size in units of 16 bytes (0: a page).
+// Datagrams follow, each after two bytes with its length, the high one first. The last may be shorter than that.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -29,13 +29,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (length > size)
       length = size;
     if (send(ends[1], data, length, MSG_DONTWAIT) < 0)
-      break; // as many as the socket holds
+      break; // the socket holds no more
     data += length;
     size -= length;
   }
-  close(ends[1]); // the reader's last datagram is empty
+  close(ends[1]); // the reader gets an empty datagram at the end
 
-  // Exactly as large as it says, for the address sanitizer.
+  // The block is exactly as large as its count, so that the address sanitizer sees an access past it.
   const int count = set[3] % 16 + 1;
   auto *entries = static_cast<v6_ifaddr *>(calloc(static_cast<size_t>(count), sizeof(v6_ifaddr)));
   const uint32_t filter = static_cast<uint32_t>(set[1]) << 24 | (set[2] & 3u) << 22 | (set[2] >> 2 & 7u) << 19;

@@ -1,4 +1,4 @@
-// Fuzzed code traces a great deal; none of it goes to this machine's console.
+// Fuzzed code traces a great deal. Nothing of it may reach the machine's console.
 #include <stdio.h>
 #include <string.h>
 

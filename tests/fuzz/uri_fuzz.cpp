@@ -1,19 +1,17 @@
-// decodeURIComponent on anything, and on what encodeURIComponent made of it.
+// decodeURIComponent gets any text, and what encodeURIComponent made of it.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "input.h"
 #include "torvane.h"
+
+using fuzz::demand;
 
 namespace {
 
-void demand(bool holds) {
-  if (!holds)
-    abort();
-}
-
-// Bytes above 7f stand in groups as UTF-8 has them.
+// Returns whether the bytes above 0x7f stand in groups as in UTF-8.
 bool is_grouped(const unsigned char *text) {
   while (*text) {
     const int lead = *text++;
@@ -31,12 +29,7 @@ bool is_grouped(const unsigned char *text) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  auto *text = static_cast<char *>(malloc(size + 1));
-  if (!text)
-    abort();
-  if (size > 0)
-    memcpy(text, data, size);
-  text[size] = '\0';
+  char *text = fuzz::text_of(data, size);
 
   char *decoded = decodeURIComponent(text);
   demand(decoded && strlen(decoded) <= strlen(text));

@@ -1,4 +1,4 @@
-// Word tables of any contents, asked for both kinds and a third, into buffers of all sizes.
+// A word table of any contents is asked for both kinds and an unknown one, with buffers of several sizes.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
