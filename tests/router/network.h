@@ -29,8 +29,9 @@
 namespace network {
 
 inline constexpr char line[] = "wan0";
+inline constexpr uint32_t speeds[4] = {8000, 8000, 10000, 10000}; // link pair, physical pair, kbit/s
 
-// Runs a command that has to succeed.
+// Runs a command that has to succeed, and returns what it printed.
 inline std::string must(const std::string &command) {
   const sandbox::Outcome outcome = sandbox::run(command);
   EXPECT_EQ(0, outcome.status) << command << ": " << outcome.output;
@@ -44,7 +45,7 @@ inline void enter(const std::string &name) {
   close(space);
 }
 
-// A process in the namespace `name` that runs `body` and ends with its result.
+// Starts a process in the namespace `name` that runs `body` and ends with its result.
 template <typename Body>
 pid_t start_in(const std::string &name, Body body) {
   return sandbox::start_child([&] {
@@ -73,11 +74,11 @@ struct Datagrams {
   uint16_t to_port = 9000;
   int tos = 0;
   size_t size = 100;           // bytes of payload
-  unsigned count = 10;         // 0: until it is ended
+  unsigned count = 10;         // 0: it sends until it is ended
   unsigned microseconds = 500; // between two
 };
 
-// What a process of the LAN host does. 0 when all were sent.
+// Sends datagrams from the LAN host, in whose namespace it must run. Returns 0 if all were sent, else 1.
 inline int send_datagrams(const Datagrams &what) {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_in from = address_of(what.from, what.from_port), to = address_of(what.to, what.to_port);
@@ -94,7 +95,8 @@ inline int send_datagrams(const Datagrams &what) {
   return 0;
 }
 
-// The one line of `text` that begins with `start`, without blanks at its end; empty when there is none or more.
+// Returns the one line of `text` that begins with `start`, without blanks at its end. The result is empty if there is
+// none or more than one.
 inline std::string line_of(const std::string &text, const std::string &start) {
   std::istringstream lines(text);
   std::string found;
@@ -112,7 +114,7 @@ struct Counters {
   uint64_t bytes, packets;
 };
 
-// What every class of the line has sent, by minor number.
+// Returns what every class of the line has sent, by minor number.
 inline std::map<unsigned, Counters> class_counters() {
   std::istringstream words(must(std::string("tc -s class show dev ") + line));
   std::map<unsigned, Counters> classes;
@@ -130,7 +132,7 @@ inline std::map<unsigned, Counters> class_counters() {
   return classes;
 }
 
-// Packets that each rule of a chain has counted, in the chain's order.
+// Returns the packets that each rule of a chain has counted, in the chain's order.
 inline std::vector<uint64_t> rule_counters(const std::string &chain) {
   std::istringstream lines(must("iptables -t mangle -nvxL " + chain));
   std::vector<uint64_t> counters;
@@ -145,7 +147,18 @@ inline qos_rule *rule_of(list_node *node) {
   return reinterpret_cast<qos_rule *>(reinterpret_cast<char *>(node) - offsetof(qos_rule, node));
 }
 
-// The line alone, with its far end; what most proofs need.
+// Adds a rule that marks its packets; `make` fills in which ones match.
+template <typename Make>
+void add_marking_rule(unsigned index, uint32_t mark, Make make) {
+  qos_match match = {};
+  qos_target target = {};
+  target.target_flags = 1u << QOS_TARGET_MARK;
+  target.mark = mark;
+  make(match);
+  ASSERT_EQ(1u, add_qos_rule(line, static_cast<uint8_t>(index), &match, &target));
+}
+
+// Most proofs need only the line and its far end.
 class Line : public testing::Test {
  protected:
   void SetUp() override {
@@ -170,18 +183,18 @@ class Line : public testing::Test {
       sandbox::run(std::string("ip netns del ") + name);
   }
 
-  // Whose own packets would be counted with the rest.
+  // Switches IPv6 off, because its own packets would be counted with the rest.
   static void no_ipv6() {
     for (const char *which : {"all", "default"})
       sandbox::write_file(std::string("/proc/sys/net/ipv6/conf/") + which + "/disable_ipv6", "1\n");
   }
 
-  // What the tools said while the operation ran. One that is content says nothing, save about a bandwidth that it
-  // assumes.
+  // Returns what the tools said while the operation ran. They say nothing if all is well, save about a bandwidth that
+  // they assume.
   static std::string said_during(int (*operation)(const char *)) {
     std::string said;
     {
-      sandbox::Captured output(1), errors(2); // into one file
+      sandbox::Captured output(1), errors(2); // both go into one file
       EXPECT_EQ(1, operation(line));
       said = errors.text();
     }
@@ -210,7 +223,7 @@ class Line : public testing::Test {
   }
 };
 
-// The whole network.
+// Some proofs need the whole network.
 class Whole : public Line {
  protected:
   void SetUp() override {
@@ -243,7 +256,7 @@ class Whole : public Line {
     sandbox::clear_console();
   }
 
-  // What the LAN host sends arrives whole before this returns, as far as the queues let it.
+  // Returns when everything has been sent and, as far as the queues let it, has arrived.
   static void send(const Datagrams &what) {
     EXPECT_EQ(0, run_in("lan", [&] { return send_datagrams(what); }));
   }

@@ -4,13 +4,12 @@
 
 namespace {
 
+using network::add_marking_rule;
 using network::Datagrams;
-
-constexpr uint32_t speeds[4] = {8000, 8000, 10000, 10000}; // kbit/s
 
 class Packets : public network::Whole {
  protected:
-  // Leaves 2 and 3 as every tree has them, and 0x10, 0x20, 0x30 of equal shape. 3 takes what has no mark.
+  // The tree has the leaves 2 and 3, like every tree, and 0x10, 0x20, 0x30 of equal shape. 3 takes what has no mark.
   void SetUp() override {
     Whole::SetUp();
     if (IsSkipped())
@@ -21,19 +20,9 @@ class Packets : public network::Whole {
   static void make_tree(const automark &marks) {
     const root_params_tree root = {3, marks};
     const htb_params shape = {1000, 8000, 0, 0, 1};
-    ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
+    ASSERT_EQ(0, add_root_qdisc(network::speeds, network::line, QOS_ROOT_HTB, &root));
     for (const uint16_t id : std::initializer_list<uint16_t>{0x10, 0x20, 0x30})
       ASSERT_EQ(0, add_class(network::line, 1, id, &shape));
-  }
-
-  template <typename Make>
-  static void add_rule(uint8_t index, uint32_t mark, Make make) {
-    qos_match match = {};
-    qos_target target = {};
-    target.target_flags = 1u << QOS_TARGET_MARK;
-    target.mark = mark;
-    make(match);
-    ASSERT_EQ(1u, add_qos_rule(network::line, index, &match, &target));
   }
 
   static uint64_t sent_by(unsigned id) {
@@ -42,33 +31,33 @@ class Packets : public network::Whole {
 };
 
 TEST_F(Packets, AreCountedByTheirRulesAndLeaveByTheirClasses) {
-  add_rule(1, 0x10, [](qos_match &match) {
+  add_marking_rule(1, 0x10, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_PROTOCOL;
     match.protocol = QOS_PROTO_UDP;
     match.dport_min = match.dport_max = 5060;
   });
-  add_rule(2, 0x20, [](qos_match &match) {
+  add_marking_rule(2, 0x20, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_DSCP;
     match.dscp_mode = 1;
     match.dscp = 21; // EF
   });
-  add_rule(3, 0x30, [](qos_match &match) {
+  add_marking_rule(3, 0x30, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_IP;
     match.src_ip_start = 0xC0A80114;                    // 192.168.1.20
     match.src_ip_end = 0xC0A8011D;                      // 192.168.1.29
     match.dst_ip_start = match.dst_ip_end = 0xC6336402; // 198.51.100.2
   });
-  add_rule(4, 0x10, [](qos_match &match) {
+  add_marking_rule(4, 0x10, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_PKTLEN;
     match.pkt_len = 528u << 16 | 628; // 500 to 600 bytes of payload
   });
-  add_rule(5, 2, [](qos_match &match) {
+  add_marking_rule(5, 2, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_PROTOCOL;
     match.protocol = QOS_PROTO_BOTH;
     match.sport_min = 6881;
     match.sport_max = 6889;
   });
-  add_rule(6, 0x20, [](qos_match &match) {
+  add_marking_rule(6, 0x20, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_PROTOCOL;
     match.protocol = QOS_PROTO_ICMP;
   });
@@ -100,13 +89,13 @@ TEST_F(Packets, AreCountedByTheirRulesAndLeaveByTheirClasses) {
   what.count = 9;
   send(what); // none
 
-  // The hook of the automatic marks, then the rules; rule 5 is two commands, TCP first.
+  // The hook of the automatic marks comes first, then the rules. Rule 5 is two commands, TCP first.
   EXPECT_EQ((std::vector<uint64_t>{0, 7, 6, 5, 4, 0, 3, 2}), network::rule_counters("QOS_wan0"));
   EXPECT_EQ(7u + 4u, sent_by(0x10));
   EXPECT_EQ(6u + 2u, sent_by(0x20));
   EXPECT_EQ(5u, sent_by(0x30));
   EXPECT_EQ(3u, sent_by(2));
-  // The default class also sends what the router itself has to say to find its neighbours.
+  // The default class also sends the packets by which the router finds its neighbours.
   EXPECT_GE(sent_by(3), 9u);
   EXPECT_LE(sent_by(3), 9u + 4u);
 }
@@ -116,13 +105,13 @@ TEST_F(Packets, GetTheMarkOfTheLastRuleThatMatches) {
     match.match_flags = 1u << QOS_MATCH_PROTOCOL;
     match.protocol = QOS_PROTO_UDP;
   };
-  add_rule(1, 0x10, udp);
-  add_rule(2, 0x20, [&](qos_match &match) {
+  add_marking_rule(1, 0x10, udp);
+  add_marking_rule(2, 0x20, [&](qos_match &match) {
     udp(match);
     match.dport_min = 9000;
     match.dport_max = 9001;
   });
-  add_rule(3, 0x30, [&](qos_match &match) {
+  add_marking_rule(3, 0x30, [&](qos_match &match) {
     udp(match);
     match.dport_min = match.dport_max = 9001;
   });
@@ -142,7 +131,7 @@ TEST_F(Packets, OfConnectionsWithAConnectionMarkAreReMarked) {
   ASSERT_EQ(0, del_root_qdisc(network::line));
   make_tree({1, {0x10, 0x20, 0x30, 2, 0x10, 0x20, 0x30, 2}});
   ASSERT_EQ("", start());
-  // What a router's own firewall does to connections that it has recognised.
+  // A router's firewall marks connections that it has recognised in this way.
   for (int i = 1; i <= 8; i++)
     network::must("iptables -t mangle -A PREROUTING -p udp --dport " + std::to_string(7000 + i) +
                   " -j CONNMARK --set-mark " + std::to_string(100 * i));
@@ -177,9 +166,9 @@ TEST_F(Packets, ChangeTheirDscpForTheNextRouter) {
   EXPECT_EQ(5, atoi(seen.c_str())) << seen;
 }
 
-// Of a kernel helper only the connections that it expects are matched: the data connections of a passive transfer.
+// A helper matches only the connections that it expects, which are the data connections of a passive transfer.
 TEST_F(Packets, OfAFileTransferAreFoundByItsHelper) {
-  add_rule(1, 0x10, [](qos_match &match) {
+  add_marking_rule(1, 0x10, [](qos_match &match) {
     match.match_flags = 1u << QOS_MATCH_ALG;
     match.alg = QOS_ALG_FTP;
   });

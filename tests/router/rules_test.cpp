@@ -1,12 +1,10 @@
-// Every form of rule that the library can write, given to today's iptables: taken, and shown back as it was meant, or
-// on the list of those that it no longer takes, with the reason that it gives.
+// Today's iptables gets every form of rule that the library can write. It takes the rule and shows it as it was meant,
+// or refuses it with the reason told here.
 #include <functional>
 
 #include "router/network.h"
 
 namespace {
-
-constexpr uint32_t speeds[4] = {8000, 8000, 10000, 10000}; // kbit/s
 
 uint32_t bit(unsigned number) {
   return 1u << number;
@@ -20,9 +18,9 @@ uint32_t first_byte(uint8_t value) {
 
 struct Form {
   const char *name;
-  std::function<void(qos_match &, qos_target &)> make; // of a rule that marks 2
+  std::function<void(qos_match &, qos_target &)> make; // fills in a rule that marks 2
   std::vector<std::string> shown;                      // without "-A QOS_wan0 "; empty: it is refused
-  const char *reason = "";                             // what iptables says then
+  const char *reason = "";                             // iptables says this when it refuses
 };
 
 const char to_class_2[] = "-j MARK --set-xmark 0x2/0xffffffff";
@@ -38,10 +36,10 @@ class Rules : public network::Line {
     if (IsSkipped())
       return;
     const root_params_tree root = {3, {}};
-    ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
+    ASSERT_EQ(0, add_root_qdisc(network::speeds, network::line, QOS_ROOT_HTB, &root));
   }
 
-  // What stands in the rule chain after the hook of the automatic marks.
+  // Returns the rules in the chain after the hook of the automatic marks.
   static std::vector<std::string> chain() {
     std::istringstream lines(network::must("iptables -t mangle -S QOS_wan0"));
     std::vector<std::string> rules;
@@ -286,7 +284,7 @@ TEST_F(Rules, OfMatchesThatTodaysIptablesRefuses) {
   });
 }
 
-// What today's iptables refuses reaches it as the firmware's own would want it.
+// Rules that today's iptables refuses are still written as the firmware's own iptables takes them.
 TEST_F(Rules, ThatAreRefusedAreWrittenForTheFirmwaresOwn) {
   const uint8_t weekdays[4] = {3, 0x3e, 0, 8};
   ASSERT_EQ(1u, add_sched(weekdays));
@@ -329,7 +327,7 @@ TEST_F(Rules, ThatAreRefusedAreWrittenForTheFirmwaresOwn) {
 TEST_F(Rules, OfAutomaticMarksReMarkEachConnectionMark) {
   ASSERT_EQ(0, del_root_qdisc(network::line));
   const root_params_tree root = {3, {1, {2, 3, 2, 3, 0x10, 0xff, 0x100, 0xffff}}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
+  ASSERT_EQ(0, add_root_qdisc(network::speeds, network::line, QOS_ROOT_HTB, &root));
   EXPECT_EQ("", start());
   const char *marks[] = {"0x2", "0x3", "0x2", "0x3", "0x10", "0xff", "0x100", "0xffff"};
   std::string expected = "-N QOS_wan0_AUTO\n";

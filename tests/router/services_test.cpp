@@ -1,5 +1,5 @@
-// The services beside quality of service, on the router's own kernel and with its own tools: flash, name server, system
-// logger, semaphores, sockets.
+// The services beside quality of service run on the router's own kernel and with its own tools: flash, name server,
+// system logger, semaphores, sockets.
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@ namespace {
 
 class Flash : public testing::Test {
  protected:
-  // The partitions are those that the kernel was started with.
+  // The kernel was started with these partitions.
   void SetUp() override {
     if (!getenv("TORVANE_ROUTER"))
       GTEST_SKIP() << "only on the router of tests/router/run";
@@ -62,9 +62,9 @@ TEST_F(Flash, AnswersEveryKindOfQuestion) {
 
 TEST_F(Flash, FindsOnlyTheFirstTenAndRunsSharedNamesTogether) {
   uint32_t number = 99;
-  EXPECT_EQ(1, getMtdInfoByName("board", &number, sizeof(number), MTD_QUERY_SIZE)); // mtd10 reads as mtd1
+  EXPECT_EQ(1, getMtdInfoByName("board", &number, sizeof(number), MTD_QUERY_SIZE)); // mtd10 is read as mtd1
   EXPECT_EQ(0x100000u, number);
-  EXPECT_EQ(1, parseMtdNumByCmd("config", &number)); // of mtd2 and mtd3
+  EXPECT_EQ(1, parseMtdNumByCmd("config", &number)); // the digits of mtd2 and mtd3 run together
   EXPECT_EQ(23u, number);
   sandbox::Captured output(1);
   EXPECT_EQ(0, getMtdInfoByName("config", &number, sizeof(number), MTD_QUERY_SIZE));
@@ -86,7 +86,7 @@ TEST_F(Services, NamesAreResolvedByTheNameServerOfTheLine) {
 
   DnsQuery query = {};
   query.servers[0] = inet_addr("203.0.113.2");
-  query.servers[1] = inet_addr("203.0.113.77"); // nobody
+  query.servers[1] = inet_addr("203.0.113.77"); // no server has this address
   query.serverCount = 2;
   strcpy(query.names[0], "box.example");
   strcpy(query.names[1], "other.example");
@@ -153,7 +153,7 @@ TEST_F(Services, ALockOutlivesTheProcessThatIsKilledWithIt) {
   sem_delete(semaphore);
 }
 
-// An echo service on the router's side of the line.
+// The echo service runs on the router's side of the line.
 namespace echo {
 
 constexpr int clients = 20;
@@ -186,7 +186,7 @@ void on_exit(int, int code) {
   __atomic_store_n(&ended, code, __ATOMIC_SEQ_CST);
 }
 
-// One client of a far host.
+// Runs one client on a far host.
 int talk(int number) {
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
   const sockaddr_in server = network::address_of("203.0.113.1", 7777);

@@ -1,5 +1,5 @@
-// Flows that compete for the line get the shares that the tree gives them: rates at the far hosts, one flow each, by
-// the library's own bandwidth monitor.
+// Flows that compete for the line get the shares that the tree gives them. The library's own bandwidth monitor measures
+// them at the far hosts, each of which receives one flow.
 #include <math.h>
 #include <time.h>
 
@@ -15,22 +15,29 @@ constexpr double tolerance = 0.05;           // of the configured rate
 constexpr uint32_t line_rate = 2000;         // kbit/s
 constexpr unsigned flow_microseconds = 2000; // between two datagrams of 1000 bytes: more than the whole line's rate
 
+constexpr uint32_t line_speeds[4] = {line_rate, line_rate, line_rate, line_rate};
+
 struct Rates {
   double kbit[flow_count];
 };
 
 class Shaping : public network::Whole {
  protected:
+  // Class 1 gets a small burst, which is soon used up.
+  static void make_htb_tree() {
+    const root_params_tree root = {3, {}};
+    ASSERT_EQ(0, add_root_qdisc(line_speeds, network::line, QOS_ROOT_HTB, &root));
+    htb_params &top = class_find(network::line, 1)->params.htb;
+    top.burst = top.cburst = 6000;
+  }
+
   static void add_rule_for_each_flow(const uint32_t (&marks)[flow_count]) {
     for (uint8_t i = 0; i < flow_count; i++) {
-      qos_match match = {};
-      qos_target target = {};
-      match.match_flags = 1u << QOS_MATCH_PROTOCOL;
-      match.protocol = QOS_PROTO_UDP;
-      match.dport_min = match.dport_max = static_cast<uint16_t>(9001 + i);
-      target.target_flags = 1u << QOS_TARGET_MARK;
-      target.mark = marks[i];
-      ASSERT_EQ(1u, add_qos_rule(network::line, static_cast<uint8_t>(i + 1), &match, &target));
+      network::add_marking_rule(i + 1u, marks[i], [=](qos_match &match) {
+        match.match_flags = 1u << QOS_MATCH_PROTOCOL;
+        match.protocol = QOS_PROTO_UDP;
+        match.dport_min = match.dport_max = static_cast<uint16_t>(9001 + i);
+      });
     }
   }
 
@@ -49,7 +56,8 @@ class Shaping : public network::Whole {
     sandbox::end_of_child(flow);
   }
 
-  // A process of a far host that measures what its interface receives, in bytes per second, and leaves it in a file.
+  // Starts a process on a far host that measures what its interface receives, in bytes per second, and leaves it in a
+  // file.
   static pid_t start_monitor(unsigned i) {
     const std::string n = std::to_string(i + 1);
     return network::start_in("far" + n, [=] {
@@ -69,7 +77,7 @@ class Shaping : public network::Whole {
     });
   }
 
-  // Rates of the flows that are wanted, once they have run for a while.
+  // Runs these flows and returns their rates once the queues have settled.
   static Rates measure(const std::vector<unsigned> &flows) {
     std::vector<pid_t> senders, monitors;
     senders.reserve(flows.size());
@@ -96,10 +104,7 @@ class Shaping : public network::Whole {
 };
 
 TEST_F(Shaping, HtbGivesCompetingFlowsTheirRates) {
-  const uint32_t speeds[4] = {line_rate, line_rate, line_rate, line_rate};
-  const root_params_tree root = {3, {}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
-  class_find(network::line, 1)->params.htb.burst = class_find(network::line, 1)->params.htb.cburst = 6000;
+  make_htb_tree();
   const uint32_t rates[flow_count] = {1000, 600, 400};
   for (unsigned i = 0; i < flow_count; i++) {
     const htb_params shape = {rates[i], line_rate, 3000, 3000, 1};
@@ -111,10 +116,7 @@ TEST_F(Shaping, HtbGivesCompetingFlowsTheirRates) {
 }
 
 TEST_F(Shaping, HtbLendsWhatAnotherLeavesButNotAboveTheCeiling) {
-  const uint32_t speeds[4] = {line_rate, line_rate, line_rate, line_rate};
-  const root_params_tree root = {3, {}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
-  class_find(network::line, 1)->params.htb.burst = class_find(network::line, 1)->params.htb.cburst = 6000;
+  make_htb_tree();
   const htb_params capped = {300, 500, 3000, 3000, 0}, greedy = {400, line_rate, 3000, 3000, 1};
   ASSERT_EQ(0, add_class(network::line, 1, 0x10, &capped));
   ASSERT_EQ(0, add_class(network::line, 1, 0x20, &greedy));
@@ -125,9 +127,8 @@ TEST_F(Shaping, HtbLendsWhatAnotherLeavesButNotAboveTheCeiling) {
 }
 
 TEST_F(Shaping, HfscSharesByItsCurves) {
-  const uint32_t speeds[4] = {line_rate, line_rate, line_rate, line_rate};
   const root_params_tree root = {3, {}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HFSC, &root));
+  ASSERT_EQ(0, add_root_qdisc(line_speeds, network::line, QOS_ROOT_HFSC, &root));
   const hfsc_curve none = {}, limit = {0, 0, line_rate};
   const uint32_t rates[flow_count] = {1200, 500, 300};
   for (unsigned i = 0; i < flow_count; i++) {
@@ -139,11 +140,10 @@ TEST_F(Shaping, HfscSharesByItsCurves) {
   expect_rates(measure({0, 1, 2}), {1200, 500, 300});
 }
 
-// PRIO itself shapes nothing; its bands do, by their token buckets.
+// PRIO itself shapes nothing; the token buckets of its bands do.
 TEST_F(Shaping, PrioBandsSendWhatTheirBucketsLet) {
-  const uint32_t speeds[4] = {line_rate, line_rate, line_rate, line_rate};
   const root_params_prio root = {3, {1, 2, 2, 2, 1, 2, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1}, {}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_PRIO, &root));
+  ASSERT_EQ(0, add_root_qdisc(line_speeds, network::line, QOS_ROOT_PRIO, &root));
   const uint32_t rates[flow_count] = {900, 400, 200};
   for (unsigned i = 0; i < flow_count; i++) {
     leaf_qdisc leaf = {};
@@ -156,13 +156,10 @@ TEST_F(Shaping, PrioBandsSendWhatTheirBucketsLet) {
   expect_rates(measure({0, 1, 2}), {900, 400, 200});
 }
 
-// Flows that come and go: who is there takes what the others leave, the lower prio first. What is seen is left in
-// /share/bandwidth.csv too, from which the README's picture is drawn.
+// Flows come and go, and those that are there take what the others leave, the lower prio first. The figures are also
+// left in /share/bandwidth.csv, from which the README's picture is drawn.
 TEST_F(Shaping, FollowsFlowsAsTheyComeAndGo) {
-  const uint32_t speeds[4] = {line_rate, line_rate, line_rate, line_rate};
-  const root_params_tree root = {3, {}};
-  ASSERT_EQ(0, add_root_qdisc(speeds, network::line, QOS_ROOT_HTB, &root));
-  class_find(network::line, 1)->params.htb.burst = class_find(network::line, 1)->params.htb.cburst = 6000;
+  make_htb_tree();
   const uint32_t rates[flow_count] = {600, 1000, 400}; // calls, web, bulk
   leaf_qdisc shallow = {};                             // so that a class falls silent with its flow
   shallow.type = QOS_LEAF_PFIFO;

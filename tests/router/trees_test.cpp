@@ -1,11 +1,10 @@
-// Every root, class shape and leaf that the library can write, given to the kernel and read back from it.
+// The kernel gets every root, class shape and leaf that the library can write, and shows them again.
 #include "router/network.h"
 
 namespace {
 
 using network::line_of;
-
-constexpr uint32_t speeds[4] = {8000, 8000, 10000, 10000}; // link pair, physical pair, kbit/s
+using network::speeds;
 
 leaf_qdisc leaf_of(uint32_t type) {
   leaf_qdisc leaf = {};
@@ -19,7 +18,7 @@ class Trees : public network::Line {
     ASSERT_EQ(0, add_leaf_qdisc(network::line, id, &leaf));
   }
 
-  // One of each leaf, some with what they leave to tc.
+  // Adds leaves of every type, also with parameters that are left to tc.
   static void add_leaves(const uint16_t (&ids)[6]) {
     leaf_qdisc leaf = leaf_of(QOS_LEAF_PFIFO);
     add_leaf(ids[0], leaf);
@@ -37,7 +36,7 @@ class Trees : public network::Line {
     add_leaf(ids[5], leaf);
   }
 
-  // Line by line what was asked for; what tc adds of its own comes after.
+  // Expects one line for each start. What tc adds of its own comes after that.
   static void expect_lines(const std::string &all, const std::vector<std::string> &starts) {
     for (const std::string &start : starts)
       EXPECT_NE("", line_of(all, start)) << start << "\n" << all;
@@ -187,7 +186,7 @@ TEST_F(Trees, RestartingLeavesOneSet) {
   EXPECT_EQ(tree, classes());
   EXPECT_EQ(table, network::must("iptables -t mangle -S"));
   EXPECT_EQ(disciplines, queues());
-  EXPECT_EQ("", start()); // once more on top of itself
+  EXPECT_EQ("", start()); // a second start on top of the first works too
   EXPECT_EQ(table, network::must("iptables -t mangle -S"));
   expect_nothing_left();
 }
