@@ -1,8 +1,8 @@
-// Coding for the web: this library beside OpenSSL, GLib and libcurl, on the same text. The counter is the time per byte
-// of the source text; results are allocated and freed in every call where the library allocates them.
+// This measures coding for the web beside OpenSSL, GLib and libcurl, on the same text. The counter is the time per byte
+// of the source text. Where a library allocates its results, every call includes allocating and freeing.
 //
-// What they do is not quite the same: GLib's and libcurl's percent-coding keep fewer characters and write capital
-// digits; g_uri_unescape_string refuses what is no code; libcurl's decoder knows bytes, not characters.
+// They do not do quite the same. GLib's and libcurl's percent-coding keep fewer characters and write capital digits.
+// g_uri_unescape_string refuses codes that are malformed. libcurl's decoder knows bytes, not characters.
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <glib.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// A form's text: mostly letters, with what has to be coded in between.
+// Returns a form's text, mostly letters, with characters between them that have to be coded.
 std::string text_of(size_t size) {
   static constexpr char sentence[] =
       "The router's name is \"caf\xc3\xa9 n\xc2\xb0 7\" & its address <192.168.1.1/24>; ";
@@ -26,7 +26,7 @@ std::string text_of(size_t size) {
     text += sentence;
   text.resize(size);
   while (static_cast<unsigned char>(text.back()) >= 0x80)
-    text.back() = '.'; // no half characters
+    text.back() = '.'; // no character is cut in half
   return text;
 }
 
@@ -37,7 +37,7 @@ std::string coded_text_of(size_t size) {
   return text;
 }
 
-// `code` gets the text and makes one result.
+// Measures `code`, which gets the text and makes one result.
 template <typename Code>
 void run(benchmark::State &state, const std::string &text, Code code) {
   for (auto _ : state)
@@ -110,7 +110,7 @@ void percent_decode_curl(benchmark::State &state) {
   });
 }
 
-// Into a buffer of the caller, zeroed before: that is how it is called.
+// Callers zero their buffer before the call, so that is measured too.
 void html_escape_torvane(benchmark::State &state) {
   std::vector<char> page(size_of(state) * 6 + 1);
   run(state, text_of(size_of(state)), [&](const std::string &text) {

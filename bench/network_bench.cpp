@@ -1,5 +1,5 @@
-// Echo round trips of small messages over loopback: through the select service, and through the same loop written out
-// on select(2).
+// This measures echo round trips of small messages over loopback, through the select service and through the same loop
+// written directly on select(2).
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <pthread.h>
@@ -49,7 +49,7 @@ void start_service(int listening) {
     abort();
 }
 
-// What a program without the service would write.
+// A program without the service would write this.
 void *written_out(void *listening_socket) {
   const int listening = *static_cast<int *>(listening_socket);
   fd_set watched;

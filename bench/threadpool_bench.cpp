@@ -1,5 +1,5 @@
-// The same tiny tasks through three pools with the same number of workers: from the first task queued until all have
-// run and the workers have ended.
+// Three pools with the same number of workers run the same tiny tasks. The time runs from the first task queued until
+// all have run and the workers have ended.
 #include <benchmark/benchmark.h>
 #include <glib.h>
 
@@ -27,7 +27,7 @@ void finish(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations() * tasks);
 }
 
-// The queue holds every task, as those of the others do.
+// The queue has room for every task, like the queues of the others.
 void torvane_pool(benchmark::State &state) {
   for (auto _ : state) {
     ran = 0;

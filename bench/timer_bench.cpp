@@ -1,5 +1,5 @@
-// Operations on timers of a running service: every one takes the semaphore, notifies the timer thread, and makes it
-// look through its list and start a runner.
+// This measures operations on timers of a running service. Each takes the semaphore and notifies the timer thread,
+// which looks through its list and starts a runner.
 #include <benchmark/benchmark.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -27,7 +27,7 @@ void start_service() {
   }
 }
 
-// Other timers wait meanwhile, as many as the argument says.
+// As many other timers as the argument says are waiting meanwhile.
 class Others {
  public:
   explicit Others(long count) : timers_(static_cast<size_t>(count)) {

@@ -1,5 +1,5 @@
-// XML documents built, printed to memory and searched, beside tinyxml2 and pugixml. Each does the work in its own way:
-// this library prints every content in CDATA sections, and searches the text where the others parse it first.
+// This measures building, printing and searching XML documents beside tinyxml2 and pugixml. Each does the work in its
+// own way: this library prints every content in CDATA sections, and searches the text, which the others parse first.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -28,7 +28,7 @@ struct Values {
 
 const Values values;
 
-// The printer reports on standard output; that is not what is measured.
+// The printer also reports on standard output, which is not to be measured.
 class SilentOutput {
  public:
   SilentOutput() : saved_(dup(STDOUT_FILENO)) {
@@ -122,7 +122,7 @@ void build_and_print(benchmark::State &state, std::string (*document)()) {
   state.counters["per_element"] = each_takes(static_cast<double>(state.iterations()) * elements);
 }
 
-// The last of the elements, in the text that pugixml printed: the same bytes for all.
+// All look for the last element in the text that pugixml printed, so that the bytes are the same.
 void look_up(benchmark::State &state, bool (*found)(const std::string &)) {
   const std::string text = pugixml_document();
   for (auto _ : state)

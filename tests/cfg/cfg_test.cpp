@@ -18,7 +18,7 @@ RECORD_LAYOUT(CfgEntry, 3 * sizeof(void *), FIELD(tag, 0, 4), FIELD(key, sizeof(
 
 constexpr char path[] = "/run/test.cfg";
 
-// What reading a file gave: the result, each key's value ("-" for null), and what was printed.
+// The outcome of reading a file: the result, each key's value ("-" for null), and what was printed.
 struct Outcome {
   int result;
   std::vector<std::string> values;
@@ -59,7 +59,7 @@ class Configuration : public testing::Test {
     return outcome;
   }
 
-  // A file that has nothing to report.
+  // Expects these values of a file about which nothing is printed.
   static void expect_values(const std::string &text, const std::vector<std::string> &keys,
                             const std::vector<std::string> &values) {
     const Outcome outcome = read(text, keys);
@@ -94,7 +94,7 @@ TEST_F(Configuration, AValueMayBeEmpty) {
   expect_values("key=\n", {"key"}, {""});
   expect_values("key =  \t \n", {"key"}, {""});
   expect_values("key=", {"key"}, {""});
-  expect_values("key=   ", {"key"}, {""}); // what precedes a value goes, also at the end of the file
+  expect_values("key=   ", {"key"}, {""}); // blanks before a value are dropped, also at the end of the file
 }
 
 TEST_F(Configuration, EmptyLinesAndCommentsAreIgnored) {
@@ -160,15 +160,15 @@ TEST_F(Configuration, OfRowsWithTheSameKeyTheFirstIsSet) {
 TEST_F(Configuration, LinesOf1022CharactersAreWholeAndLongerOnesAreSplit) {
   const std::string start = "a=", fits(1022 - start.size(), 'x');
   expect_values(start + fits + "\nb=1\n", {"a", "b"}, {fits, "1"});
-  // 1023: the newline is left over, an empty line.
+  // Of 1023 characters the newline is left over and reads as an empty line.
   expect_values(start + fits + "y\nb=1\n", {"a", "b"}, {fits + "y", "1"});
   expect_values(start + fits + " \nb=1\n", {"a", "b"}, {fits + " ", "1"});
-  // 1024: so is the last character.
+  // Of 1024 characters the last one is left over too.
   Outcome outcome = read(start + fits + "yz\nb\n", {"a", "b"});
   EXPECT_EQ(0, outcome.result);
   EXPECT_EQ((std::vector<std::string>{fits + "y", "-"}), outcome.values);
   EXPECT_EQ("parsing error file, line 2 : z\nparsing error file, line 3 : b\n", outcome.errors);
-  // A remainder is a line like any other.
+  // What is left over is read like any line.
   outcome = read(start + fits + "y b = 2 \nc=3\n\nd\n", {"a", "b", "c"});
   EXPECT_EQ((std::vector<std::string>{fits + "y", "2", "3"}), outcome.values);
   EXPECT_EQ("parsing error file, line 5 : d\n", outcome.errors);
@@ -284,7 +284,7 @@ TEST_F(Configuration, ValuesThatFindNoMemoryAreReportedAndLeaveTheirRows) {
     const int result = cfg_construct(path, table, 2);
     const bool failed = sandbox::allocation_failed();
     sandbox::fail_allocation(0);
-    if (result == 0) { // else the file could not be opened
+    if (result == 0) { // otherwise the file could not be opened
       values.push_back(std::string(table[0].value) + "," + (table[1].value ? table[1].value : "-"));
       messages.push_back(output.text());
     } else {
@@ -294,7 +294,7 @@ TEST_F(Configuration, ValuesThatFindNoMemoryAreReportedAndLeaveTheirRows) {
     if (!failed)
       break;
   }
-  // What the C library allocates to read a file it can do without.
+  // The C library reads a file also without the buffer that it tries to allocate.
   const std::string message = "[cfg_parse_file::131] cannot alloc memory\n";
   ASSERT_GE(values.size(), 3u);
   const size_t last = values.size() - 1;

@@ -23,7 +23,7 @@ RECORD_LAYOUT(cgi_entry, 584, FIELD(name, 0, 65), FIELD(value, 65, 519));
 
 using Entries = std::vector<cgi_entry>;
 
-// The rules once more, over strings and offsets: what the splitting and decoding must come to.
+// The rules of splitting and decoding are written out once more here, over strings and offsets.
 
 int nibble(int c) {
   if (c >= '0' && c <= '9')
@@ -31,7 +31,7 @@ int nibble(int c) {
   return (c >= 'A' && c <= 'Z' ? c + 32 : c) - 87;
 }
 
-// `decoded` tells whether there was anything to decode.
+// Stores in `decoded` whether there was anything to decode.
 std::string form_decoded(const std::string &value, bool &decoded) {
   std::string out;
   decoded = false;
@@ -73,7 +73,7 @@ std::string form_decoded(const std::string &value, bool &decoded) {
   return out;
 }
 
-// The records that `data` makes of zeroed ones.
+// Returns the records that `data` must leave in zeroed ones.
 Entries split(const std::string &data, char value_mark, char entry_mark) {
   Entries entries(1, cgi_entry{});
   bool in_value = false;
@@ -112,7 +112,7 @@ std::string bytes_of(const Entries &entries) {
   return std::string(reinterpret_cast<const char *>(entries.data()), entries.size() * sizeof(cgi_entry));
 }
 
-// The text of the only value in "x=" and this.
+// Returns what becomes of a value.
 std::string decoded(const std::string &value) {
   Request request("x=" + value, 1);
   EXPECT_EQ(1, request.parse());
@@ -291,7 +291,7 @@ TEST(FormDecoder, DecodesEveryPairOfBytesAsTold) {
   for (int first = 0; first < 256; first++) {
     Entries records;
     std::string data;
-    // All seconds of one first in one request, so that a run has 256 of them.
+    // One request holds all seconds of one first, so that there are only 256 requests.
     for (int second = 0; second < 256; second++) {
       data += second ? "&n=a%" : "n=a%";
       data += {static_cast<char>(first), static_cast<char>(second), 'b'};

@@ -23,10 +23,10 @@ Cleaned cleaned(const std::string &path) {
   return {buffer.c_str(), result};
 }
 
-// What a result of rm_dotdot can be: 1, or the length of a short path, or a number that is neither 0 nor 1.
+// As an expected result, this stands for any number but 0 and 1. rm_dotdot gives such a number for longer paths.
 constexpr int any_other = -1000;
 
-// The steps one after another, each as it is told, however long that takes.
+// Takes the steps one after another as the manual describes them, however long that takes.
 Cleaned cleaned_step_by_step(std::string path) {
   for (size_t at; (at = path.find("//")) != std::string::npos;)
     path.erase(at, 1);
@@ -183,7 +183,7 @@ TEST(Path, IsWhatTheStepsMakeOfIt) {
     const Cleaned golden = cleaned_step_by_step(path), result = cleaned(path);
     ASSERT_TRUE(agree(golden, result)) << path << ": " << result.path << " " << result.result << ", not " << golden.path
                                        << " " << golden.result;
-    // And what the header promises: no ".." is left but in these.
+    // As the header promises, no ".." is left but in these.
     ASSERT_TRUE(!holds_dotdot(result.path) || result.result == 1 || result.path == ".." || result.path == "/..")
         << path;
     ASSERT_LE(result.path.size(), path.size());

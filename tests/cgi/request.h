@@ -10,7 +10,7 @@
 
 namespace cgi {
 
-// Records for exactly `capacity` entries and data without a terminator, both next to pages that nobody may touch.
+// Has records for exactly `capacity` entries, and data without a terminator, both next to pages that cannot be touched.
 struct Request {
   Request(const std::string &text, int room, sandbox::Against side = sandbox::Against::PageBehind)
       : data(text.size(), side), records(static_cast<size_t>(room) * sizeof(cgi_entry), side), capacity(room) {

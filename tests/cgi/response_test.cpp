@@ -90,7 +90,7 @@ std::string converted(Convert convert, const std::string &text, int size, Agains
   return out.bytes();
 }
 
-// With room for everything, in a zeroed buffer as callers have it.
+// Encodes into a zeroed buffer with room for everything, as callers have it.
 std::string whole(Convert convert, const std::string &text) {
   GuardedMemory source(text), out(text.size() * 6 + 1);
   out.fill('\0');
@@ -108,7 +108,7 @@ std::string golden_encoded_copy(std::string text, int size) {
   return golden_encoded(text, size);
 }
 
-// The traces of gen_xml since the last clear.
+// Returns the traces of gen_xml since the last clear.
 std::vector<std::string> traces() {
   for (const sandbox::Trace &trace : sandbox::console()) {
     EXPECT_TRUE(trace.has_process);
@@ -162,11 +162,11 @@ TEST(HtmlEncode, CutsAnEntityAndWritesNothingAfterIt) {
   char out[8] = "-------";
   EXPECT_EQ(0, j_html_enc("ab\"<cd", out, 6));
   EXPECT_EQ(std::string("ab&qu\0-\0", 8), std::string(out, 8));
-  // Exactly up to the last byte but one: the next character is not begun.
+  // The text ends exactly before the last byte, so that the next character is not begun.
   memset(out, '-', 7);
   EXPECT_EQ(0, j_html_enc("<&", out, 5));
   EXPECT_EQ(std::string("&lt;\0--\0", 8), std::string(out, 8));
-  // One more: the ampersand's entity has room for its terminator alone.
+  // With one byte more, the ampersand's entity has room for its terminator alone.
   memset(out, '-', 7);
   EXPECT_EQ(0, j_html_enc("<&", out, 6));
   EXPECT_EQ(std::string("&lt;&\0-\0", 8), std::string(out, 8));
@@ -389,7 +389,7 @@ TEST_F(GenXml, WorksWithoutAConsole) {
 
 namespace {
 
-// Every one of the three, on a destination of exactly `size` bytes.
+// Calls all three on a destination of exactly `size` bytes.
 std::string page_of(void (*redirect)(const char *, char *, int), const char *url, int size) {
   GuardedMemory out(static_cast<size_t>(size));
   redirect(url, out.data(), size);

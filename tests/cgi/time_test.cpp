@@ -1,4 +1,4 @@
-// The time per byte of a long text is that of a short one.
+// A byte of a long text takes as long as one of a short text.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -23,7 +23,8 @@ double seconds() {
 
 using Work = std::function<void(std::string &)>;
 
-// Nanoseconds per byte, the best of several runs (of two where all is slow); each has a fresh copy of the text.
+// Returns the nanoseconds per byte of the best of several runs, of two on a slow machine. Each run has a fresh copy of
+// the text.
 double time_per_byte(const std::string &text, const Work &work) {
   double best = 1e9;
   const double deadline = seconds() + 0.1;
@@ -100,7 +101,7 @@ TEST(Time, OfCleaningPathsIsLinear) {
   const Work clean = [](std::string &path) { rm_dotdot(path.data()); };
   for (const char *piece : {"/", "./", "/.", "../", "a/../", "a/b/../", "abc", "/..", "a//./"})
     expect_linear("rm_dotdot", piece, clean);
-  // Far down, and all the way up again.
+  // These paths go far down, and all the way up again.
   expect_linear(
       "rm_dotdot, down and up",
       [](size_t size) { return repeated("a/", size * 2 / 5) + repeated("../", size * 3 / 5); }, clean);

@@ -31,7 +31,7 @@ std::string decoded(const std::string &text) {
   return taken(decodeURIComponent(guarded.data()));
 }
 
-// What becomes of one byte when it is coded; by code, with printf's digits.
+// Returns what becomes of one byte when it is coded, with printf's digits.
 std::string golden_code(int code) {
   char text[16];
   const bool letter_or_digit = (code >= 48 && code <= 57) || (code >= 65 && code <= 90) || (code >= 97 && code <= 122);
@@ -54,7 +54,7 @@ bool is_digit(const std::string &text, size_t at) {
   return at < text.size() && strchr("0123456789abcdefABCDEF", text[at]) != nullptr;
 }
 
-// The rules once more: pieces appended to a zero-terminated text.
+// The rules of decoding are written out once more: pieces are appended to a zero-terminated text.
 std::string golden_decoded(const std::string &text) {
   std::string out;
   const auto append = [&](const std::string &piece) { out += piece.c_str(); };
@@ -123,7 +123,7 @@ std::string base64(const std::string &bytes) {
   return text;
 }
 
-// Bits taken out six by six again.
+// Takes the bits out again, six by six.
 std::string from_base64(const std::string &text) {
   const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string bytes;
@@ -225,7 +225,7 @@ TEST(DecodeUri, WritesAPercentSignForWhatIsCutShort) {
   EXPECT_EQ("%%B", decoded("%E4%B"));
   EXPECT_EQ("%%%", decoded("%F0%9F%98"));
   EXPECT_EQ("%x", decoded("%F0x"));
-  // These a caller should not pass; nothing is read after the end all the same.
+  // A caller should not pass these, but nothing is read after their end either.
   EXPECT_EQ("%", decoded("%C3"));
   EXPECT_EQ("%%", decoded("%C3%"));
   EXPECT_EQ("%%A", decoded("%C3%A"));
@@ -324,8 +324,8 @@ TEST(Base64, IsNullForNulls) {
   EXPECT_EQ(3u, length);
 }
 
-// No memory for the result means that no byte of the data is looked at, which would fault. On a small machine the size
-// of the result is more than a size can tell.
+// Without memory for the result no byte of the data is looked at, which would fault. With pointers of 32 bits, the size
+// of the result is larger than any size_t.
 TEST(Base64, IsNullForLengthsBeyondMemory) {
   for (const unsigned whole : {0xffffffffu, 0xfffffffeu, 0xc0000000u, 0xbffffff0u}) {
     GuardedMemory data(16);
@@ -337,7 +337,7 @@ TEST(Base64, IsNullForLengthsBeyondMemory) {
     EXPECT_EQ(whole, length);
     free(text);
   }
-  for (const unsigned whole : {0xffffffffu, 0xc0000000u}) { // the second one's comes to five bytes there
+  for (const unsigned whole : {0xffffffffu, 0xc0000000u}) { // the size for the second one wraps to five bytes
     if (sizeof(size_t) > 4)
       break;
     GuardedMemory data(16);

@@ -25,7 +25,7 @@ class Test : public testing::Test {
     sandbox::clear_console();
   }
 
-  // One trace in the short header.
+  // Expects one trace, with the short header.
   static void expect_trace(const char *func, const std::string &message) {
     const auto traces = sandbox::console();
     ASSERT_EQ(1u, traces.size());

@@ -66,7 +66,7 @@ int counter(int id, int number = 0) {
   return semctl(id, number, GETVAL, no_argument);
 }
 
-// Until one waits in the kernel for the semaphore. There is nothing to be woken by, so it looks now and then.
+// Returns when a thread waits in the kernel for the semaphore. The kernel wakes nobody for that, so it polls.
 void await_waiter(int id) {
   while (semctl(id, 0, GETNCNT, no_argument) == 0)
     usleep(500);
@@ -135,7 +135,7 @@ TEST_F(Semaphore, CreatedAgainReleasesALockThatIsHeld) {
   EXPECT_EQ(0, up(id));
   EXPECT_EQ(0, up(id));
   EXPECT_EQ(0, sem_create(key, &again));
-  EXPECT_EQ(1, counter(id)); // also from above
+  EXPECT_EQ(1, counter(id)); // a larger value is reset too
 }
 
 TEST_F(Semaphore, OfAnExistingLargerSetSetsItsFirstCounterAlone) {
@@ -222,7 +222,7 @@ TEST_F(Lock, IsTakenAndGivenBackInSteps) {
   EXPECT_EQ(0, up(id));
   EXPECT_EQ(1, counter(id));
   EXPECT_EQ(0, up(id));
-  EXPECT_EQ(2, counter(id)); // counted, not checked
+  EXPECT_EQ(2, counter(id)); // upup does not check who took it
 }
 
 TEST_F(Lock, UsesTheFirstCounterOfASet) {
@@ -318,7 +318,7 @@ TEST_F(Lock, FailsOnARemovedSemaphoreWithoutBlocking) {
   EXPECT_EQ(1, up(id));
   expect_trace("upup", "caller:43" + on(id) + " up fail\n");
   EXPECT_EQ("sem down: Invalid argument\nsem up: Invalid argument\n", errors.text());
-  EXPECT_EQ(before + 1, sandbox::open_descriptors()); // and the saved one of `errors`
+  EXPECT_EQ(before + 1, sandbox::open_descriptors()); // `errors` keeps one
 }
 
 TEST_F(Lock, TellsTheReasonWithoutAConsoleToo) {

@@ -47,7 +47,7 @@ TEST_F(RuleScripts, RemovalUnhooksThenDeletesBothChains) {
       "iptables -t mangle -X QOS_ppp0.1 2>/dev/null\n"
       "iptables -t mangle -X QOS_ppp0.1_AUTO 2>/dev/null\n",
       written([](FILE *out) { remove_qos_rule(out, "ppp0.1"); }));
-  EXPECT_EQ(Lines(), traced()); // needs no tree
+  EXPECT_EQ(Lines(), traced()); // removal needs no tree
 }
 
 constexpr char automatic_marks[] =
@@ -115,7 +115,7 @@ TEST_F(RuleScripts, ALongInterfaceNameIsUsedWhole) {
   unlink("/var/tmp/qos_rule_interface-with-31-characters-01");
 }
 
-// Three rules of which the script shows most of what rules can do.
+// The script of these three rules shows most of what rules can do.
 class RestartRule : public rules::World {
  protected:
   void SetUp() override {
@@ -199,7 +199,7 @@ TEST_F(RestartRule, ReplacesThePreviousScriptAndItsMode) {
   sandbox::write_file(script_path, std::string(20000, '#'));
   chmod(script_path, 0644);
   const sandbox::StandIns tools({"iptables"});
-  const mode_t old_mask = umask(0777); // says nothing about the mode
+  const mode_t old_mask = umask(0777); // the mask has no influence on the mode
   EXPECT_EQ(1u, restart_rule("eth1"));
   umask(old_mask);
   EXPECT_EQ(whole_script, sandbox::read_file(script_path));
@@ -238,7 +238,7 @@ TEST_F(RestartRule, AScriptThatCannotBeCreatedIsTraced) {
   EXPECT_EQ(told, traced());
   rmdir(script_path);
 
-  ASSERT_EQ(0, mount("tmpfs", "/var", "tmpfs", 0, "mode=755")); // no /var/tmp in it
+  ASSERT_EQ(0, mount("tmpfs", "/var", "tmpfs", 0, "mode=755")); // it has no /var/tmp
   const uint32_t result = restart_rule("eth1");
   EXPECT_EQ(0, umount("/var"));
   EXPECT_EQ(0u, result);
@@ -252,8 +252,8 @@ size_t page_size() {
   return static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
-// A small file system on /var/tmp, full but for `pages` pages, while it lives. An earlier script is there, empty but
-// executable, so that a run of the new one would be seen.
+// Puts a small file system on /var/tmp while the object lives. It is full but for `pages` pages, and has an earlier
+// script, which is empty but executable, so that a run of the new one would be seen.
 class SmallDisk {
  public:
   explicit SmallDisk(long pages) {
@@ -280,7 +280,7 @@ TEST_F(RestartRule, AScriptThatCannotBeWrittenWholeIsNotRun) {
     const SmallDisk full(0);
     EXPECT_EQ(0u, restart_rule("eth1"));
     EXPECT_EQ("", sandbox::read_file(script_path));
-    unlink("/var/tmp/filler"); // with room again it works again
+    unlink("/var/tmp/filler"); // once there is room it works again
     EXPECT_EQ(Lines(), tools.calls());
     EXPECT_EQ(1u, restart_rule("eth1"));
     EXPECT_EQ(24u, tools.calls().size());
@@ -288,8 +288,8 @@ TEST_F(RestartRule, AScriptThatCannotBeWrittenWholeIsNotRun) {
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
 }
 
-// The console as a pipe: the library waits in the middle of the script, where it reports, until somebody reads. Its
-// rules are one hundred that fill more than a stream holds back, and after them one that makes one report.
+// Makes the console a pipe, so that the library waits in the middle of the script, at its only trace, until the test
+// reads. One hundred rules before that trace fill more than the buffer of a stream.
 class PausedRestart {
  public:
   PausedRestart() {
@@ -302,7 +302,7 @@ class PausedRestart {
     EXPECT_EQ(0, rename("/dev/console", "/dev/console.away"));
     EXPECT_EQ(0, mkfifo("/dev/console", 0600));
     library_ = std::thread([this] { result_ = restart_rule("eth1"); });
-    // Opens when the library has opened the other end.
+    // This open returns when the library has opened the other end.
     reader_ = fopen("/dev/console", "re");
   }
   ~PausedRestart() {
@@ -343,7 +343,7 @@ TEST_F(RestartRule, TheScriptIsNotInheritedWhileItIsWritten) {
 }
 
 TEST_F(RestartRule, HalfAScriptIsNotRunEither) {
-  for (unsigned index = 100; index < 200; index++) // two pages and more
+  for (unsigned index = 100; index < 200; index++) // they make more than two pages
     ASSERT_EQ(1u, add(index, marking_rule()));
   const sandbox::StandIns tools({"iptables"});
   const int descriptors = sandbox::open_descriptors();
@@ -357,7 +357,7 @@ TEST_F(RestartRule, HalfAScriptIsNotRunEither) {
   }
   EXPECT_EQ(Lines(), tools.calls());
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
-  EXPECT_EQ((Lines{"quorra_iptables draw_rule: get QF_PROTOCOL match type\n", // nothing about the disk
+  EXPECT_EQ((Lines{"quorra_iptables draw_rule: get QF_PROTOCOL match type\n", // no trace is about the disk
                    "quorra_iptables draw_rule: LOG target not implement!!\n"}),
             traced());
 }
@@ -373,7 +373,7 @@ TEST_F(RestartRule, MemoryThatRunsOutCostsTheScriptOrATraceButNeverHalfAScript) 
     const uint32_t result = restart_rule("eth1");
     const bool failed = sandbox::allocation_failed();
     sandbox::fail_allocation(0);
-    EXPECT_EQ(n == 1 ? 0u : 1u, result) << n; // the first is the script's stream
+    EXPECT_EQ(n == 1 ? 0u : 1u, result) << n; // the first allocation is the script's stream
     EXPECT_EQ(n == 1 ? "the previous one" : whole_script, sandbox::read_file(script_path)) << n;
     EXPECT_EQ(calls + (n == 1 ? 0 : 24), tools.calls().size()) << n;
     if (n == 1) {

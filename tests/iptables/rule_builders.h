@@ -18,7 +18,7 @@ namespace rules {
 
 using Lines = std::vector<std::string>;
 
-// By id, and what every other id reads as.
+// The names of the ids from 0; the last one stands for every other id.
 inline constexpr const char *dscp_classes[] = {"CS0",  "CS1",  "CS2",  "CS3",  "CS4",  "CS5",  "CS6",    "CS7",
                                                "BE",   "AF11", "AF12", "AF13", "AF21", "AF22", "AF23",   "AF31",
                                                "AF32", "AF33", "AF41", "AF42", "AF43", "EF",   "Unknown"};
@@ -35,7 +35,7 @@ inline qos_rule make_rule(uint32_t match_flags, uint32_t target_flags) {
   return rule;
 }
 
-// Takes protocol, ports and TCP flags over from a row of a table of cases.
+// Copies protocol, ports and TCP flags from a row of a table of cases.
 template <typename Row>
 void put_protocol(qos_match &match, const Row &row) {
   match.protocol = row.protocol;
@@ -47,7 +47,7 @@ void put_protocol(qos_match &match, const Row &row) {
   match.tcp_flag_set = row.set;
 }
 
-// A rule without matches that marks for leaf class 2.
+// Returns a rule that marks for leaf class 2.
 inline qos_rule marking_rule(uint32_t match_flags = 0) {
   qos_rule rule = make_rule(match_flags, bits(QOS_TARGET_MARK));
   rule.target.mark = 2;
@@ -75,13 +75,14 @@ inline uint32_t add_sched_of(uint8_t index, uint8_t days = 0, uint8_t all_day = 
   return add_sched(sched);
 }
 
-// "module function: message" of every trace since the last look. Each must have the header of this thread.
+// Returns "module function: message" of every trace since the last call, and expects each to have the long header of
+// the first thread.
 inline Lines traced() {
   Lines lines;
   for (const sandbox::Trace &trace : sandbox::console()) {
     EXPECT_TRUE(trace.has_process) << trace.message;
     EXPECT_EQ(getpid(), trace.process);
-    EXPECT_EQ(getpid(), trace.thread); // of the first thread
+    EXPECT_EQ(getpid(), trace.thread); // the first thread has the process's number
     EXPECT_GT(trace.line, 0);
     lines.push_back(trace.file + " " + trace.func + ": " + trace.message);
   }
@@ -145,7 +146,7 @@ class World : public testing::Test {
     return found;
   }
 
-  // A schedule from 8:00 to 18:30 on the given days.
+  // Adds a schedule from 8:00 to 18:30 on the given days.
   static qos_sched *add_office_hours(uint8_t index, uint8_t days) {
     EXPECT_EQ(1u, add_sched_of(index, days, 0, 8));
     qos_sched *record = search_sched(index);

@@ -14,7 +14,7 @@ using rules::traced;
 
 class RuleCommands : public rules::World {};
 
-// The one command of a rule that marks for class 2, without the options that make it match.
+// Returns the one command of a rule that marks for class 2 and has these options.
 std::string command_with(const std::string &options) {
   return "iptables -t mangle -A CHAIN " + options + "-j MARK --set-mark 0x2 \n";
 }
@@ -34,7 +34,7 @@ struct Options {
   const char *options;
 };
 
-// Expects for each value of the field `field`, which matches by the bit `bit`, its options.
+// Expects the options that each value of `field` makes in a rule that matches by `bit`.
 void expect_options(unsigned bit, uint32_t qos_match::*field, const std::vector<Options> &cases) {
   for (const Options &row : cases) {
     qos_rule rule = marking_rule(bits(bit));
@@ -43,7 +43,7 @@ void expect_options(unsigned bit, uint32_t qos_match::*field, const std::vector<
   }
 }
 
-// One that uses every match kind with its longest text.
+// Returns a rule that uses every kind of match with its longest text.
 qos_rule widest_rule() {
   qos_rule rule = marking_rule(bits(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
   qos_match &match = rule.match;
@@ -108,7 +108,7 @@ TEST_F(RuleCommands, ProtocolsWithPortsAndFlags) {
       {0, 0, 0, 0, 0, 0x03, 0x00, "-p tcp "},
       {0, 0, 0, 0, 0, 0x00, 0x01, "-p tcp "},
       {0, 0, 0, 0, 0, 0x3F, 0x3F, "-p tcp --tcp-flag SYN,ACK,FIN,RST,URG,PSH, SYN,ACK,FIN,RST,URG,PSH, "},
-      {0, 0, 0, 0, 0, 0xC0, 0x04, "-p tcp --tcp-flag  FIN, "}, // bits without a name still count
+      {0, 0, 0, 0, 0, 0xC0, 0x04, "-p tcp --tcp-flag  FIN, "}, // bits without a name count too
       {0, 1, 2, 3, 4, 0x10, 0x20, "-p tcp --sport 1:2 --dport 3:4 --tcp-flag URG, PSH, "},
       {1, 0, 0, 0, 0, 0, 0, "-p udp "},
       {1, 1, 2, 3, 4, 0x10, 0x20, "-p udp --sport 1:2 --dport 3:4 "},
@@ -168,7 +168,7 @@ TEST_F(RuleCommands, AnUnknownProtocolCodeWritesNothing) {
 
 TEST_F(RuleCommands, SourceMacIsWrittenAsItStands) {
   qos_rule rule = marking_rule(bits(QOS_MATCH_MAC));
-  rule.match.src_ip_start = 0x41414141; // what a missing terminator would run into
+  rule.match.src_ip_start = 0x41414141; // a text without terminator would run into this
   for (const char *mac : {"00:1A:2b:3c:4d:5e", "", "19-characters-of-mac", "20-bytes-of-mac-text"}) {
     put(rule.match.src_mac, mac);
     EXPECT_EQ(command_with(std::string("-m mac --mac-source ") + mac + " "), drawn(rule));
@@ -187,7 +187,7 @@ TEST_F(RuleCommands, UrlAndDomainMayFillTheirFields) {
     rule = marking_rule(bits(QOS_MATCH_DOMAIN));
     put(rule.match.domain, text);
     put(rule.match.url, "other");
-    rule.match.sched_index = 'A'; // stands behind the domain
+    rule.match.sched_index = 'A'; // its byte follows the domain
     EXPECT_EQ(command_with("-m domain --name \"" + text + "\" -m time --timestart 8:00 --timestop 18:30 "), drawn(rule))
         << length;
   }
@@ -421,7 +421,7 @@ TEST_F(RuleCommands, LoggingIsTracedAndWritesNothing) {
   EXPECT_EQ("", drawn(make_rule(0, bits(QOS_TARGET_LOG))));
   EXPECT_EQ(Lines{"quorra_iptables draw_rule: LOG target not implement!!\n"}, traced());
   qos_rule rule = marking_rule();
-  rule.target.log = 1; // the report's byte alone is no target
+  rule.target.log = 1; // this byte is for the report and makes no target
   EXPECT_EQ(command_with(""), drawn(rule));
   EXPECT_EQ(Lines(), traced());
 }

@@ -22,7 +22,7 @@ class RuleReport : public rules::World {
     add_tree("eth1");
   }
 
-  // The lines that the report has for this rule between its heading and the target separator, and behind that.
+  // Returns the lines of the report for this rule, before and after the target separator, without the heading.
   struct Report {
     Lines matches, targets;
   };
@@ -57,7 +57,7 @@ class RuleReport : public rules::World {
   }
 };
 
-// A rule with every match, a schedule, every target and the log byte.
+// Returns a rule with every match, a schedule, every target and the log byte.
 qos_rule full_rule() {
   qos_rule rule = make_rule(0xFFFFFFFF, 0xFFFFFFFF);
   qos_match &match = rule.match;
@@ -126,7 +126,7 @@ TEST_F(RuleReport, ShowsEveryPartOfARuleInItsOrder) {
   show_rule("eth1");
   EXPECT_EQ(full_report, traced());
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
-  EXPECT_EQ(0, memcmp(before.data(), records()[0], sizeof(qos_rule))); // and changes none
+  EXPECT_EQ(0, memcmp(before.data(), records()[0], sizeof(qos_rule))); // the report changes no record
 }
 
 TEST_F(RuleReport, OpensAndClosesTheConsoleOncePerLine) {
@@ -257,7 +257,7 @@ TEST_F(RuleReport, VlanLines) {
   rule = make_rule(0, bits(QOS_TARGET_VLAN));
   rule.target.vlan_prio = 255;
   rule.target.vlan_tag_id = 65535;
-  rule.target.vlan_double = 1; // has no word in the report
+  rule.target.vlan_double = 1; // the report does not mention it
   expect_target("Vlan Tag 1p/q:    255/65535\n", rule);
 }
 
@@ -285,7 +285,7 @@ TEST_F(RuleReport, TextsMayFillTheirFields) {
   add_office_hours('A', 0);
   rule = make_rule(bits(QOS_MATCH_DOMAIN), 0);
   put(rule.match.domain, std::string(256, 'd'));
-  rule.match.sched_index = 'A'; // stands behind the domain
+  rule.match.sched_index = 'A'; // its byte follows the domain
   EXPECT_EQ("quorra_iptables show_match: Domain String:    " + std::string(256, 'd') + "\n",
             reported(rule).matches.at(0));
 }
@@ -341,7 +341,7 @@ TEST_F(RuleReport, ALineWhoseConsoleCannotBeOpenedIsLeftOutAlone) {
   }
   EXPECT_EQ(Lines(), traced());
 
-  // A stream that cannot be allocated costs its line and no other.
+  // If a stream cannot be allocated, its line alone is missing.
   unsigned lost = 0;
   for (unsigned n = 1; n < 1000; n++) {
     sandbox::fail_allocation(n);

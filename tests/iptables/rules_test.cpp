@@ -30,7 +30,7 @@ TEST_F(Rules, AreKeptAscendingByIndex) {
 TEST_F(Rules, EveryIndexCanBeTakenInAnyOrder) {
   Indexes every;
   for (int i = 0; i < 256; i++) {
-    const unsigned index = (static_cast<unsigned>(i) * 91 + 17) & 255; // visits each value once
+    const unsigned index = (static_cast<unsigned>(i) * 91 + 17) & 255; // takes each value once
     ASSERT_EQ(1u, add(index, marking_rule())) << index;
     every.push_back(i);
   }
@@ -49,7 +49,7 @@ TEST_F(Rules, BlocksAreCopiedToTheLastByte) {
   const std::string target_bytes(reinterpret_cast<char *>(&target), sizeof(target));
 
   ASSERT_EQ(1u, add_qos_rule("eth1", 7, &match, &target));
-  memset(&match, 0, sizeof(match)); // the caller's own blocks are its own again
+  memset(&match, 0, sizeof(match)); // the caller may reuse its blocks
   memset(&target, 0, sizeof(target));
 
   const qos_rule *rule = records().at(0);
@@ -62,7 +62,7 @@ TEST_F(Rules, AnIndexThatExistsIsRefusedAndTheOldRuleStays) {
   qos_rule old = marking_rule();
   old.match.tos = 16;
   ASSERT_EQ(1u, add(4, old));
-  for (const uint32_t mark : {3u, 77u}) { // told even before a mark that is no class
+  for (const uint32_t mark : {3u, 77u}) { // the index is checked before the mark
     qos_rule other = marking_rule();
     other.target.mark = mark;
     EXPECT_EQ(0u, add(4, other));
@@ -103,7 +103,7 @@ TEST_F(Rules, AMarkFollowsTheTreeAsItIsNow) {
   ASSERT_EQ(0, del_class("eth1", 20));
   EXPECT_EQ(1u, add(1, marking_rule()));
   ASSERT_EQ(0, del_class("eth1", 2));
-  EXPECT_EQ(Indexes{1}, indexes()); // a class that goes away takes no rule with it
+  EXPECT_EQ(Indexes{1}, indexes()); // deleting a class deletes no rule
 }
 
 TEST_F(Rules, BandsCanBeMarksAndAQueueWithoutClassesHasNone) {
@@ -161,7 +161,7 @@ TEST_F(Rules, DeletingUnlinksThatRuleAlone) {
   EXPECT_EQ(0u, del_qos_rule("eth1", 2));
   EXPECT_EQ(1u, add(2, marking_rule()));
   EXPECT_EQ((Indexes{1, 2, 3}), indexes());
-  EXPECT_EQ(Lines(), traced()); // a rule that does not exist is no trace
+  EXPECT_EQ(Lines(), traced()); // nothing is traced for a rule that does not exist
 }
 
 TEST_F(Rules, ModifyReplacesARuleInItsPlace) {
@@ -209,7 +209,7 @@ TEST_F(Rules, WithoutMemoryTheListStaysAsItWas) {
     EXPECT_EQ(failed ? (Indexes{1, 9}) : (Indexes{1, 5, 9}), indexes());
   };
   const unsigned failures = sandbox::fail_each_allocation(add_rule, check);
-  EXPECT_EQ(1u, failures); // the record is all that a rule takes
+  EXPECT_EQ(1u, failures); // a rule takes one allocation
   EXPECT_EQ((Indexes{1, 5, 9}), indexes());
 }
 
@@ -228,7 +228,7 @@ TEST_F(Rules, OutliveTheirTreeWhenTheyAreNotDeletedFirst) {
   ASSERT_EQ(1u, add(6, marking_rule(), "eth2"));
   qos_rule *rule = records("eth2").at(0);
   ASSERT_EQ(0, del_root_qdisc("eth2"));
-  EXPECT_EQ(6, rule->index); // still there, for nobody
+  EXPECT_EQ(6, rule->index); // the record is not freed, although nothing leads to it
   EXPECT_EQ(2u, rule->target.mark);
   free(rule);
 

@@ -32,7 +32,7 @@ TEST_F(Schedules, ThereAreNoneBeforeTheFirstIsAdded) {
 }
 
 TEST_F(Schedules, AddReadsFourBytesAndLeavesTheRestZero) {
-  const std::unique_ptr<uint8_t[]> four(new uint8_t[4]{3, 0x3E, 2, 8}); // a fifth would not be ours to read
+  const std::unique_ptr<uint8_t[]> four(new uint8_t[4]{3, 0x3E, 2, 8}); // a fifth byte must not be read
   ASSERT_EQ(1u, add_sched(four.get()));
   const uint8_t seven[7] = {4, 0xFF, 1, 22, 23, 24, 25};
   ASSERT_EQ(1u, add_sched(seven));

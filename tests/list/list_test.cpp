@@ -12,7 +12,7 @@ RECORD_LAYOUT(list_node, 2 * sizeof(void *), FIELD(next, 0, sizeof(void *)),
 
 namespace {
 
-// A head with the nodes n[0], n[1], ... and whatever else is put on it.
+// The fixture has two empty lists and five nodes.
 class List : public testing::Test {
  protected:
   list_node head = {&head, &head};
@@ -24,7 +24,7 @@ class List : public testing::Test {
       list_add_tail(&n[i], &head);
   }
 
-  // The list of `of` holds exactly these nodes of n, in both directions.
+  // Expects the list of `of` to hold exactly these nodes of n, in both directions.
   void expect(const list_node &of, std::initializer_list<int> numbers) {
     std::vector<const list_node *> wanted, forwards, backwards;
     for (const int number : numbers)

@@ -60,7 +60,7 @@ TEST(MapById, GivesTheFirstRowsValueElseTheEndRows) {
   EXPECT_EQ(none, MapById(table, 2));
   EXPECT_EQ(30u, MapById(table, 0x80000000u));
   EXPECT_EQ(0u, MapById(table, 0));
-  EXPECT_EQ(99u, MapById(table, 7)); // past the end row
+  EXPECT_EQ(99u, MapById(table, 7)); // this row comes after the end row
   EXPECT_EQ(99u, MapById(table, 12345));
   EXPECT_EQ(99u, MapById(table, none));
 }
@@ -91,7 +91,7 @@ TEST(TextMap, ByIdGivesTheFirstRowsTextElseUnknown) {
   EXPECT_STREQ("r", TxtMapById(letters, 5));
   EXPECT_STREQ("rt", TxtMapById(letters, 6));
   EXPECT_STREQ("rtx2", TxtMapById(letters, 0));
-  EXPECT_EQ(letters[1].text, TxtMapById(letters, 6)); // the table's own text
+  EXPECT_EQ(letters[1].text, TxtMapById(letters, 6)); // not a copy, but the table's text
   for (const uint32_t id : {4u, 9u, 0x7FFFFFFFu, none})
     EXPECT_STREQ("Unknown", TxtMapById(letters, id)) << id;
 }
@@ -115,7 +115,7 @@ TEST(TextMap, ByTextNoCaseTakesTheFirstRowThatIsEqualButForCase) {
     EXPECT_EQ(none, TxtMapByTxtNoCase(letters, text)) << text;
   EXPECT_EQ(none, TxtMapByTxtNoCase(letters, nullptr));
   const txt_map_entry with_null[] = {{7, nullptr}, {none, "Unknown"}};
-  EXPECT_EQ(7u, TxtMapByTxtNoCase(with_null, nullptr)); // both null are equal
+  EXPECT_EQ(7u, TxtMapByTxtNoCase(with_null, nullptr)); // two nulls are equal
   EXPECT_EQ(none, TxtMapByTxtNoCase(with_null, ""));
 }
 

@@ -25,7 +25,7 @@ RECORD_LAYOUT(log_entry, 264, FIELD(name, 0, 64), FIELD(file, 64, 64), FIELD(dir
               FIELD(state, 260, 4));
 static_assert(sizeof(logList) == 8 * sizeof(log_entry));
 
-// As the program found them.
+// These are the values that the program started with.
 const bool was_init = isInit != 0 || isLogSysInit() != 0;
 const int first_state = logList[0].state;
 
@@ -140,7 +140,7 @@ TEST_F(EventLog, AFileThatCannotBeOpenedTakesNoCategory) {
   EXPECT_EQ(-1, logList[0].state);
   for (int i = 0; i < 8; i++)
     create("log", std::to_string(i));
-  EXPECT_EQ(-2, create("wan", "wan.log", dir + "/absent")); // it comes before the want of a category
+  EXPECT_EQ(-2, create("wan", "wan.log", dir + "/absent")); // the file is opened before a category is looked for
 }
 
 TEST_F(EventLog, ADirectoryWithoutPermissionRefuses) {
@@ -206,11 +206,11 @@ TEST_F(EventLog, OfAnOverlongDirectoryTheFirst127CharactersCount) {
   ASSERT_EQ(0, mkdir(fits.c_str(), 0755));
   ASSERT_EQ(0, mkdir((fits + "e").c_str(), 0755));
   const std::string file(63, 'f');
-  ASSERT_EQ(0, create("a", file, fits)); // the longest path of all
+  ASSERT_EQ(0, create("a", file, fits)); // no path can be longer
   put(0, 128);
   const auto files = files_in(fits);
   ASSERT_EQ(1u, files.size());
-  EXPECT_EQ(file + "_", files[0].substr(0, 64)); // and its renamed name whole
+  EXPECT_EQ(file + "_", files[0].substr(0, 64)); // the new name is not cut either
   EXPECT_GE(files[0].size(), 64u + 10);
   ASSERT_EQ(1, create("b", "x", fits + "e"));
   EXPECT_TRUE(exists(fits + "e/x"));

@@ -20,7 +20,7 @@
 
 namespace {
 
-// Where the system logger would listen.
+// A socket where the system logger would listen.
 class SystemLogger {
  public:
   SystemLogger() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -37,13 +37,13 @@ class SystemLogger {
   SystemLogger(const SystemLogger &) = delete;
   SystemLogger &operator=(const SystemLogger &) = delete;
 
-  // The next message, or empty when there is none.
+  // Returns the next message, an empty text if there is none.
   std::string next() const {
     std::vector<char> bytes(70000);
     const ssize_t length = recv(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT);
     return length < 0 ? "" : std::string(bytes.data(), static_cast<size_t>(length));
   }
-  // Fills the queue, so that whoever sends next has to wait.
+  // Fills the queue, so that the next sender has to wait.
   void fill() const {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -58,14 +58,14 @@ class SystemLogger {
   int fd_;
 };
 
-// The message without its time, which is checked for its form.
+// Checks the form of the time in a message and returns the message without it.
 std::string without_time(const std::string &message) {
   static const std::regex form("^(<\\d+>)[A-Z][a-z]{2} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d ");
   EXPECT_TRUE(std::regex_search(message, form)) << message;
   return std::regex_replace(message, form, "$1", std::regex_constants::format_first_only);
 }
 
-// What the console shows of a message.
+// Returns what the console shows of a message of this thread.
 std::string echo(const std::string &file, const std::string &line, const std::string &func, const std::string &text) {
   const int id = static_cast<int>(syscall(SYS_gettid));
   char header[4096];
@@ -139,7 +139,7 @@ TEST_F(SysLog, TheConsoleShowsTheMessageAfterItsOwnHeader) {
   EXPECT_EQ(first, sandbox::console_text());
   EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]100%|%s%n\n\n", without_time(logger.next()));
 
-  // Nothing adds a newline, and wide names are shown whole.
+  // No newline is added, and wide names are shown whole.
   EXPECT_EQ(0, __syslogprintf(semid, "router", "a_file_name_of_30_characters_xx", -123456,
                               "a_function_of_many_characters", 4, "no newline"));
   EXPECT_EQ(first + echo("a_file_name_of_30_characters_xx", "-123456", "a_function_of_many_characters", "no newline"),
@@ -203,7 +203,7 @@ TEST_F(SysLog, TheResultIsThatOfGivingTheSemaphoreBack) {
     semid_ds *status;
   } highest = {32767};
   ASSERT_EQ(0, semctl(semid, 0, SETVAL, highest));
-  // The down succeeds, and a full counter is made behind its back before the up.
+  // The down succeeds. Before the up the test sets the counter to its maximum.
   logger.fill();
   int result = -1;
   sandbox::Captured errors(STDERR_FILENO);
@@ -224,7 +224,7 @@ TEST_F(SysLog, HoldsTheSemaphoreWhileTheSystemLoggerTakesTheMessage) {
   std::thread sender([&] { result = __syslogprintf(semid, "router", "caller", 7, "main", 4, "hello"); });
   while (counter() != 0)
     usleep(500);
-  usleep(20000); // it would be given back by now if nobody waited
+  usleep(20000); // a sender that does not wait would have given it back by now
   EXPECT_EQ(0, counter());
   std::string last;
   for (std::string message = logger.next(); !message.empty(); message = logger.next())

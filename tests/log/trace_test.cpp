@@ -34,8 +34,8 @@ int in_a_thread(int (*body)()) {
   return result;
 }
 
-// Runs `speak` in the main thread of a process 312 and in its threads 314 to 321, one after the other. The numbers are
-// those of a fresh process-id namespace, which gives them out in order; 313 may go to a sanitizer or an emulator.
+// Runs `speak` in the main thread of a process 312 and in its threads 314 to 321, one after the other. A fresh
+// process-id namespace gives its numbers out in order. 313 is left out because a sanitizer or an emulator may take it.
 int in_process_312(void (*speak)()) {
   return sandbox::in_child([=] {
     if (unshare(CLONE_NEWPID) != 0)
@@ -61,7 +61,7 @@ int in_process_312(void (*speak)()) {
   });
 }
 
-// The line numbers of the library's sources come and go. What is checked is their column: five wide, right-justified.
+// Replaces line numbers, which change with the library's sources, but checks that they are right-justified to five.
 std::string without_line_numbers(const std::string &text) {
   static const std::regex column(":( {4}\\d| {3}\\d\\d| {2}\\d{3}| \\d{4}) ");
   return std::regex_replace(text, column, ":LLLLL ");
@@ -74,7 +74,7 @@ std::string padded(int id) {
   return text;
 }
 
-// How every thread header of the calling thread begins.
+// Returns how every long header of the calling thread begins.
 std::string header_start() {
   const int id = kernel_thread_id();
   return "\033[1m\033[40;" + std::to_string(31 + id % 8) + "m[" + padded(getpid()) + "|" + padded(id) + " ";

@@ -1,4 +1,4 @@
-// A pool of tracked memory, and looks at it from outside.
+// A pool of tracked memory, and what tests see of it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ inline std::string printed() {
   return output.text();
 }
 
-// The dump's lines about a block, up to its bytes.
+// Returns the dump's lines about a block, up to its bytes.
 inline std::string heading(int number, const void *block, uint32_t flag, uint32_t size, uint32_t members) {
   char text[400];
   snprintf(text, sizeof(text),
@@ -48,7 +48,7 @@ inline std::string heading(int number, const void *block, uint32_t flag, uint32_
   return text;
 }
 
-// How many blocks are live.
+// Returns the number of live blocks.
 inline size_t live() {
   const std::string dump = printed();
   size_t count = 0;
@@ -69,13 +69,13 @@ class TrackedMemory : public testing::Test {
     EXPECT_EQ("POOL EMPTY\n", printed());
   }
 
-  // Every test but those of failing semaphores ends with it free and nothing traced.
+  // Every test ends with this, save those of failing semaphores.
   static void expect_free() {
     EXPECT_EQ(1, counter());
     EXPECT_EQ("", sandbox::console_text());
   }
 
-  // That the operation `func` had a down and an up that failed.
+  // Expects the traces of a down and an up that failed in `func`.
   static void expect_failed_lock(const char *func) {
     const auto messages = sandbox::console_messages();
     ASSERT_EQ(2u, messages.size()) << func;

@@ -26,12 +26,12 @@ using memory::TrackedMemory;
 
 TEST_F(TrackedMemory, TakesNoSemaphoreForWhatIsRefusedAnyway) {
   void *const block = xmalloc(10, 1);
-  ASSERT_EQ(0, downdown(semaphore(), "test", 1, "test", 0)); // whoever takes it now waits for ever
+  ASSERT_EQ(0, downdown(semaphore(), "test", 1, "test", 0)); // the next to take it would wait for ever
   EXPECT_EQ(nullptr, xmalloc(0, 0));
   EXPECT_EQ(nullptr, xcalloc(0, 10, 0));
   EXPECT_EQ(nullptr, xrealloc(block, 0, 0));
   EXPECT_EQ(nullptr, xrealloc(nullptr, 10, 0));
-  EXPECT_NE("POOL EMPTY\n", printed()); // nor for printing
+  EXPECT_NE("POOL EMPTY\n", printed()); // printing does not take it either
   EXPECT_EQ(0, upup(semaphore(), "test", 1, "test", 0));
   expect_free();
 }
@@ -54,7 +54,7 @@ TEST_F(TrackedMemory, ASemaphoreThatIsGoneIsReportedAndTheWorkIsDone) {
   for (int i = 0; i < 4; i++)
     expected += "sem down: Invalid argument\nsem up: Invalid argument\n";
   EXPECT_EQ(expected, errors.text());
-  xfree(stays); // ends the pool: there is nothing to give back
+  xfree(stays); // it ends the pool, so that there is no semaphore to give back
   EXPECT_EQ(expected + "sem down: Invalid argument\n", errors.text());
   EXPECT_EQ(nullptr, xmalloc(8, 0));
 }
@@ -160,7 +160,7 @@ TEST_F(TrackedMemory, ThreadsShareTheTable) {
 }
 
 TEST_F(TrackedMemory, EndsAndBeginsBetweenThreads) {
-  // Each free may be the one that ends the pool, under the feet of the other thread.
+  // Each free may end the pool while the other thread is using it.
   const auto work = [] {
     for (int round = 0; round < 300; round++) {
       xmem_init(key);

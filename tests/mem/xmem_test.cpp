@@ -14,7 +14,7 @@
 #include "support/sandbox.h"
 #include "torvane.h"
 
-// Sanitizers end a program that asks for more memory than there is, unless they are told that it knows.
+// Sanitizers end a program that asks for more memory than there is, unless this option is set.
 extern "C" __attribute__((visibility("default"), used)) const char *__asan_default_options() {
   return "allocator_may_return_null=1";
 }
@@ -130,7 +130,7 @@ TEST_F(TrackedMemory, The257thBlockIsRefusedAndAFreedPlaceIsTakenAgain) {
   EXPECT_EQ(table_size - 1, live());
   EXPECT_NE(nullptr, xmalloc(8, 0));
   EXPECT_EQ(nullptr, xmalloc(8, 0));
-  void *const renewed = xrealloc(blocks[7], 16, 0); // a full table has room for a new block in an old place
+  void *const renewed = xrealloc(blocks[7], 16, 0); // in a full table the new block takes the old place
   EXPECT_NE(nullptr, renewed);
   expect_free();
 }
@@ -228,7 +228,7 @@ TEST_F(TrackedMemory, ALivePoolIsNotMadeAgain) {
   const int id = semaphore();
   ASSERT_EQ(0, downdown(id, "test", 1, "test", 0));
   EXPECT_EQ(-1, xmem_init(key));
-  EXPECT_EQ(0, counter()); // and nobody's lock is released
+  EXPECT_EQ(0, counter()); // the lock that is held is not released
   EXPECT_EQ(-1, xmem_init(key + 1));
   EXPECT_EQ(-1, semget(key + 1, 0, 0));
   EXPECT_EQ(0, upup(id, "test", 1, "test", 0));

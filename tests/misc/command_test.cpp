@@ -39,7 +39,7 @@ class Execl : public misc::Processes {};
 class SystemRead : public misc::Processes {};
 class ExecSystem : public misc::Processes {};
 
-// A command of exactly this many bytes whose effect shows all of them: `size` bytes minus those around it, to /run/out.
+// A command of exactly `size` bytes. It prints most of them to /run/out, so that a command that was cut would show.
 struct Sized {
   explicit Sized(size_t size) : payload(size - strlen("printf %s '' >/run/out"), 'x') {
     payload.front() = '<';
@@ -49,7 +49,8 @@ struct Sized {
   std::string payload, command;
 };
 
-// From now on this process can have no more children: those would live in a namespace whose first process is gone.
+// Leaves this process unable to have children, because the first process of their namespace is gone. Returns whether
+// that worked.
 bool have_no_more_children() {
   if (unshare(CLONE_NEWPID) != 0 || in_child([] { return 0; }) != 0)
     return false;
@@ -59,13 +60,13 @@ bool have_no_more_children() {
   return one_more == -1;
 }
 
-// Waits until a child has ended, and leaves it to be waited for.
+// Waits until a child has ended, but does not reap it.
 void await_end(pid_t child) {
   siginfo_t info;
   waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
 }
 
-// Without the attribute by which the compiler objects to a null format.
+// These lack the attribute by which the compiler objects to a null format.
 int (*const system_unchecked)(const char *, int, const char *, const char *, ...) = __system;
 int (*const execl_unchecked)(const char *, ...) = _execl;
 FILE *(*const system_read_unchecked)(const char *, ...) = _system_read;
@@ -341,7 +342,7 @@ TEST_F(ExecSystem, DoesNotLookAtTheCommandsStatus) {
 
 TEST_F(ExecSystem, WaitsForTheEndWithoutReading) {
   sandbox::Captured output(STDOUT_FILENO);
-  EXPECT_EQ(0, exec_system("yes 2>/dev/null")); // whoever prints is ended by the closed pipe
+  EXPECT_EQ(0, exec_system("yes 2>/dev/null")); // the closed pipe ends a command that prints
   EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
   EXPECT_EQ("execute command (yes 2>/dev/null) success\n", output.text());
 }

@@ -30,7 +30,7 @@ class Test : public testing::Test {
   }
 };
 
-// Every test ends with all its children waited for.
+// At the end of every test, all its children have been waited for.
 class Processes : public Test {
  protected:
   void SetUp() override {

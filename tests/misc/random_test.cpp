@@ -120,9 +120,9 @@ TEST_F(Random, ClosesTheDevice) {
 
 namespace {
 
-// The 280 bytes as one text, terminators included.
+// Returns the 280 bytes as one text, terminators included.
 std::string uuids(const unsigned char (&mac)[6]) {
-  const std::unique_ptr<char[]> out(new char[280]); // exactly, so that a byte too many is seen
+  const std::unique_ptr<char[]> out(new char[280]); // no more, so that a sanitizer sees a byte too many
   memset(out.get(), '#', 280);
   EXPECT_EQ(0, WscGenerateUUID(mac, out.get()));
   return std::string(out.get(), 280);

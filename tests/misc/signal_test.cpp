@@ -89,7 +89,7 @@ TEST_F(Kill, RefusesEveryProcessTheOwnGroupAndInit) {
   }
 }
 
-// A process and its child in a group of their own hold the signal back and look whether it came.
+// A process and its child are in a group of their own, block the signal and look whether it is pending.
 TEST_F(Kill, SignalsNobodyWhenItRefuses) {
   const auto signalled = [] {
     sigset_t pending;

@@ -69,15 +69,15 @@ TEST_F(Class, AddTellsWhyNot) {
     int result;
   } cases[] = {
       {"htb", 9, 60, &params, 1},    // no such parent
-      {"htb", 9, 1, &params, 1},     // no such parent, before the id is looked at
+      {"htb", 9, 1, &params, 1},     // the parent is checked before the id
       {"htb", 1, 1, &params, 2},     // its own parent
       {"htb", 1, 2, &params, 2},     // a child of the same parent
       {"htb", 2, 3, &params, 2},     // elsewhere
       {"htb", 1, 31, &params, 2},    // deeper
       {"htb", 1, 50, &params, 2},    // a top-level class
       {"hfsc", 2, 3, &params, 2},    //
-      {"pfifo", 0, 1, &params, 4},   // types without classes of one's own
-      {"pfifo", 9, 1, &params, 4},   // before the parent is looked at
+      {"pfifo", 0, 1, &params, 4},   // its type has no classes but the library's
+      {"pfifo", 9, 1, &params, 4},   // the type is checked before the parent
       {"prio", 0, 9, &params, 4},    //
       {"prio", 1, 1, &params, 4},    //
       {"unknown", 1, 9, &params, 4}, //
@@ -121,7 +121,7 @@ TEST_F(Class, TopLevelMayRepeatAnIdAndTheFirstOnTheWalkIsFound) {
 }
 
 TEST_F(Class, SearchGoesDepthFirstParentsBeforeChildren) {
-  // Top level 7(8(9)), 9, 8: each of 8 and 9 stands twice, told apart by its rate.
+  // The top level is 7(8(9)), 9, 8. Each of 8 and 9 is there twice, and rates tell them apart.
   trees::add_bare_htb("eth1");
   trees::add_htb_class("eth1", 0, 7);
   trees::add_htb_class("eth1", 7, 8, {81, 0, 0, 0, 0});

@@ -1,4 +1,4 @@
-// Scripts run with the machine's own tools on a pair of virtual interfaces: what the kernel makes of them.
+// Scripts run with the machine's own tools on a pair of virtual interfaces, and the kernel shows what they made.
 #include "qos/tree_builders.h"
 
 namespace {
@@ -25,7 +25,7 @@ class Kernel : public trees::Test {
  protected:
   void SetUp() override {
     trees::Test::SetUp();
-    // What the tests need of tools and kernel, tried with the tools alone.
+    // Without the library, this tries whether tools and kernel have what the tests need.
     const std::string dev = ifname;
     for (const std::string &needed :
          {"ip link add " + dev + " type veth peer name veth1", "ip link set " + dev + " up",
@@ -44,7 +44,7 @@ class Kernel : public trees::Test {
     }
     empty_table_ = mangle_table();
 
-    // A tree of what most kernels have: no fair queueing on class 2.
+    // The tree consists of what most kernels have, so class 2 has no fair queueing.
     trees::add_htb(ifname, 3, trees::eight_marks);
     const leaf_qdisc limited = trees::pfifo(50), bucket = trees::tbf(50, 20000, 6000);
     add_leaf_qdisc(ifname, 2, &limited);
@@ -68,7 +68,7 @@ class Kernel : public trees::Test {
     trees::Test::TearDown();
   }
 
-  // Some kernels have no filters by mark, and tc complains; nothing else changes.
+  // On some kernels tc complains that there are no filters by mark. Nothing else changes.
   int quietly(int (*operation)(const char *)) {
     const sandbox::Captured output(1), errors(2);
     return operation(ifname);
@@ -76,7 +76,7 @@ class Kernel : public trees::Test {
 
   void expect_started() {
     const std::string tree = classes();
-    // Bursts are left out: the kernel keeps them as times, and they come back rounded.
+    // Bursts are left out because the kernel keeps them as times and rounds them.
     for (const char *line : {"class htb 1:1 root rate 100Mbit ceil 100Mbit ",
                              "class htb 1:2 parent 1:1 leaf 20: prio 0 rate 100Mbit ceil 100Mbit ",
                              "class htb 1:3 parent 1:1 leaf 30: prio 0 rate 20Mbit ceil 20Mbit ",

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Records without pointers are alike on every machine.
+// Records without pointers are the same on every machine.
 
 RECORD_LAYOUT(automark, 18, FIELD(enable, 0, 1), FIELD(mark, 2, 16));
 RECORD_LAYOUT(root_params_pfifo, 4, FIELD(txqueuelen, 0, 4));
@@ -44,7 +44,7 @@ RECORD_LAYOUT(qos_target, 24, FIELD(target_flags, 0, 4), FIELD(mark, 4, 4), FIEL
               FIELD(set_value, 12, 4), FIELD(vlan_prio, 16, 1), FIELD(vlan_tag_id, 18, 2), FIELD(vlan_double, 20, 1),
               FIELD(log, 22, 1));
 
-// These records have pointers, so that their layouts hold where pointers have 32 bits.
+// These records hold pointers, so their layouts are told for machines whose pointers have 32 bits.
 
 RECORD_LAYOUT_32(root_qdisc, 112, FIELD(link_rate, 0, 8), FIELD(phy_rate, 8, 8), FIELD(ifname, 16, 32),
                  FIELD(type, 48, 4), FIELD(node, 52, 8), FIELD(classes, 60, 8), FIELD(rules, 68, 8),

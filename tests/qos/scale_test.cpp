@@ -1,4 +1,4 @@
-// Trees far larger than any router's: what they cost must grow with their size and no faster.
+// The cost of trees far larger than any router's must grow with their size and no faster.
 #include <time.h>
 
 #include <algorithm>
@@ -10,7 +10,7 @@ namespace {
 using trees::count;
 using Scale = trees::Test;
 
-// Four times the work may take this many times as long; work that grows with the square takes sixteen times.
+// Four times the work may take this many times as long. Quadratic growth would take sixteen times as long.
 constexpr double bound_for_four_times = 8;
 
 double processor_seconds() {
@@ -19,7 +19,7 @@ double processor_seconds() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// The quickest of several runs: the one that the machine's other work disturbed least.
+// Returns the time of the quickest of several runs, which other work of the machine disturbed least.
 template <typename Work>
 double best_time(Work work) {
   double best = 1e9;
@@ -31,7 +31,7 @@ double best_time(Work work) {
   return best;
 }
 
-// Classes 1 to `classes` in families of 100: the first of each at the top level, the others its children.
+// Adds classes 1 to `classes` in families of 100. The first of each is at the top level, the others are its children.
 void add_families(const char *ifname, unsigned classes) {
   trees::add_bare_htb(ifname);
   uint16_t parent = 0;
@@ -62,7 +62,7 @@ void add_rules(const char *ifname, unsigned rules) {
     ASSERT_EQ(1u, add_qos_rule(ifname, static_cast<uint8_t>(index), &match, &target));
 }
 
-// Everything that the start script of a tree says after its first lines.
+// Returns all of a start script but its first lines.
 std::string commands_of(const char *ifname) {
   return sandbox::written([=](FILE *out) {
     root_qdisc *root = root_qdisc_find_by_name(ifname);
@@ -100,7 +100,7 @@ TEST_F(Scale, WritingAScriptGrowsWithTheTree) {
 TEST_F(Scale, StartScriptOfAFullTreeIsWhole) {
   add_families("eth4", 4000);
   add_rules("eth4", 255);
-  // No tool is found, so that the shell goes through the script without starting anything.
+  // The shell finds no tool, so it goes through the script without starting anything.
   const std::string path = getenv("PATH");
   sandbox::Captured errors(2);
   setenv("PATH", "/nowhere", 1);

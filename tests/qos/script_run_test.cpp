@@ -96,7 +96,7 @@ TEST_F(ScriptRun, ReplacesThePreviousScriptAndSetsItsMode) {
     EXPECT_EQ(stop, read_file(stop_script));
     EXPECT_EQ(0700, sandbox::mode_of(start_script));
     EXPECT_EQ(0700, sandbox::mode_of(stop_script));
-    if (mask == 0777) { // a new file gets its mode all the same
+    if (mask == 0777) { // a new file gets its mode in spite of the mask
       unlink(start_script);
       const mode_t none = umask(0777);
       EXPECT_EQ(1, start_qos("eth1"));
@@ -142,7 +142,7 @@ TEST_F(ScriptRun, UnknownInterfaceIsTracedAndTouchesNoFile) {
     sandbox::clear_console();
     EXPECT_EQ(0, run("eth9"));
     const std::vector<sandbox::Trace> traces = sandbox::console();
-    ASSERT_EQ(1u, traces.size()); // restart: one lookup, so nothing was started
+    ASSERT_EQ(1u, traces.size()); // a restart looks up once and does not go on
     EXPECT_EQ("eth9 not found!!\n", traces[0].message);
     EXPECT_EQ("root_qdisc_find_by_name", traces[0].func);
     EXPECT_EQ(0, run(nullptr));

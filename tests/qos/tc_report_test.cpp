@@ -8,7 +8,7 @@ using trees::Messages;
 
 using Report = trees::Test;
 
-// What a report writes to the console, each line after the function its header names: "draw_class|class: ...\n".
+// Returns what a report writes to the console, each line after the function in its header: "draw_class|class: ...\n".
 template <typename Writer>
 std::string report_of(Writer report) {
   sandbox::clear_console();
@@ -191,7 +191,7 @@ TEST_F(Report, HtbNumbersWidenTheirColumns) {
 }
 
 TEST_F(Report, AnyListFindsItsOwnerAndClassOneShowsItselfAsParent) {
-  // 7(1(8(9)),10), then another 1 at the top: class 1 is 1:1 wherever it stands.
+  // The tree is 7(1(8(9)),10), then another 1 at the top. Class 1 is shown as 1:1 anywhere.
   trees::add_prio("eth0", 1);
   trees::add_bare_htb("eth1");
   trees::add_htb_class("eth1", 0, 7);
@@ -251,7 +251,7 @@ TEST_F(Report, WithoutAConsoleNothingIsWrittenAndNothingBreaks) {
   EXPECT_EQ(fresh_htb_classes, report_of_classes("eth1"));
 }
 
-// A stream that finds no memory fails to open: that line alone is missing, whichever it is.
+// A stream for which there is no memory fails to open, and its line alone is missing.
 TEST_F(Report, ALineWhoseConsoleCannotBeOpenedIsSkippedAlone) {
   trees::add_htb("eth1");
   show_ifqos("eth1");

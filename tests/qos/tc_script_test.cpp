@@ -24,7 +24,7 @@ using StopScript = trees::Test;
 using ClassLines = trees::Test;
 using CurveText = trees::Test;
 
-// Those of trees::eight_marks.
+// The commands of trees::eight_marks.
 constexpr char automatic_marks[] =
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 100 -j MARK --set-mark 0x2 2>/dev/null\n"
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 200 -j MARK --set-mark 0x3 2>/dev/null\n"
@@ -35,7 +35,7 @@ constexpr char automatic_marks[] =
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 700 -j MARK --set-mark 0x7 2>/dev/null\n"
     "iptables -t mangle -A QOS_eth1_AUTO -m connmark --mark 800 -j MARK --set-mark 0x8 2>/dev/null\n";
 
-// The start script of an interface whose tools are stood in for.
+// Runs start_qos with stand-ins for its tools and returns the script.
 std::string start_script_of(const char *ifname) {
   const sandbox::StandIns stand_ins(tools);
   EXPECT_EQ(1, start_qos(ifname));
@@ -203,7 +203,7 @@ TEST_F(StartScript, OfAnUnknownLeafTypeRunsItsOpenLineIntoTheFilter) {
 }
 
 TEST_F(StopScript, RemovesTheRootAndTheChainsWhateverTheTree) {
-  const uint32_t unknown = 4; // what a PRIO tree is turned into for its turn
+  const uint32_t unknown = 4; // a PRIO tree is given this type
   for (uint32_t type = QOS_ROOT_PFIFO_FAST; type <= unknown; type++) {
     SCOPED_TRACE(type);
     const uint32_t real_type = type == unknown ? uint32_t{QOS_ROOT_PRIO} : type;
@@ -255,7 +255,7 @@ TEST_F(ClassLines, HtbWritesBurstsThatAreNotZero) {
 
 TEST_F(ClassLines, HfscWritesTheUpperLimitAndTheFirstOtherCurveThatIsSet) {
   const hfsc_curve ul = {1, 2, 3}, sc = {4, 5, 6}, ls = {7, 8, 9}, rt = {10, 11, 12};
-  const hfsc_curve none = {99, 99, 0}; // not set, whatever else is in it
+  const hfsc_curve none = {99, 99, 0}; // without a rate a curve is not set
   const struct {
     hfsc_params params;
     const char *on_leaf, *on_inner;
@@ -424,7 +424,7 @@ TEST_F(ClassLines, IdsAreHexadecimalAndPaddedToThreeColumnsInTcsClassNumbers) {
 }
 
 TEST_F(ClassLines, AnyListFindsItsOwnerAndClassOneHangsFromTheRoot) {
-  // 7(1(8(9)),10): class 1 below another one.
+  // In the tree 7(1(8(9)),10) class 1 is below another class.
   trees::add_prio("eth0", 2);
   trees::add_bare_htb("eth1");
   trees::add_htb("eth2");
@@ -454,7 +454,7 @@ TEST_F(ClassLines, AnyListFindsItsOwnerAndClassOneHangsFromTheRoot) {
           below_7,
       lines_of("dummy", &root_qdisc_find_by_name("eth1")->classes));
 
-  // Band 2 of another tree, and a list without classes.
+  // The bands of another tree have their own numbers, and a list without classes has no lines.
   EXPECT_EQ(
       "tc qdisc add dev dummy parent 1:0x1   handle 0x10: pfifo \n"
       "tc filter add dev dummy parent 1:0 protocol ip prio 50 handle 0x1 fw classid 1:0x1\n"

@@ -1,4 +1,4 @@
-// Trees for the tests, texts of what is in them, and a fixture that leaves none behind.
+// Functions that build trees and describe them, and a fixture that leaves none behind.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ inline constexpr uint32_t speeds[4] = {20000, 30000, 100000, 200000}; // link pa
 inline constexpr automark no_marks = {};
 inline constexpr automark eight_marks = {1, {2, 3, 0xff, 0, 5, 0xffff, 7, 8}};
 
-// A copy on the heap without a byte to spare, so that a sanitizer sees who reads past its end.
+// Returns a copy on the heap without a byte to spare, so that a sanitizer sees a read past its end.
 template <typename Block>
 std::unique_ptr<Block> exact(const Block &block) {
   return std::make_unique<Block>(block);
@@ -59,7 +59,7 @@ inline int add_any(const char *ifname, uint32_t type) {
   }
 }
 
-// An HTB tree without its default classes.
+// Adds an HTB tree without its default classes.
 inline void add_bare_htb(const char *ifname) {
   add_htb(ifname);
   del_class(ifname, 1);
@@ -118,7 +118,8 @@ inline std::string bytes_of(const void *block, size_t size) {
   return std::string(static_cast<const char *>(block), size);
 }
 
-// The classes below a list head by their ids, "1(2~10,3)": children in parentheses, ~ and the seconds of an SFQ leaf.
+// Describes the classes below a list head by their ids: "1(2~10,3)" has children in parentheses, and ~ before the
+// seconds of an SFQ leaf.
 inline std::string shape(const list_node *head) {
   std::string text;
   for (list_node *node = head->next; node != head; node = node->next) {
@@ -134,7 +135,7 @@ inline std::string shape(const list_node *head) {
   return text;
 }
 
-// The classes of an interface's tree; "none" when there is no such tree.
+// Describes the classes of an interface's tree; "none" if there is no such tree.
 inline std::string shape(const char *ifname) {
   for (list_node *node = qos_root.next; node != &qos_root; node = node->next)
     if (strcmp(root_of(node)->ifname, ifname) == 0)
@@ -142,7 +143,7 @@ inline std::string shape(const char *ifname) {
   return "none";
 }
 
-// The names on qos_root, "eth1 eth2 ".
+// Returns the names on qos_root: "eth1 eth2 ".
 inline std::string interfaces() {
   std::string text;
   for (list_node *node = qos_root.next; node != &qos_root; node = node->next)

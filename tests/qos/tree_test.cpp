@@ -14,7 +14,8 @@ using RootQdisc = trees::Test;
 using Automark = trees::Test;
 using Lookup = trees::Test;
 
-// Every outcome of making a tree while one allocation after the other fails, "result:classes", without repetitions.
+// Makes a tree while one allocation after the other fails. Returns the outcomes as "result:classes", without
+// repetitions.
 Messages outcomes_of_failed_allocations(uint32_t type, const void *params) {
   Messages outcomes;
   const auto add_root = [=] { return add_root_qdisc(trees::speeds, "eth1", type, params); };
@@ -202,7 +203,7 @@ TEST_F(RootQdisc, LongerNameIsCutTo31CharactersAndFoundByThem) {
 TEST_F(RootQdisc, WithoutMemoryThereIsNoTreeOrOneWithTheClassesThatCouldBeMade) {
   static const root_params_prio params = {4, {}, {}}; // as long as the longest block
   EXPECT_EQ((Messages{"3:none", "0:"}), outcomes_of_failed_allocations(QOS_ROOT_PFIFO_FAST, &params));
-  // Without class 1 there is nothing to put 2 and 3 under.
+  // Without class 1 there is no parent for 2 and 3.
   const Messages tree = {"3:none", "0:", "0:1(3)", "0:1(2~10)", "0:1(2~10,3)"};
   EXPECT_EQ(tree, outcomes_of_failed_allocations(QOS_ROOT_HTB, &params));
   EXPECT_EQ(tree, outcomes_of_failed_allocations(QOS_ROOT_HFSC, &params));
@@ -249,7 +250,7 @@ TEST_F(RootQdisc, DeletionWithAnOverwrittenTypeLeavesTheClasses) {
   EXPECT_EQ("Internel error occur at not define root qdisc type\n", traces[0].message);
   EXPECT_EQ("del_root_qdisc", traces[0].func);
 
-  // Another tree adopts what is left, and takes it with it.
+  // Another tree adopts the classes that are left, and its deletion frees them.
   trees::add_bare_htb("eth2");
   list_add_tail(&top->node, &root_qdisc_find_by_name("eth2")->classes);
   EXPECT_EQ("1(2~10,3)", shape("eth2"));
@@ -273,7 +274,7 @@ TEST_F(Automark, IsCopiedWholeAndTellsWhetherItIsOn) {
       SCOPED_TRACE(std::to_string(type) + " " + std::to_string(enable));
       std::string marks =
           "?\x99"
-          "ABCDEFGHIJKLMNOP"; // the byte after `enable` is padding, and goes along
+          "ABCDEFGHIJKLMNOP"; // the byte after `enable` is padding and is copied too
       marks[0] = static_cast<char>(enable);
       std::string params(type == QOS_ROOT_PRIO ? 18 : 2, '\1');
       params += marks;

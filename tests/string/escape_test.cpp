@@ -14,7 +14,7 @@ using sandbox::GuardedMemory;
 
 namespace {
 
-// By code, so that no table of the library's own is used: the characters that each function treats.
+// The characters that each function treats are listed by their codes, so that the library's tables are not used.
 
 bool is_forbidden(int code) {
   switch (code) {
@@ -46,7 +46,8 @@ bool is_forbidden(int code) {
   }
 }
 
-// Those that escapeShellCommand gives a backslash: the forbidden ones and the dollar, without the single quote.
+// Returns whether escapeShellCommand puts a backslash before it: before the forbidden ones but the single quote, and
+// before the dollar.
 bool is_escaped(int code) {
   return code == 36 || (code != 39 && is_forbidden(code));
 }
@@ -89,7 +90,7 @@ std::string of_byte(int code) {
   return std::string(1, static_cast<char>(code));
 }
 
-// What hasInjectionString prints, the line number left out; its result in `result`.
+// Returns what hasInjectionString prints, without the line number, and stores its result in `result`.
 std::string printed_for(const char *text, int &result) {
   std::string printed;
   {
@@ -122,7 +123,7 @@ std::string escaped(const std::string &text) {
   return out.data();
 }
 
-// With the room that callers give: twice the length.
+// Converts into a buffer of twice the length, as callers do.
 std::string converted(const std::string &text) {
   GuardedMemory source(text.size()), out(text.size() * 2);
   memcpy(source.data(), text.data(), text.size());

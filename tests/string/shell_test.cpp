@@ -21,10 +21,9 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// Every script begins so. `p` records how many arguments it got and each of them, with a zero byte behind: no argument
-// holds one. Were a command to run besides `p`, it would be "canary", or one that is not there and is complained about,
-// or it would have eaten a part of the text, which then is missing in an argument. There is no other way to run
-// anything: PATH leads nowhere.
+// Every script begins with this. `p` records how many arguments it got and each of them, with a zero byte behind it,
+// which no argument contains. If a command ran besides `p`, it would be "canary"; or the shell would complain that it
+// does not exist, because PATH leads nowhere; or a part of the text would be missing in an argument.
 constexpr char preamble[] =
     "PATH=/run/shell/nowhere HOME=/run/shell/home\n"
     "unset ENV BASH_ENV CDPATH OLDPWD\n"
@@ -52,7 +51,7 @@ Run run_script(const std::string &shell, const std::string &body) {
           !std::filesystem::is_empty("/run/shell/work")};
 }
 
-// What `p` records for these arguments.
+// Returns what `p` records for these arguments.
 std::string record(const Texts &arguments) {
   std::string text = std::to_string(arguments.size()) + '\0';
   for (const std::string &argument : arguments)
@@ -67,7 +66,7 @@ bool is_untouched(const Run &run) {
 using Guard = std::function<std::string(const std::string &)>;
 using Arguments = std::function<Texts(const std::string &)>;
 
-// One script that passes every text, guarded, to a command of its own, which has to get exactly the arguments expected.
+// Runs a script that passes each text, guarded, to a `p` of its own, which must get exactly the expected arguments.
 void expect_arguments(const std::string &shell, const Texts &texts, const Guard &guard, const Arguments &arguments) {
   std::string body, expected;
   for (const std::string &text : texts) {
@@ -80,7 +79,7 @@ void expect_arguments(const std::string &shell, const Texts &texts, const Guard 
   EXPECT_FALSE(run.left_files);
   if (run.arguments == expected)
     return;
-  // Where it went wrong first.
+  // The first text that went wrong is reported.
   size_t at = 0;
   for (const std::string &text : texts) {
     const std::string wanted = record(arguments(text));
@@ -112,8 +111,8 @@ std::string double_quoted(const std::string &text) {
   return "\"" + text + "\"";
 }
 
-// What a shell makes of escapeShellCommand's output: a newline is gone, blanks and tabs separate words, nothing comes
-// after the first single quote but that quote itself, as often as characters are left, if it has no partner.
+// Returns what a shell makes of escapeShellCommand's output. Newlines are gone, and blanks and tabs separate words. A
+// single quote ends the text; without a partner it is repeated for every character that is left.
 Texts words_of(const std::string &text) {
   Texts words;
   std::string word;
@@ -145,13 +144,13 @@ Texts itself(const std::string &text) {
   return {text};
 }
 
-// The texts that SpecialCharConvert does not turn into one word of their own. A tilde: "~" in every shell, and in some
-// "~+", "~-" and "~" with a digit, for directories that they remember.
+// Returns whether SpecialCharConvert does not turn the text into one word. Every shell replaces "~"; some also replace
+// "~+", "~-" and "~" with a digit by directories that they remember.
 bool is_beyond_converting(const std::string &text) {
   return text.empty() || text.find_first_of("\n\t") != std::string::npos || text[0] == '#' || text[0] == '~';
 }
 
-// The variables that a text of two characters can name.
+// A text of two characters can name these variables.
 bool names_a_variable(const std::string &text) {
   return text.size() == 2 && text[0] == '$' &&
          (isalnum(static_cast<unsigned char>(text[1])) || strchr("_@!$-", text[1]));
@@ -170,7 +169,7 @@ const Texts &short_texts() {
   return *texts;
 }
 
-// What would run the canary if it got through, between bytes of every kind.
+// Each text would run the canary if it got through; bytes of every kind stand around it.
 Texts hostile_texts(size_t count) {
   static const Texts pieces = {
       "canary", ";canary;",  "$(canary)",   "`canary`", "|canary", "&canary&", "\ncanary\n",  "&&canary", "||canary",
@@ -240,7 +239,7 @@ TEST_P(Shell, GetsHostileConvertedTextsAsOneWord) {
   expect_arguments(shell, those(hostile_texts(20000), std::not_fn(is_beyond_converting)), converted, itself);
 }
 
-// Each exception does what it is told to do; those of a text's first character, and of a newline or tab anywhere.
+// These are the exceptions: some first characters of a text, and a newline or tab anywhere.
 TEST_P(Shell, MakesSomethingElseOfConvertedTextsThatAreBeyondIt) {
   const auto run = [&](const std::string &text) { return run_script(shell, "p " + converted(text) + "\n"); };
   EXPECT_EQ(record({}), run("").arguments);
@@ -254,7 +253,7 @@ TEST_P(Shell, MakesSomethingElseOfConvertedTextsThatAreBeyondIt) {
   EXPECT_TRUE(run("\ncanary").canary_ran);
 }
 
-// And no short text besides is one: a newline and a tab count wherever they stand, a hash at the start.
+// No other short text is an exception. A newline or tab counts anywhere, a hash at the start.
 TEST_P(Shell, MakesSomethingElseOfEveryConvertedTextThatIsBeyondIt) {
   for (int code = 0; code < 256; code += 16) { // a process for each: every sixteenth byte, and none
     const std::string byte(code ? 1 : 0, static_cast<char>(code));
@@ -263,7 +262,7 @@ TEST_P(Shell, MakesSomethingElseOfEveryConvertedTextThatIsBeyondIt) {
   }
 }
 
-// Of short texts that begin with a tilde, those are replaced that name a directory which the shell knows.
+// A short text that begins with a tilde is replaced if it names a directory that the shell knows.
 TEST_P(Shell, ReplacesAFewTildes) {
   Texts texts = {"~"};
   for (int code = 1; code < 256; code++)

@@ -44,7 +44,7 @@ std::string replaced(const std::string &text, const char *pattern, const char *r
   return buffer.data();
 }
 
-// As it is told: the first occurrence replaced, copied back, and again on the whole text.
+// Replaces the first occurrence and starts again on the whole text, as the manual describes it.
 std::string replaced_pass_by_pass(std::string text, const std::string &pattern, const std::string &replacement) {
   for (size_t at; (at = text.find(pattern)) != std::string::npos;) {
     const std::string next = text.substr(0, at) + replacement + text.substr(at + pattern.size());
@@ -164,14 +164,14 @@ TEST(Replace, UsesNoMoreRoomThanTheResult) {
 }
 
 TEST(Replace, StopsBeforeAResultOf4096Bytes) {
-  // One byte more in each pass: the text may grow to 4095 characters.
+  // The text grows by one byte in each pass, up to 4095 characters.
   EXPECT_EQ(std::string(4095, 'x'), replaced(std::string(4093, 'x') + "a", "a", "xx", 4096));
   EXPECT_EQ(std::string(4094, 'x') + "a", replaced(std::string(4094, 'x') + "a", "a", "xx", 4096));
   EXPECT_EQ(std::string(4094, 'x') + "a", replaced(std::string(4092, 'x') + "aa", "a", "xx", 4096));
-  // A replacement that holds the pattern.
+  // These replacements hold the pattern.
   EXPECT_EQ(std::string(4094, 'b') + "a", replaced("a", "a", "ba"));
   EXPECT_EQ(std::string(4095, 'a'), replaced("a", "a", "aa"));
-  // A text that is too long already, and a pass that makes it fit.
+  // A text that is too long stays, unless the pass makes it fit.
   EXPECT_EQ(std::string(5000, 'x') + "a", replaced(std::string(5000, 'x') + "a", "a", "", 5002));
   EXPECT_EQ(std::string(4095, 'x'), replaced(std::string(4095, 'x') + "a", "a", "", 5000));
 }

@@ -1,4 +1,4 @@
-// A process of its own for a piece of a test: state that a process has only once, signals, limits, death.
+// Pieces of a test that need a process of their own: for signals, limits, death, or state that a process has only once.
 #pragma once
 
 #include <stdio.h>
@@ -7,8 +7,8 @@
 
 namespace sandbox {
 
-// Forks and returns the child's process id; the child runs `body` and ends with its result. No assertions in there:
-// what a body finds it tells by its result, or leaves in a file or on the console.
+// Forks and returns the child's process id. The child runs `body` and ends with its result. An assertion in `body`
+// would be lost with the child, so `body` reports by its result, by a file or by the console.
 template <typename Body>
 pid_t start_child(Body body) {
   fflush(nullptr);
@@ -18,18 +18,19 @@ pid_t start_child(Body body) {
   return child;
 }
 
-// The exit status of a child, -1 when a signal ended it or there is no such child.
+// Waits for a child. Returns its exit status, -1 if a signal ended it or there is no such child.
 inline int end_of_child(pid_t child) {
   int status;
   return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Runs `body` in a child and returns its result, -1 if a signal ended the child.
 template <typename Body>
 int in_child(Body body) {
   return end_of_child(start_child(body));
 }
 
-// A token passed between two processes, so that none has to sleep for another.
+// Passes a token between two processes, so that neither has to sleep until the other is ready.
 class Handshake {
  public:
   Handshake() {

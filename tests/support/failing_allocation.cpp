@@ -1,12 +1,12 @@
-// malloc, calloc and realloc of the test program: those of the C library or the sanitizer, but one call can be made
-// to fail. Programs override them for the libraries they load too, so this reaches the library under test.
+// The test program's own malloc, calloc and realloc. They call those of the C library or the sanitizer, but one call
+// can be made to fail. A program's own replace those of the libraries that it loads, and so of the library under test.
 #include <dlfcn.h>
 #include <stddef.h>
 
 #include "support/sandbox.h"
 
-// Sanitizers call these before they are ready themselves: nothing here may be instrumented (the build says so), come
-// from a template that another file instruments, or need a guard.
+// Sanitizers call these before they are ready themselves. So nothing here may be instrumented (the build takes care of
+// that), come from a template that another file instruments, or need a guard.
 namespace {
 
 unsigned calls_left;
@@ -19,7 +19,7 @@ bool fails_now() {
   return true;
 }
 
-// The next definition of `name`, looked up once and kept in `found`.
+// Returns the next definition of `name`, which is looked up once and kept in `found`.
 void *next_definition(void *&found, const char *name) {
   void *function = __atomic_load_n(&found, __ATOMIC_ACQUIRE);
   if (!function) {

@@ -14,7 +14,7 @@ namespace sandbox {
 enum class Against { PageBefore, PageBehind };
 constexpr Against both_sides[] = {Against::PageBefore, Against::PageBehind};
 
-// `size` bytes, the first or the last of them next to a page that nobody may touch. They hold `filler` at first.
+// A block of `size` bytes whose first or last byte is next to a page that cannot be touched. It is full of `filler`.
 class GuardedMemory {
  public:
   static constexpr char filler = '\xa5';
@@ -32,7 +32,7 @@ class GuardedMemory {
     data_ = side == Against::PageBefore ? map_ + page : map_ + page + inner - size;
     memset(map_ + page, filler, inner);
   }
-  // A text whose terminator is the last byte that may be read.
+  // Holds a text whose terminator is the last byte that can be read.
   explicit GuardedMemory(const std::string &text) : GuardedMemory(text.size() + 1) {
     memcpy(data_, text.c_str(), text.size() + 1);
   }
@@ -61,7 +61,7 @@ class GuardedMemory {
   size_t size_, mapped_;
 };
 
-// Whether `body` ends the process that runs it; what a sanitizer has to say about it is not shown.
+// Returns whether `body` ends the process that runs it. What a sanitizer prints about it is not shown.
 template <typename Body>
 bool faults(Body body) {
   return in_child([&] {

@@ -1,4 +1,4 @@
-// Runs a test program in its private world; where the machine allows none, every test is skipped with the reason.
+// Runs a test program in its private world. Where the machine allows none, every test is skipped with the reason.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned longest_test = 120; // seconds, under the slowest sanitizer on a busy machine
 
-// A test that hangs is ended by its alarm, and the program with it.
+// An alarm ends a test that hangs, and the program with it.
 class EndHangingTest : public testing::EmptyTestEventListener {
  public:
   void OnTestStart(const testing::TestInfo &) override {

@@ -1,4 +1,4 @@
-// Files and folders of the test's own in the place of others, while an object lives.
+// A test puts its own files and folders in the place of others while an object lives.
 #pragma once
 
 #include <errno.h>
@@ -33,7 +33,7 @@ class Mount {
   std::string path_;
 };
 
-// An empty file system at `path`.
+// Puts an empty file system at `path`.
 class OwnFiles : public Mount {
  public:
   explicit OwnFiles(const std::string &path, unsigned long flags = 0, const char *options = "mode=755")
@@ -43,7 +43,7 @@ class OwnFiles : public Mount {
   }
 };
 
-// The file or folder `by` at `path`. At its own path it stands there as before, but can no longer be renamed.
+// Puts the file or folder `by` at `path`. If they are the same, it only can no longer be renamed.
 class Replaced : public Mount {
  public:
   Replaced(const std::string &path, const std::string &by) : Mount(by.c_str(), path, nullptr, MS_BIND, nullptr) {}

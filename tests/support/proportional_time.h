@@ -1,4 +1,4 @@
-// Whether a text function takes time in proportion to its text.
+// Checks that a text function takes time in proportion to the length of its text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ inline std::string repeated(const std::string &piece, size_t times) {
   return text;
 }
 
-// The sanitizers' strstr measures all of the text that is left at every call: no search is linear with it.
+// The sanitizers' strstr measures the rest of the text at every call, so that no search is linear with it.
 constexpr bool times_are_real =
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     false;
@@ -24,7 +24,8 @@ constexpr bool times_are_real =
     true;
 #endif
 
-// Nanoseconds of processor time that `work` takes for each byte of a text of that size; the fastest of some runs.
+// Returns the nanoseconds of processor time that `work` takes for each byte of a text of `size` bytes, in the fastest
+// of several runs.
 template <typename Work>
 double nanoseconds_per_byte(size_t size, Work work) {
   const int rounds = size < 100000 ? 50 : 1;
@@ -40,7 +41,7 @@ double nanoseconds_per_byte(size_t size, Work work) {
   return fastest;
 }
 
-// Square growth would make a byte of the larger text a hundred times as dear.
+// With quadratic growth a byte of the larger text would take a hundred times as long.
 inline void expect_proportional(const std::string &what, double at_10_kB, double at_1_MB) {
   printf("%-24s %6.2f ns per byte of 10 kB, %6.2f of 1 MB\n", what.c_str(), at_10_kB, at_1_MB);
   EXPECT_LT(at_1_MB, 10 * at_10_kB + 5) << what;

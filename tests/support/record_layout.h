@@ -10,7 +10,7 @@
 
 namespace sandbox {
 
-// They are not constexpr: a call ends what the compiler evaluates, and the name becomes its message.
+// They are not constexpr, so that a call ends the compiler's evaluation, and its message shows their names.
 void record_has_another_size();
 void field_is_elsewhere();
 
@@ -36,21 +36,21 @@ constexpr bool every(Checked... field) {
 #define FIELD(field, offset, bytes) \
   sandbox::is_at(#field, offsetof(Record, field), sizeof(Record::field), (offset), (bytes))
 
-// Offsets and sizes may be told in terms of sizeof(void *).
+// Checks size and fields of a record. Both may be multiples of sizeof(void *).
 #define RECORD_LAYOUT(record, bytes, ...)                                             \
   static_assert([] {                                                                  \
     using Record = record;                                                            \
     return sandbox::has_size(sizeof(Record), (bytes)) && sandbox::every(__VA_ARGS__); \
   }())
 
-// The size of the record is left out because its padding at the end differs from machine to machine.
+// Checks fields alone, for a record whose size differs from machine to machine.
 #define RECORD_FIELDS(record, ...)      \
   static_assert([] {                    \
     using Record = record;              \
     return sandbox::every(__VA_ARGS__); \
   }())
 
-// The layout holds on machines whose pointers have 32 bits.
+// Checks size and fields on machines whose pointers have 32 bits.
 #define RECORD_LAYOUT_32(record, bytes, ...)                                                                   \
   static_assert([] {                                                                                           \
     using Record = record;                                                                                     \

@@ -34,7 +34,7 @@ std::string reason(const char *what) {
   return std::string(what) + ": " + strerror(errno);
 }
 
-// An own /dev: the harmless devices of the machine, and a plain file where the console would be.
+// The private /dev has the harmless devices of the machine, and a plain file where the console would be.
 std::string mount_dev() {
   if (mount("tmpfs", "/mnt", "tmpfs", 0, "mode=755") != 0)
     return reason("tmpfs");
@@ -63,7 +63,7 @@ void bring_up_loopback() {
   _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
 }
 
-// Waits for one child, reaping others on the way, and ends as it ended.
+// Waits for one child, reaps others meanwhile, and ends as the child ended.
 [[noreturn]] void live_and_die_with(pid_t child) {
   int status;
   for (;;) {
@@ -92,10 +92,10 @@ std::string enter() {
   // The first process of the new world only reaps, so that tests see their own children and no others.
   if (const pid_t init = fork())
     live_and_die_with(init);
-  prctl(PR_SET_PDEATHSIG, SIGKILL); // and the world ends with its first process
+  prctl(PR_SET_PDEATHSIG, SIGKILL); // the world ends with its first process
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     return reason("private mounts");
-  mount("proc", "/proc", "proc", 0, nullptr); // where it may not, the machine's own shows no wrong process
+  mount("proc", "/proc", "proc", 0, nullptr); // if this is refused, the machine's own /proc shows no wrong process
   for (const char *empty : {"/var/tmp", "/run"})
     if (mount("tmpfs", empty, "tmpfs", 0, "mode=1777") != 0)
       return reason(empty);
@@ -188,7 +188,7 @@ void clear_console() {
 
 UnopenableConsole::UnopenableConsole() {
   rename(console_path, "/dev/console.away");
-  mkdir(console_path, 0700); // a directory stops even root
+  mkdir(console_path, 0700); // not even root can write to a directory
 }
 
 UnopenableConsole::~UnopenableConsole() {

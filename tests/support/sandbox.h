@@ -1,8 +1,8 @@
 // The private world of a test program, and what tests look at in it.
 //
 // main() (main.cpp) starts every test program in mount, network, IPC and process-id namespaces of its own, where
-// /dev/console is a plain file, /var/tmp and /run are empty, and lo is up. What a test does there, to files, ports,
-// interfaces, semaphores or processes, ends with it.
+// /dev/console is a plain file, /var/tmp and /run are empty, and lo is up. What a test does there to files, ports,
+// interfaces, semaphores or processes ends with the program.
 #pragma once
 
 #include <stdio.h>
@@ -14,18 +14,18 @@
 
 namespace sandbox {
 
-// Empty when the program may have its private world, else the reason why not.
+// Moves the program into its private world. Returns an empty text, or the reason why the machine does not allow it.
 std::string enter();
 
 struct Outcome {
-  int status; // exit status, -1 when a signal ended it
+  int status; // exit status; -1 if a signal ended the command
   std::string output;
 };
 
-// Runs a shell command and collects what it says, errors included.
+// Runs a shell command and collects what it prints on standard output and standard error.
 Outcome run(const std::string &command);
 
-// What `write`, called with a stream, puts into it.
+// Calls `write` with a stream and returns what was written to it.
 template <typename Write>
 std::string written(Write write) {
   char *text = nullptr;
@@ -38,16 +38,16 @@ std::string written(Write write) {
   return result;
 }
 
-std::string all_of(FILE *stream); // from where it stands to its end
+std::string all_of(FILE *stream); // reads from the present position to the end
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &text);
 bool exists(const std::string &path);
-int mode_of(const std::string &path); // permission bits, -1 when there is no such file
+int mode_of(const std::string &path); // permission bits; -1 if there is no such file
 
-// One trace as it stands on the console. Fails the test when a line is not of the one form or the other.
+// One trace on the console. The test fails if a line has neither of the two headers.
 struct Trace {
-  bool has_process; // the header with process and thread id, or the short one with the thread id alone
+  bool has_process; // false: the short header, which has the thread id alone
   int colour;
   int process; // -1 in the short header
   int thread;
@@ -59,17 +59,17 @@ struct Trace {
 
 std::string console_text();
 std::vector<Trace> console();                // every trace since the last clear
-std::vector<std::string> console_messages(); // their messages alone
+std::vector<std::string> console_messages(); // the messages of these traces
 void clear_console();
 
-// While it lives nothing can open /dev/console.
+// While an object lives, nothing can open /dev/console.
 class UnopenableConsole {
  public:
   UnopenableConsole();
   ~UnopenableConsole();
 };
 
-// Counts how often /dev/console is opened and closed while it lives.
+// Counts how often /dev/console is opened and closed while the object lives.
 class ConsoleWatch {
  public:
   ConsoleWatch();
@@ -84,7 +84,7 @@ class ConsoleWatch {
   Counts counts_ = {0, 0};
 };
 
-// Tools first in PATH that record how they were called and do nothing else. Each call is a line "tool [arg] [arg]".
+// Puts tools first in PATH that only record how they were called. Each call is a line "tool [arg] [arg]".
 class StandIns {
  public:
   explicit StandIns(const std::vector<std::string> &tools);
@@ -95,12 +95,12 @@ class StandIns {
   std::string old_path_;
 };
 
-// What fd 1 or 2 receives while it lives.
+// Catches what is written to descriptor 1 or 2 while the object lives.
 class Captured {
  public:
   explicit Captured(int fd);
   ~Captured();
-  std::string text(); // so far
+  std::string text(); // what was written so far
 
  private:
   int fd_;
@@ -109,7 +109,7 @@ class Captured {
 
 int open_descriptors(); // of this process
 
-// While it lives this process can open no descriptor.
+// While an object lives, this process can open no descriptor.
 class NoDescriptors {
  public:
   NoDescriptors();
@@ -119,12 +119,13 @@ class NoDescriptors {
   rlimit usual_;
 };
 
-// The n-th call of malloc, calloc or realloc from now on fails, once; 0 switches it off.
+// Lets the n-th call of malloc, calloc or realloc from now on fail, and only that one; 0 lets none fail.
 void fail_allocation(unsigned n);
-bool allocation_failed(); // since the last fail_allocation
+bool allocation_failed(); // whether one failed since the last fail_allocation
 
-// Makes `attempt` again and again, its first allocation failing, then its second, until none fails any more. Every
-// result is told to `check` with whether an allocation failed. Returns how many attempts had one that failed.
+// Calls `attempt` again and again. First its first allocation fails, then its second, until an attempt makes fewer.
+// After each attempt `check` gets the result and whether an allocation failed. Returns how many attempts had one that
+// failed.
 template <typename Attempt, typename Check>
 unsigned fail_each_allocation(Attempt attempt, Check check) {
   for (unsigned n = 1;; n++) {

@@ -34,7 +34,7 @@ constexpr char chain_removal[] =
     "iptables -t mangle -X QOS_eth1 2>/dev/null\n"
     "iptables -t mangle -X QOS_eth1_AUTO 2>/dev/null\n";
 
-// The last two as stand-ins for iptables record them.
+// These are the calls of the last two, as stand-ins for iptables record them.
 
 inline const std::vector<std::string> chain_removal_calls = {
     "iptables [-t] [mangle] [-D] [FORWARD] [-o] [eth1] [-g] [QOS_eth1]",

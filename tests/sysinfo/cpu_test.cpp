@@ -25,7 +25,7 @@ Sample sample_now() {
   return Sample(cpu_utility_get_stat(), free);
 }
 
-// A recorded file in the place of the kernel's.
+// Puts a recorded file in the place of the kernel's.
 class Recorded {
  public:
   explicit Recorded(const std::string &text) {
@@ -80,7 +80,7 @@ TEST(CpuSample, CountersHave64Bits) {
 TEST(CpuSample, MissingCountersAre0) {
   expect_counters(sample_of("cpu 1 2 3 4\n"), {1, 2, 3, 4, 0, 0, 0, 0});
   expect_counters(sample_of("cpu"), {});
-  expect_counters(sample_of("xcpu 1 2 3 4\n"), {}); // it contains "cpu", and that is all that is asked
+  expect_counters(sample_of("xcpu 1 2 3 4\n"), {}); // the line only has to contain "cpu"
 }
 
 TEST(CpuSample, OfALongLineTheFirst127CharactersAreRead) {
@@ -169,7 +169,7 @@ TEST(CpuLoad, OfThisMachineAtWorkIsAboveNothing) {
     GTEST_SKIP() << "no /proc/stat";
   const time_t end = time(nullptr) + 10;
   float now = NAN;
-  // Until the counters of the kernel have seen it.
+  // It works until the counters of the kernel show it.
   while (!(now > 0) && time(nullptr) < end) {
     for (int i = 0; i < 100000; i++)
       sched_yield();

@@ -79,7 +79,7 @@ class Disks : public testing::Test {
     mounted.push_back(path);
   }
 
-  // The records of the list, in its order.
+  // Returns the records of the list, in its order.
   std::vector<const disk_info *> disks() const {
     std::vector<const disk_info *> found;
     for (const list_node *node = list.next; node != &list; node = node->next) {

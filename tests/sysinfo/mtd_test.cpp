@@ -71,7 +71,7 @@ std::string reason() {
   return strerror(-1);
 }
 
-// Stands before every other `cat` and prints what the machine with the flash would.
+// Is found before the real `cat` and prints what it would print on a machine with flash.
 class Mtd : public testing::Test {
  protected:
   void SetUp() override {
@@ -105,7 +105,7 @@ class Mtd : public testing::Test {
     kernel.size = size;
   }
 
-  // The number of `name`; -1 and nothing stored when there is none.
+  // Returns the number of `name`, -1 if there is none, and then expects that nothing was stored.
   static long number_of(const std::string &name) {
     uint32_t number = 0xABCDEF;
     const int result = parseMtdNumByCmd(name.c_str(), &number);
@@ -136,7 +136,7 @@ class MtdDevice : public Mtd {};
 class MtdItem : public Mtd {};
 class MtdByName : public Mtd {};
 
-// An output with a margin that nothing may touch.
+// An output buffer with a margin that must stay untouched.
 struct Output {
   Output() {
     memset(bytes, '#', sizeof(bytes));
@@ -170,8 +170,8 @@ TEST_F(MtdNumber, OfPartition12Reads1) {
 
 TEST_F(MtdNumber, OfSeveralMatchesRunTogether) {
   EXPECT_EQ(24, number_of("kernel"));
-  EXPECT_EQ(2, number_of("'\"kernel\"'"));   // with its quotes it is one
-  EXPECT_EQ(12341, number_of("mtd'[1-9]'")); // the name is a pattern
+  EXPECT_EQ(2, number_of("'\"kernel\"'"));   // the pattern with its quotes matches one line
+  EXPECT_EQ(12341, number_of("mtd'[1-9]'")); // a name is a pattern
   EXPECT_EQ(1, number_of("00020000' \"con'"));
 }
 
@@ -214,7 +214,7 @@ TEST_F(MtdNumber, ReadsFifteenDigitsAndNoMoreThanANumberHolds) {
   EXPECT_EQ(111111111, number_of("part"));
   sandbox::write_file("/run/recorded_mtd", nine + nine);
   EXPECT_EQ(2147483647, number_of("part"));
-  // Zeroes first: the sixteenth digit is not read.
+  // With zeroes first it is seen that the sixteenth digit is not read.
   for (int i = 0; i < 12; i++)
     sixteen += "mtd0: 0 \"part\"\n";
   sandbox::write_file("/run/recorded_mtd", sixteen +
@@ -329,7 +329,7 @@ TEST_F(MtdItem, TextsAreWrittenWithTheirTerminator) {
     EXPECT_EQ(0, setQueryMtdInfo(&info, out.bytes, length - 1, c.kind, &c.number));
     EXPECT_TRUE(out.untouched_from(0));
     expect_trace("setQueryMtdInfo", "over size!! querySize:" + std::to_string(length) +
-                                        " > outputSize:" + std::to_string(length - 1)); // and no newline
+                                        " > outputSize:" + std::to_string(length - 1)); // the trace has no newline
   }
 }
 
@@ -371,7 +371,7 @@ TEST_F(MtdItem, NumberAndSizeAreWords) {
   EXPECT_EQ(1, setQueryMtdInfo(&info, out.bytes, 0, MTD_QUERY_SIZE, &number));
   EXPECT_EQ(0x12345678u, out.word());
   EXPECT_TRUE(out.untouched_from(4));
-  EXPECT_EQ(1, setQueryMtdInfo(&info, out.bytes + 1, 0, MTD_QUERY_NUM, &number)); // anywhere
+  EXPECT_EQ(1, setQueryMtdInfo(&info, out.bytes + 1, 0, MTD_QUERY_NUM, &number)); // the address need not be aligned
 }
 
 TEST_F(MtdItem, OtherKindsAreReported) {
@@ -426,7 +426,7 @@ TEST_F(MtdByName, ASizeBelowTheTextIsTooSmall) {
   Output out;
   EXPECT_EQ(0, getMtdInfoByName("rootfs", out.bytes, 8, MTD_QUERY_DEV));
   EXPECT_TRUE(out.untouched_from(0));
-  // The first has no newline, so the second follows on its line.
+  // The first trace has no newline, so that the second follows on its line.
   expect_traces({"over size!! querySize:9 > outputSize:8", "query mtd info fail!!\n"});
   EXPECT_EQ(1, getMtdInfoByName("rootfs", out.bytes, 9, MTD_QUERY_DEV));
   EXPECT_EQ(std::string("/dev/mtd3\0", 10), out.first(10));
@@ -458,7 +458,7 @@ TEST_F(MtdByName, AnUnknownNameIsReported) {
 TEST_F(MtdByName, ADeviceThatFailsHasItsOwnMessageAlone) {
   Output out;
   sandbox::Captured output(STDOUT_FILENO);
-  EXPECT_EQ(0, getMtdInfoByName("rootfs", out.bytes, 100, MTD_QUERY_NUM)); // needs it like the others
+  EXPECT_EQ(0, getMtdInfoByName("rootfs", out.bytes, 100, MTD_QUERY_NUM)); // it opens the device like the others
   EXPECT_EQ("open mtd device fail!! reason:" + reason() + "\n", output.text());
   EXPECT_EQ("", sandbox::console_text());
   EXPECT_TRUE(out.untouched_from(0));

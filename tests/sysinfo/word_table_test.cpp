@@ -40,7 +40,7 @@ class Words : public testing::Test {
     unlink(path);
   }
 
-  // As a new process would find it.
+  // Every test starts as a new process would.
   static void start_over() {
     close_fp();
     str_fp = nullptr;
@@ -62,13 +62,13 @@ class Words : public testing::Test {
     return {result, "-", output.text()};
   }
 
-  // That a text is found, copied and shown.
+  // Expects that a text is found, copied and shown.
   static void expect_text(int number, int kind, const std::string &text) {
     const int length = static_cast<int>(text.size());
     EXPECT_EQ((Found{length, text, ""}), get(number, kind, 6000));
     EXPECT_EQ((Found{length, "-", text}), show(number, kind));
   }
-  // That nothing is found or printed.
+  // Expects that nothing is found or printed.
   static void expect_none(int number, int kind) {
     EXPECT_EQ((Found{0, "-", ""}), get(number, kind));
     EXPECT_EQ((Found{0, "-", ""}), show(number, kind));
@@ -151,7 +151,7 @@ TEST_F(Words, SkippedLinesMayStandAnywhere) {
 TEST_F(Words, AMalformedLineBeforeTheWantedOneEndsLookupsForGood) {
   for (const char *line : {"malformed\n", "\t\n", "\r\n", "\t# no comment\n", "5[m]\n"}) {
     have_file(std::string("# comment\n1[m]=one\n\n") + line + "5[m]=five\n");
-    expect_text(1, 0, "one"); // it stands before
+    expect_text(1, 0, "one"); // its line comes before the malformed one
     FILE *const handle = str_fp;
     EXPECT_EQ(parse_error(4), get(5, 0)) << line;
     EXPECT_EQ(descriptors, sandbox::open_descriptors()); // closed
@@ -185,7 +185,7 @@ TEST_F(Words, AMalformedLastLineIsMetByWhatIsNotFound) {
 TEST_F(Words, AClosedHandleIsNeverUsedAgain) {
   have_file("malformed\n");
   EXPECT_EQ(parse_error(1), get(5, 0));
-  // The C library is free to use its memory for another stream. That one is not the library's.
+  // The C library may reuse the memory for another stream, which does not belong to the library under test.
   sandbox::write_file("/run/other", "5[m]=another's\n");
   FILE *others[4];
   for (FILE *&other : others)
@@ -248,7 +248,7 @@ TEST_F(Words, APathThatNamesNoFileIsTold) {
   EXPECT_EQ((Found{28, "-", null_name}), show(1, 0, nullptr));
   EXPECT_EQ((Found{22, "-", empty_name}), show(1, 0, ""));
   expect_text(1, 0, "one");
-  EXPECT_EQ((Found{28, "-", null_name}), get(1, 0, 200, nullptr)); // an open file does not help
+  EXPECT_EQ((Found{28, "-", null_name}), get(1, 0, 200, nullptr)); // also while a file is open
   EXPECT_EQ((Found{22, "-", empty_name}), show(1, 0, ""));
 }
 
@@ -258,7 +258,7 @@ TEST_F(Words, ANullDestinationIsTold) {
   EXPECT_EQ(12, get_words(path, 1, 0, nullptr, 100));
   EXPECT_EQ("buf is NULL\n", output.text());
   EXPECT_EQ(nullptr, str_fp);                            // nothing was opened
-  EXPECT_EQ(28, get_words(nullptr, 1, 0, nullptr, 100)); // the path comes first
+  EXPECT_EQ(28, get_words(nullptr, 1, 0, nullptr, 100)); // the path is checked first
   EXPECT_EQ("buf is NULL\nUnknown file name ((null)).\n", output.text());
 }
 
@@ -289,7 +289,7 @@ TEST_F(Words, LinesOf4094CharactersAreWholeAndLongerOnesAreSplit) {
   have_file(key + fits + "\n2[m]=two\n");
   expect_text(1, 0, fits);
   expect_text(2, 0, "two");
-  // The newline is left over: an empty line.
+  // The newline is left over and reads as an empty line.
   have_file(key + fits + "y\n2[m]=two\n");
   expect_text(1, 0, fits + "y");
   expect_text(2, 0, "two");

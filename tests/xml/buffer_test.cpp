@@ -137,7 +137,7 @@ TEST_F(XmlBuffer, IsNullWhenTheDiskIsFull) {
   Captured standard_output(1);
   EXPECT_EQ(nullptr, xmlPrepareBuf(document(element("a", std::string(200000, 'x').c_str())).get()));
   EXPECT_TRUE(files_of("/var").empty());
-  for (char digit = '0'; digit < '9'; digit++) { // so full that the last block is the one that does not fit
+  for (char digit = '0'; digit < '9'; digit++) { // the disk is so full that the last block does not fit
     sandbox::write_file("/var/fill", std::string(60 * 1024, '.'));
     EXPECT_EQ(nullptr, xmlPrepareBuf(document(element("a", std::string(8000, digit).c_str())).get()));
     EXPECT_EQ(std::vector<std::string>{"/var/fill"}, files_of("/var"));
@@ -146,7 +146,7 @@ TEST_F(XmlBuffer, IsNullWhenTheDiskIsFull) {
 
 TEST_F(XmlBuffer, FileStaysOpenAndOnDiskWithoutMemoryForTheBuffer) {
   const OwnFiles var("/var");
-  // In a process of its own: what stays open there ends with it.
+  // This runs in a process of its own, because what stays open ends with it.
   EXPECT_EQ(0, sandbox::in_child([] {
               const Document doc = small();
               const int before = open_descriptors();

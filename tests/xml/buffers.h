@@ -1,4 +1,4 @@
-// Where documents are written on their way to a buffer.
+// The folders and files through which documents become buffers.
 #pragma once
 
 #include <dirent.h>

@@ -27,7 +27,7 @@ inline xml_node *element(const char *name, const char *text = nullptr) {
   return node;
 }
 
-// A document with this root, which may be null.
+// Returns a document with this root, which may be null.
 inline Document document(xml_node *root) {
   Document doc(xmlNewDoc());
   doc->root = root;

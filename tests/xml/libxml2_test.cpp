@@ -1,5 +1,5 @@
-// Which printed documents a real parser takes, and what it finds in them. Only the parser's event interface is used
-// here: its functions for trees have names that this library exports too, and its header declares those otherwise.
+// A real parser takes some printed documents, and these tests tell which and what it finds in them. They use only its
+// event interface, because its functions for trees have names that this library exports with other types.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -11,7 +11,7 @@
 #include "torvane.h"
 #include "xml/documents.h"
 
-// libxml2's header declares its own functions of these names.
+// libxml2's header declares functions of these names with other types.
 #define xmlNewDoc parser_xmlNewDoc
 #define xmlNewNode parser_xmlNewNode
 #define xmlNewText parser_xmlNewText
@@ -148,7 +148,7 @@ TEST(XmlParser, RefusesNoRootAndMoreThanOne) {
 
 namespace {
 
-// Every tree of `size` elements, as the numbers of its elements' parents; element 0 is the root.
+// Returns every tree of `size` elements, as the numbers of the elements' parents. Element 0 is the root.
 void for_each_tree(size_t size, std::vector<size_t> &parents, void (*visit)(const std::vector<size_t> &)) {
   if (parents.size() == size) {
     visit(parents);
@@ -161,7 +161,7 @@ void for_each_tree(size_t size, std::vector<size_t> &parents, void (*visit)(cons
   }
 }
 
-// With all names the same, as these come nearest to being well-formed by accident, and with different ones.
+// Names that are all the same come nearest to being well-formed by accident; different ones are tried too.
 void expect_refused(const std::vector<size_t> &parents) {
   for (const bool same : {true, false}) {
     std::vector<xml_node *> nodes;

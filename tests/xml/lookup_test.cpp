@@ -27,7 +27,7 @@ constexpr char not_found[] = "(not found)";
 
 using Lookup = int (*)(const char *, char *, int, const char *);
 
-// What the lookup finds. The text ends where readable memory ends; the destination holds all of the content.
+// Returns what the lookup finds. Readable memory ends with the text, and the destination has room for all of it.
 std::string looked_up(Lookup lookup, const std::string &text, const std::string &name) {
   GuardedMemory guarded_text(text), guarded_name(name);
   GuardedMemory dest(text.size() + 1);
@@ -288,7 +288,7 @@ TEST_F(ElementPath, EmptiesTheDestinationOnlyForTheLastElement) {
 TEST_F(ElementPath, MayHaveThousandsOfNames) {
   constexpr size_t depth = 3000;
   std::string text = "v", path;
-  for (size_t i = 0; i < depth; i++) { // names of one length: none is the start of another
+  for (size_t i = 0; i < depth; i++) { // names of one length, so that none is the start of another
     const std::string name = "n" + std::to_string(100000 + i);
     text.insert(0, "<" + name + ">");
     text += "</" + name + ">";
@@ -351,7 +351,7 @@ TEST(ElementOfPrinted, CarriesTheMarkers) {
 
 namespace {
 
-// As the header tells a reader to do it.
+// Removes the markers as the manual describes it.
 std::string without_markers(std::string content) {
   const std::string start = "<![CDATA[]]><![CDATA[", end = "]]>", escaped = "]]]]><![CDATA[>";
   EXPECT_EQ(21u, start.size());

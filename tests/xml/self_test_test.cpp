@@ -24,7 +24,7 @@ namespace {
 
 class XmlTestMain : public buffers::Test {};
 
-// Runs xml_test_main in the folder /run/example, in a child, with its standard output in the file /run/standard_output.
+// Runs xml_test_main in a child, in the folder /run/example, with standard output in the file /run/standard_output.
 template <typename Before>
 int run_example(Before before) {
   mkdir("/run/example", 0700);
@@ -75,7 +75,7 @@ TEST_F(XmlTestMain, FailsWithoutItsFile) {
   rmdir("/run/example/output.txt");
 }
 
-// In this process, so that what is left over is seen; the descriptor that one of the failures costs is given back.
+// This runs in the test's own process, so that leaks are seen. The descriptor that one failure costs is given back.
 TEST_F(XmlTestMain, EndsInOrderWhicheverAllocationFails) {
   const OwnFiles var("/var");
   mkdir("/run/example", 0700);
