@@ -1,4 +1,4 @@
-/* A program of somebody else's: C, and nothing but the installed header and library. */
+/* This program is C and uses nothing but the installed header and library. */
 #include <stdio.h>
 #include <torvane.h>
 

@@ -1,6 +1,6 @@
 /*
- * A program may define functions with the library's names without changing what the library does, and the library's
- * data is one with the program's view of it (an executable copies it into itself when it is linked to fixed addresses).
+ * A program may define functions with the library's names without changing what the library does. It shares the
+ * library's data, which an executable that is linked to fixed addresses copies into itself.
  */
 #include <stdio.h>
 #include <stdlib.h>

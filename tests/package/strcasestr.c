@@ -1,4 +1,4 @@
-/* One name, declared by this header or by the C library's, whichever comes first. */
+/* This header declares the name, or the C library's does if it comes first. */
 #include <string.h>
 #include <torvane.h>
 
