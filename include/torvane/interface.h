@@ -139,32 +139,32 @@ int get_mac_by_ifname(const char *ifname, uint8_t *out, int size);
 int set_mac_by_ifname(const char *ifname, const uint8_t *mac);
 
 /*
- * Should set the interface's IPv4 address, but is not implemented. It looks at no argument, changes nothing and returns
- * 1; it is kept for programs that call it.
+ * Always returns 1. This library does not set the interface's IPv4 address: the function looks at no argument and
+ * changes nothing. It is kept for programs that call it.
  */
 int set_ip_by_ifname(const char *ifname, uint32_t value);
 
 /*
- * Should set the interface's netmask, but is not implemented. It looks at no argument, changes nothing and returns 1;
- * it is kept for programs that call it.
+ * Always returns 1. This library does not set the interface's netmask: the function looks at no argument and
+ * changes nothing. It is kept for programs that call it.
  */
 int set_mask_by_ifname(const char *ifname, uint32_t value);
 
 /*
- * Should set the interface's broadcast address, but is not implemented. It looks at no argument, changes nothing and
- * returns 1; it is kept for programs that call it.
+ * Always returns 1. This library does not set the interface's broadcast address: the function looks at no argument and
+ * changes nothing. It is kept for programs that call it.
  */
 int set_bcast_by_ifname(const char *ifname, uint32_t value);
 
 /*
- * Should set the interface's MTU, but is not implemented. It looks at no argument, changes nothing and returns 1; it
- * is kept for programs that call it.
+ * Always returns 1. This library does not set the interface's MTU: the function looks at no argument and
+ * changes nothing. It is kept for programs that call it.
  */
 int set_mtu_by_ifname(const char *ifname, uint32_t value);
 
 /*
- * Should return the interface's MTU, but is not implemented. It looks at no argument, writes nothing and returns 1; it
- * is kept for programs that call it.
+ * Always returns 1. This library does not tell the interface's MTU: the function looks at no argument and writes
+ * nothing. It is kept for programs that call it.
  */
 int get_mtu_by_ifname(const char *ifname, uint32_t *out);
 
