@@ -30,8 +30,9 @@ inline int trace_colour(int thread_id) {
 
 } // namespace torvane
 
-// Every source file that traces names its module once, as the constant `trace_module`. These two name the function that
-// they stand in, so they stand in exported functions, whose names never change.
+// Every source file that traces names its module once, as `trace_module`: a pointer and not an array, so that the linker
+// keeps one text for all files of a module. These two name the function that they stand in, so they stand in exported
+// functions, whose names never change.
 #define TRACE(...) torvane::trace(trace_module, __LINE__, __func__, __VA_ARGS__)
 #define TRACE_NO_PROCESS(...) torvane::trace_no_process(trace_module, __LINE__, __func__, __VA_ARGS__)
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr char trace_module[] = "vemta_cgi";
+constexpr const char *trace_module = "vemta_cgi";
 
 struct Entity {
   char character;

@@ -19,7 +19,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_dns";
+constexpr const char *trace_module = "quorra_dns";
 
 constexpr int further_passes = 3;
 constexpr size_t message_size = 2048; // bytes of the buffers of a query and of a reply

@@ -11,7 +11,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_dns";
+constexpr const char *trace_module = "quorra_dns";
 constexpr char main_function[] = "dnsQuery4_main"; // in whose name replies are handled
 
 constexpr size_t header_size = 12;

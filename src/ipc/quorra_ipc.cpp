@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr char trace_module[] = "quorra_ipc";
+constexpr const char *trace_module = "quorra_ipc";
 
 constexpr int create_for_everyone = IPC_CREAT | 0666;
 

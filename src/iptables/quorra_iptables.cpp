@@ -13,7 +13,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
+constexpr const char *trace_module = "quorra_iptables";
 
 // Programs and this library copy these blocks byte for byte, so their sizes are the interface.
 static_assert(sizeof(qos_match) == 600 && sizeof(qos_target) == 24);

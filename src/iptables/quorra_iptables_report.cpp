@@ -10,7 +10,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
+constexpr const char *trace_module = "quorra_iptables";
 
 // The parts of the report by the names that the console shows.
 constexpr char rule_part[] = "show_rule";

@@ -14,7 +14,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
+constexpr const char *trace_module = "quorra_iptables";
 
 constexpr txt_map_entry day_names[] = {{0, "Sun"}, {1, "Mon"}, {2, "Tue"}, {3, "Wed"},
                                        {4, "Thu"}, {5, "Fri"}, {6, "Sat"}, unknown_row};

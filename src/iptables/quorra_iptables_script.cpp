@@ -12,7 +12,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_iptables";
+constexpr const char *trace_module = "quorra_iptables";
 constexpr char draw_function[] = "draw_rule"; // in whose name the parts of a rule are reported
 
 constexpr txt_map_entry chain_actions[] = {{0, "-A"}, {1, "-D"}, unknown_row};

@@ -14,7 +14,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_log";
+constexpr const char *trace_module = "quorra_log";
 
 // This is meant: the type of attacks stands in the table twice.
 constexpr txt_map_entry log_types[] = {

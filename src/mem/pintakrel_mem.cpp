@@ -16,7 +16,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "pintakrel_mem";
+constexpr const char *trace_module = "pintakrel_mem";
 
 constexpr int no_semaphore = -1;
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr char trace_module[] = "quorra_misc";
+constexpr const char *trace_module = "quorra_misc";
 
 struct Command {
   char text[1024];

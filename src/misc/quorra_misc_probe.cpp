@@ -11,7 +11,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_misc";
+constexpr const char *trace_module = "quorra_misc";
 
 } // namespace
 

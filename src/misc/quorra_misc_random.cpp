@@ -15,7 +15,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_misc";
+constexpr const char *trace_module = "quorra_misc";
 
 int seedings; // how often the process's generator was seeded
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr char trace_module[] = "quorra_misc";
+constexpr const char *trace_module = "quorra_misc";
 
 } // namespace
 

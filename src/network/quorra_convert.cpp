@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr char trace_module[] = "quorra_convert";
+constexpr const char *trace_module = "quorra_convert";
 
 // Calls `each` with every piece between colons; the colons become the pieces' ends.
 template <typename Each>

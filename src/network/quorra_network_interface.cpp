@@ -16,7 +16,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 
 constexpr size_t mac_size = 6;
 

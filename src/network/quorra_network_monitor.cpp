@@ -22,7 +22,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 
 constexpr uint8_t exit_asked = 1;         // in bm_head.exit
 constexpr uint16_t sampled = 1;           // in bm_iface.flags

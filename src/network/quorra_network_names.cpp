@@ -10,7 +10,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 
 } // namespace
 

@@ -27,7 +27,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 constexpr char thread_function[] = "socket_select_hdlr";
 
 enum ErrorCode { error_cancel_mode = 1, error_select = 2 };

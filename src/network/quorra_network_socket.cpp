@@ -21,7 +21,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 
 using NameQuery = int(int fd, sockaddr *address, socklen_t *length); // getsockname or getpeername
 

@@ -15,7 +15,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_network";
+constexpr const char *trace_module = "quorra_network";
 
 constexpr useconds_t retry_pause = 100; // microseconds
 constexpr int send_retries = 2000;

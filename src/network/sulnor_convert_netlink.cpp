@@ -19,7 +19,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "sulnor_convert";
+constexpr const char *trace_module = "sulnor_convert";
 
 // Codes in v6_ifaddr.info.
 

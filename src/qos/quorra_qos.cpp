@@ -34,7 +34,7 @@ uint16_t owner_of(list_node *head) {
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
+constexpr const char *trace_module = "quorra_qos";
 
 // Programs and this library copy these blocks byte for byte, so their sizes are the interface.
 static_assert(sizeof(automark) == 18 && sizeof(root_params_tree) == 20 && sizeof(root_params_prio) == 36);

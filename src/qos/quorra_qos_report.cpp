@@ -9,7 +9,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
+constexpr const char *trace_module = "quorra_qos";
 
 // The parts of the report by the names that the console shows.
 constexpr char class_part[] = "draw_class";

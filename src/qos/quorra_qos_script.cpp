@@ -11,7 +11,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_qos";
+constexpr const char *trace_module = "quorra_qos";
 
 constexpr char start_script[] = "/var/tmp/qos_start";
 constexpr char stop_script[] = "/var/tmp/qos_stop";

@@ -21,7 +21,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "sulnor_convert";
+constexpr const char *trace_module = "sulnor_convert";
 
 // The text before the number, by query kind.
 constexpr const char *name_prefixes[] = {"", "/dev/mtd", "/dev/mtdblock", "mtd", "mtdblock"};

@@ -21,7 +21,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "vemta_usb";
+constexpr const char *trace_module = "vemta_usb";
 
 using Disks = Records<disk_info, offsetof(disk_info, list)>;
 

@@ -23,7 +23,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "quorra_timer";
+constexpr const char *trace_module = "quorra_timer";
 
 constexpr size_t thread_stack = 1 << 20; // bytes
 

@@ -13,7 +13,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr char trace_module[] = "vemta_xml";
+constexpr const char *trace_module = "vemta_xml";
 
 constexpr size_t pattern_size = 512;
 
