@@ -28,6 +28,6 @@ bool give_lock(int id, int cancellability, const char *module, int line, const c
 #define TAKE_LOCK(id) torvane::take_lock(id, trace_module, __LINE__, __func__)
 #define GIVE_LOCK(id, cancellability) torvane::give_lock(id, cancellability, trace_module, __LINE__, __func__)
 
-// The lock in the name of another function: of an operation that is several functions here.
+// These take and give the lock in the name of another function, for an operation that is several functions here.
 #define TAKE_LOCK_AS(func, id) torvane::take_lock(id, trace_module, __LINE__, func)
 #define GIVE_LOCK_AS(func, id, cancellability) torvane::give_lock(id, cancellability, trace_module, __LINE__, func)

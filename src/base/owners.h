@@ -61,7 +61,7 @@ template <typename Record>
 void free_block(Record *block) {
   free(block);
 }
-// A block of malloc and its kin.
+// Owns a block of malloc and its kin.
 template <typename Record>
 using HeapBlock = Owner<Record, free_block<Record>>;
 

@@ -9,6 +9,7 @@ FILE *open_script(const char *path) {
   // "e": a child that another thread starts meanwhile must not inherit the stream, because no system runs a file that
   // is open for writing.
   FILE *out = fopen(path, "we");
+  // The banner is spelled as users know it; this is meant.
   if (out)
     fputs("#!/bin/sh\n#Generate by quorra\n#Author: Kiro Pallet\n", out);
   return out;
@@ -19,6 +20,7 @@ bool run_script(FILE *out, const char *path) {
   if (fclose(out) != 0 || failed_before)
     return false;
   chmod(path, S_IRWXU);
+  // This is meant: nobody looks at how the script went. Its deletions fail whenever there is nothing to delete.
   system(path);
   return true;
 }

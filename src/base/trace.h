@@ -39,5 +39,5 @@ inline int trace_colour(int thread_id) {
 // Traces in the name of another function: a part of one report, or of one operation that is several functions here.
 #define TRACE_AS(func, ...) torvane::trace(trace_module, __LINE__, func, __VA_ARGS__)
 
-// The first line of every thread of the library.
+// Traces the first line of every thread of the library.
 #define TRACE_THREAD_START() TRACE("[%d|%d]Thread Create[%s]\n", static_cast<int>(getpid()), my_gettid(), __func__)

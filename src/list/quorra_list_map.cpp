@@ -46,6 +46,8 @@ uint32_t MapById(const map_entry *table, uint32_t id) {
   return row->value;
 }
 
+// This is meant: the first row with the value 0xffffffff ends the search, whatever its id. A table that has this value
+// before its end row is good for lookups by id alone.
 uint32_t MapByEvt(const map_entry *table, uint32_t value) {
   const map_entry *row = table;
   while (row->value != map_end && row->value != value)

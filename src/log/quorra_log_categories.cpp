@@ -52,6 +52,7 @@ int createLog(const char *name, const char *file, const char *dir) {
     return -2;
   char path[path_size];
   make_path(path, dir, file);
+  // This is meant: the file is made or emptied first, so that happens also when no entry is free.
   if (!File(fopen(path, "w+e")))
     return -2;
   for (unsigned i = 0; i < entry_count; i++) {

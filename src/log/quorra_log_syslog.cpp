@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char *trace_module = "quorra_log";
 
-// This is meant: the type of attacks stands in the table twice.
+// This is meant: the type of attacks stands in the table twice. Lookups take the first row, so that changes nothing.
 constexpr txt_map_entry log_types[] = {
     {LOG_TYPE_ATTACKS, "ltAttacks"},
     {LOG_TYPE_SYSTEM_ACTIVITY, "ltSystemActivity"},
@@ -27,7 +27,7 @@ constexpr txt_map_entry log_types[] = {
     {map_end, "UNKNOWN"},
 };
 
-// The system logger's priorities of the types, in the order of their numbers.
+// These are the system logger's priorities of the types, in the order of their numbers.
 constexpr int priorities[] = {LOG_INFO, LOG_DEBUG, LOG_WARNING, LOG_WARNING, LOG_NOTICE};
 constexpr int type_count = sizeof(priorities) / sizeof(priorities[0]);
 
@@ -59,6 +59,7 @@ int syslogType(const char *text) {
   return static_cast<int>(TxtMapByTxt(log_types, text));
 }
 
+// This is meant: it does nothing, and is here for programs that were built for that platform.
 void syslogprintf_cortina(void) {}
 
 } // extern "C"
