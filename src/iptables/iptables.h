@@ -35,12 +35,12 @@ inline unsigned first_byte(const uint32_t &field) {
   return byte;
 }
 
-// Returns an octet of an address, counted from 0 and the left.
+// Returns an octet of an address; 0 is the leftmost.
 inline unsigned octet(uint32_t address, unsigned index) {
   return address >> (24 - 8 * index) & 0xff;
 }
 
-// The four octets of an address as printf takes them for "%u.%u.%u.%u".
+// Stands for the four octets of an address, as printf takes them for "%u.%u.%u.%u".
 #define TORVANE_OCTETS(address) \
   torvane::octet(address, 0), torvane::octet(address, 1), torvane::octet(address, 2), torvane::octet(address, 3)
 
@@ -48,7 +48,7 @@ extern const txt_map_entry dscp_names[];
 extern const txt_map_entry tos_names[];
 extern const txt_map_entry helper_names[];
 
-// Appends the name of every set bit among the first `count`, each with a comma after it.
+// Appends the name of every set bit among the first `count`. This is meant: a comma follows each, the last one too.
 void append_names(TextWriter &text, const txt_map_entry *names, unsigned count, uint32_t bits);
 
 } // namespace torvane

@@ -31,6 +31,9 @@ bool is_markable_class(const char *ifname, uint32_t mark) {
 
 extern "C" {
 
+// This is meant: functions of rules return 1 for success, because programs test their results as truth values. The
+// texts of their traces are spelled as users know them.
+
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target) {
   if (!match || !target)
     return 0;

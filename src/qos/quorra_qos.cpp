@@ -51,7 +51,7 @@ constexpr map_entry class_type_of_root[] = {{QOS_ROOT_PFIFO_FAST, no_class_type}
                                             {QOS_ROOT_PRIO, no_class_type},
                                             {map_end, no_class_type}};
 
-// Ids and bursts (bytes) of the classes that every HTB and HFSC tree starts with.
+// These are the ids and bursts (bytes) of the classes that every HTB and HFSC tree starts with.
 constexpr uint16_t top_class = 1;
 constexpr uint16_t fair_class = 2;
 constexpr uint16_t link_class = 3;
@@ -101,7 +101,8 @@ qos_class *add_default_class(root_qdisc *root, list_node *siblings, uint16_t id,
   return tc_class;
 }
 
-// Adds as many of them as memory allows. A tree without some of them is still a tree.
+// Adds as many of the default classes as memory allows. A tree without some of them is still a tree. This is meant: the
+// fair class has the physical rate, as the top class has; only the link class has the rate of the link.
 void add_default_classes(root_qdisc *root) {
   qos_class *top = add_default_class(root, &root->classes, top_class, root->phy_rate[0], top_burst);
   if (!top)
@@ -150,6 +151,7 @@ int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, 
     return 2;
   const size_t params_size = root_params_size(type);
   if (params_size == 0) {
+    // The text is spelled as users know it, here and in del_root_qdisc; this is meant.
     TRACE("Internel error occur at not define root qdisc type\n");
     return 3;
   }
@@ -183,6 +185,7 @@ int del_root_qdisc(const char *ifname) {
     delete_classes(&root->classes);
   else
     TRACE("Internel error occur at not define root qdisc type\n");
+  // This is meant: the rules are not freed, because callers delete them first.
   list_del(&root->node);
   free(root);
   return 0;
@@ -196,6 +199,7 @@ int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const v
   if (type == no_class_type || !params)
     return 4;
 
+  // This is meant: at the top level an id may be used twice. Lookups find the first class that has it.
   list_node *siblings = &root->classes;
   if (parent_id != 0) {
     qos_class *parent = class_find_in_list(&root->classes, parent_id);
@@ -236,7 +240,7 @@ int add_leaf_qdisc(const char *ifname, uint16_t class_id, const leaf_qdisc *leaf
 int del_leaf_qdisc(const char *ifname, uint16_t class_id) {
   qos_class *tc_class = class_find(ifname, class_id);
   if (!tc_class || !is_leaf(*tc_class))
-    return 1;
+    return 1; // this is meant: a class with children gives 1 here, and 4 in add_leaf_qdisc
   tc_class->leaf = {};
   return 0;
 }

@@ -11,10 +11,11 @@ namespace {
 
 constexpr const char *trace_module = "quorra_qos";
 
-// The parts of the report by the names that the console shows.
+// These are the names that the console shows for the parts of the report.
 constexpr char class_part[] = "draw_class";
 constexpr char leaf_part[] = "show_leaf";
 
+// The texts are spelled as users know them, "kbps" for kbit/s and the tab in "PrioMap" included; this is meant.
 constexpr char no_setting[] = "didn't found qos setting in this interface!\n";
 
 constexpr txt_map_entry root_type_names[] = {{QOS_ROOT_PFIFO_FAST, "R_pfifo_fast"},
@@ -74,6 +75,7 @@ void report_class(const qos_class &tc_class, unsigned parent) {
 
 void report_classes(list_node *head, unsigned owner) {
   for (qos_class &tc_class : classes_of(head)) {
+    // This is meant: the report shows class 1 as 1:1, while its parent in scripts is 0.
     report_class(tc_class, tc_class.id == 1 ? 1 : owner);
     if (is_leaf(tc_class))
       report_leaf(tc_class.leaf);

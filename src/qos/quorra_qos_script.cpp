@@ -5,7 +5,7 @@
 #include "torvane/list.h"
 #include "torvane/map.h"
 #include "torvane/qos.h"
-#include "torvane/rules.h" // upwards: a start script ends with the rules
+#include "torvane/rules.h" // this looks upwards, because a start script ends with the rules
 
 using namespace torvane;
 
@@ -24,6 +24,8 @@ unsigned leaf_handle(const qos_class &tc_class) {
   return static_cast<unsigned>(tc_class.id) << 4;
 }
 
+// This is meant: ids in commands are padded with blanks to three columns, and no blank follows the last burst. tc takes
+// both.
 void write_htb_class(FILE *out, const char *ifname, unsigned parent, const qos_class &tc_class) {
   const htb_params &htb = tc_class.params.htb;
   fprintf(out, "tc class add dev %s parent 1:0x%-3x classid 1:0x%-3x htb rate %ukbit ceil %ukbit prio %u ", ifname,
@@ -73,6 +75,7 @@ void write_leaf(FILE *out, const char *ifname, const qos_class &tc_class) {
       fprintf(out, "tbf latency %ums rate %ukbit burst %ub\n", leaf.tbf.latency, leaf.tbf.rate, leaf.tbf.burst);
       break;
     default:
+      // This is meant: the line stays open, and the filter's command is appended to it.
       TRACE_AS("do_leaf2cmd", "An error occur at not define leaf qdisc type\n");
       break;
   }
@@ -85,6 +88,7 @@ void write_filter(FILE *out, const char *ifname, const qos_class &tc_class) {
 
 void write_classes(FILE *out, const char *ifname, list_node *head, unsigned owner) {
   for (qos_class &tc_class : classes_of(head)) {
+    // This is meant: class 1 hangs on the root, wherever in the tree it stands.
     const unsigned parent = tc_class.id == 1 ? 0 : owner;
     if (tc_class.type == QOS_CLASS_HTB)
       write_htb_class(out, ifname, parent, tc_class);
@@ -145,6 +149,8 @@ void do_leaf2cmd(FILE *out, const char *ifname, list_node *head) {
   if (ifname)
     write_classes(out, ifname, head, owner_of(head));
 }
+
+// This is meant: functions that run scripts return 1 for success, and those that change a tree return 0.
 
 int start_qos(const char *ifname) {
   root_qdisc *root = root_qdisc_find_by_name(ifname);
