@@ -11,7 +11,7 @@
 
 namespace torvane {
 
-// One interface. All three point into the same text, which a reader may change.
+// Describes one interface. All three point into the same text, which a reader may change.
 struct NetDevLine {
   char *text;  // the line from its start, with its line feed
   char *name;  // the text from the name on

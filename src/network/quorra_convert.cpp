@@ -44,6 +44,7 @@ int ipport_convert_n2n(uint32_t ip, uint16_t port, ipport *out) {
   return 0;
 }
 
+// This is meant: the forms for host order convert nothing either.
 int ipport_convert_h2n(uint32_t ip, uint16_t port, ipport *out) {
   return ipport_convert_n2n(ip, port, out);
 }
@@ -67,7 +68,7 @@ int string2ip(const char *text, uint32_t *out) {
     return 0;
   }
   *out = inet_addr(text);
-  // All ones means that inet_addr failed, and is one good address.
+  // All ones means that inet_addr failed, and is one good address. This is meant: it is stored in either case.
   return *out == INADDR_NONE && strcmp(text, "255.255.255.255") != 0 ? 1 : 0;
 }
 

@@ -22,7 +22,7 @@ class Columns {
     at_ = end;
     return value;
   }
-  // The kernel counts in 64 bits what the record holds in 32.
+  // The kernel counts in 64 bits. A count that does not fit the 32 bits of the record becomes the largest that does.
   uint32_t next32() {
     return static_cast<uint32_t>(std::min<uint64_t>(next(), UINT32_MAX));
   }

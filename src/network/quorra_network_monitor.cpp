@@ -26,12 +26,12 @@ constexpr const char *trace_module = "quorra_network";
 
 constexpr uint8_t exit_asked = 1;         // in bm_head.exit
 constexpr uint16_t sampled = 1;           // in bm_iface.flags
-constexpr uint16_t longest_history = 257; // entries of one interface
+constexpr uint16_t longest_history = 257; // entries of one interface; this is meant, and not 256
 
 using Interfaces = Records<bm_iface, offsetof(bm_iface, link)>;
 using Samples = Records<bm_sample, offsetof(bm_sample, link)>;
 
-// This and what follows up to the exported functions is called with the semaphore taken.
+// All functions from here to the exported ones are called with the semaphore taken.
 
 // Returns null when the monitor does not have the interface.
 bm_iface *find(const char *name, bm_head *head) {
@@ -86,7 +86,7 @@ void sample_interfaces(bm_head *head, unsigned seconds) {
   }
 }
 
-// Seconds between two passes. A period of 0, which no caller may set, is neither divided by nor spun on.
+// Returns the seconds between two passes. A period of 0, which no caller may set, is neither divided by nor spun on.
 unsigned period_of(const bm_head *head) {
   return std::max<unsigned>(head->period, 1);
 }
@@ -94,6 +94,8 @@ unsigned period_of(const bm_head *head) {
 } // namespace
 
 extern "C" {
+
+// This is meant: bm_start returns 0 for success, and the other functions of the monitor return 1.
 
 int init_bm(bm_head *head, int semkey, unsigned char period, unsigned char history) {
   if (!head)
@@ -111,6 +113,7 @@ int bm_start(bm_head *head) {
   pthread_t thread;
   if (!head || !start_detached(&thread, default_stack, bmThread, head))
     return 1;
+  // This is meant: the number is the thread's handle, cut to an int, and not its kernel id.
   TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(thread));
   return 0;
 }
@@ -128,7 +131,7 @@ int add_bm_by_iface(const char *name, bm_head *head) {
   if (!TAKE_SEMAPHORE(head->semid))
     return 0;
   list_add_tail(&iface.release()->link, &head->link);
-  head->count++;
+  head->count++; // this is meant: it counts what was added, and is never lowered
   GIVE_SEMAPHORE(head->semid);
   return 1;
 }

@@ -23,8 +23,8 @@ int get_ifname_by_ip(uint32_t ip, char *out, int size) {
   if (!net_dev)
     return 1;
   for (const NetDevLine &line : net_dev) {
-    // A line feed in place of the colon does not end the text: the counters stay with the name. An interface is found
-    // all the same when its name fills a request, because the kernel never sees what is cut off.
+    // This is meant: a line feed in place of the colon does not end the text, so the counters stay with the name. An
+    // interface is found all the same when its name fills a request, because the kernel never sees what is cut off.
     *line.colon = '\n';
     uint32_t address;
     if (get_ip_by_ifname(line.name, &address) != 0 || address != ip)

@@ -47,7 +47,7 @@ struct Service {
   uint8_t one_shot;
 };
 
-// The descriptors that the thread watches, and how they stand.
+// Holds the descriptors that the thread watches, and how they stand.
 struct Watch {
   fd_set watched;
   fd_set ready; // the ones that have something to read
@@ -56,6 +56,7 @@ struct Watch {
   int exit_flag;
 };
 
+// This is meant: the texts end in a colon, and perror adds one of its own.
 void tell_error(const char *what) {
   const int cancellable = hold_cancellation();
   perror(what);
@@ -100,6 +101,7 @@ bool wait_for_work(const Service &service, Watch &watch) {
 void accept_connection(const Service &service, Watch &watch) {
   sockaddr_in address = {};
   int fd;
+  // This is meant: when the connection is gone again, the call spins until there is another.
   do {
     socklen_t length = sizeof(address);
     fd = accept(service.fd, as_sockaddr(address), &length);
@@ -153,7 +155,8 @@ bool serve_single(const Service &service, Watch &watch) {
     FD_CLR(service.fd, &watch.watched);
     return false;
   }
-  uint8_t remove = 0; // this is meant: the only socket of a service stays in its set, whatever the handler says
+  // This is meant: neither the handler nor SOCKET_OPT_ONESHOT takes the only socket of a service out of its set.
+  uint8_t remove = 0;
   service.handlers.on_data(service.tid, service.fd, &remove);
   return true;
 }
@@ -225,6 +228,7 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
     return 1;
   }
   service.release(); // the thread owns it now
+  // This is meant: the number is the thread's handle, cut to an int, and not its kernel id.
   TRACE_NO_PROCESS("main process get thread id=%d\n", static_cast<int>(started));
   *thread = started;
   return 0;
@@ -251,7 +255,7 @@ void *socket_select_hdlr(void *ctx) {
   if (ended == exit_normal)
     service->handlers.on_exit(service->tid, exit_normal);
   hold_cancellation();
-  free(service);
+  free(service); // this is meant: a thread that is cancelled before leaves its record behind
   return nullptr;
 }
 

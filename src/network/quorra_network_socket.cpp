@@ -76,6 +76,7 @@ int socket_open(const char *ifname, ipport *local, unsigned opts, int *fd) {
 
   const int on = 1;
   if (opts & SOCKET_OPT_REUSE && setsockopt(opened.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == -1) {
+    // This is meant: no blank follows "set".
     TRACE_NO_PROCESS("%s set%s SOCKET_OPT_REUSE failed. fd=%d\n", text_of(word_socket), text_of(word_option_error),
                      opened.get());
     return 1;
@@ -83,6 +84,7 @@ int socket_open(const char *ifname, ipport *local, unsigned opts, int *fd) {
 
   const sockaddr_in address = socket_address(ip, local->port);
   if (opts & SOCKET_OPT_BIND && bind(opened.get(), as_sockaddr(address), sizeof(address)) == -1) {
+    // This is meant: the trace shows the address of `local`, also when that of the interface was to be bound.
     uint8_t bytes[4];
     memcpy(bytes, &local->ip, sizeof(bytes));
     TRACE_NO_PROCESS("%s %s fd=%d,ip=%u.%u.%u.%u,port=%d\n", text_of(word_socket), text_of(word_bind_error),
@@ -124,6 +126,8 @@ int socket_connect(ipport *local, ipport *remote, unsigned opts, int *fd) {
     return 1;
   }
   const sockaddr_in address = socket_address(remote->ip, remote->port);
+  // This is meant: a connection that is only in progress counts as failed. Stream sockets do not block, so they connect
+  // only where the kernel is done at once.
   if (connect(opened, as_sockaddr(address), sizeof(address)) == -1) {
     socket_close(opened);
     return 1;
@@ -150,6 +154,7 @@ int get_socket_peer(int fd, ipport *out) {
   return query_name(getpeername, fd, out) ? 0 : 1;
 }
 
+// This is meant: 0 is the state of a connected socket, and 1 that of any other.
 int get_socket_state(int fd) {
   return query_name(getpeername, fd, nullptr) ? 0 : 1;
 }

@@ -18,10 +18,12 @@ namespace {
 constexpr const char *trace_module = "quorra_network";
 
 constexpr useconds_t retry_pause = 100; // microseconds
+// This is meant: a call gives up when one more attempt fails than it has retries, the 2001st or the 201st, and pauses
+// before it does.
 constexpr int send_retries = 2000;
 constexpr int recv_tcp_retries = 200;
 
-// Returns SOCK_STREAM or another kind of socket, -1 for what is none.
+// Returns the kind of a socket, for example SOCK_STREAM, or -1 when the descriptor is no socket.
 int type_of(int fd) {
   int type;
   socklen_t length = sizeof(type);
@@ -79,11 +81,13 @@ int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from) {
     return 1;
   const int type = fd < 0 ? -1 : type_of(fd);
   if (type == -1) {
+    // This is meant: a bad descriptor is traced with the word of sending, here and in socket_recv_tcp.
     TRACE_NO_PROCESS("%s %s\n", text_of(word_socket), text_of(word_send_error));
     return 1;
   }
   const bool from_given = type == SOCK_DGRAM && opts & SOCKET_OPT_RECVFROM;
   if ((from_given && !from) || (type == SOCK_DGRAM && !from_given && get_socket_state(fd) != 0)) {
+    // This is meant: the text names getsockopt, although a peer or `from` is missing.
     TRACE_NO_PROCESS("getsockopt SO_TYPE Error\n");
     return 1;
   }
@@ -103,6 +107,8 @@ int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from) {
     if (count > 0) {
       received += static_cast<int>(count);
     } else if (count == 0) {
+      // This is meant: a stream whose peer has closed keeps the call here for ever; socket_recv_tcp ends then. Nor does
+      // this call pause or give up while there is nothing to receive.
       TRACE_NO_PROCESS("Recv Zero Bytes\n");
     } else if (!to_be_tried_again(errno)) {
       *len = received;
@@ -132,6 +138,7 @@ int socket_recv_tcp(int fd, unsigned, void *buf, int *len) {
       continue;
     }
     if (count == 0) {
+      // This is meant: a peer that closed gives success, and the short count tells of it.
       TRACE_NO_PROCESS("Recv Zero Bytes\n");
       break;
     }
@@ -142,6 +149,7 @@ int socket_recv_tcp(int fd, unsigned, void *buf, int *len) {
     }
     usleep(retry_pause);
     if (retries < 1) {
+      // The text is spelled as users know it; this is meant.
       TRACE_NO_PROCESS("more then 200 times EAGAIN[%d/%d]\n", received, *len);
       *len = received;
       return 1;

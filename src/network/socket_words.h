@@ -1,4 +1,5 @@
-// Numbers the words of LogStrMap, from which the endpoint calls and the select service make their traces.
+// Numbers the words of LogStrMap, from which the endpoint calls and the select service make their traces. Programs read
+// the table too, so it also has words that nothing here uses.
 #pragma once
 
 #include <stdint.h>

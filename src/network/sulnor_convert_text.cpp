@@ -33,7 +33,8 @@ constexpr size_t address_size = 16;
 
 constexpr size_t no_run = SIZE_MAX;
 
-// An address as it grows from its text, from left to right. The functions return false for what cannot be an address.
+// Holds an address as it grows from its text, from left to right. The functions return false for what cannot be an
+// address.
 struct AddressBuilder {
   unsigned char bytes[address_size] = {};
   size_t length = 0;
@@ -105,7 +106,9 @@ int StringToV6Addr(const char *text, unsigned char addr[16]) {
     } else if (*text == '.' && builder.length + 4 <= address_size && !is_dotted_address(group_text)) {
       break; // the address is what stands before the dot
     } else {
-      return 0; // an IPv4 tail, or not part of an address: the output stays zero
+      // This is meant: an IPv4 tail or a foreign character is no failure, and leaves the output zero. Callers cut their
+      // texts before it.
+      return 0;
     }
   }
   if (!finish(builder))
@@ -120,7 +123,7 @@ int V6AddrToString(const unsigned short groups[8], char *text) {
   char written[48] = {};
   const int length = snprintf(written, sizeof(written), "%x:%x:%x:%x:%x:%x:%x:%x", groups[0], groups[1], groups[2],
                               groups[3], groups[4], groups[5], groups[6], groups[7]);
-  memcpy(text, written, static_cast<size_t>(length)); // without its terminator, as the caller knows
+  memcpy(text, written, static_cast<size_t>(length)); // this is meant: the terminator is the caller's
   return 0;
 }
 
