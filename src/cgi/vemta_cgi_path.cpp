@@ -71,7 +71,7 @@ int rm_dotdot(char *path) {
       return 1;
     path[--length] = '\0';
   }
-  return static_cast<int>(length);
+  return static_cast<int>(length); // this is meant: a path of one character gives 1 too
 }
 
 } // extern "C"

@@ -24,6 +24,7 @@ bool is_ascii_alphanumeric(char c) {
 
 extern "C" {
 
+// This is meant: programs read these two tables, and nothing here does. The first one has no terminator.
 const char encoding_char[29] = {' ', '"', '#',  '$', '%', '&', '+', ',', '/', ':', ';', '<', '=', '>', '?',
                                 '@', '[', '\\', ']', '^', '`', '{', '|', '}', '~', '!', '(', ')', '\''};
 
@@ -73,6 +74,7 @@ char *decodeURIComponent(const char *text) {
       continue;
     }
     size_t bytes = bytes_by_first_digit(text[1]);
+    // This is meant: what is no character leaves a "%" here, and nothing in the entries of forms.
     if (bytes == 0 || left < bytes * length_of_coded_byte) {
       *out++ = '%'; // no character begins so, or the text ends within it
       bytes = 1;

@@ -31,7 +31,8 @@ constexpr uint16_t class_internet = 1;
 
 uint16_t dnsQueryId = 301; // the next query gets it
 
-// Threads that ask at the same time may get the same id, which does no harm: nothing tells replies apart by it.
+// Threads that ask at the same time may get the same id, which does no harm. This is meant: replies are taken whatever
+// their id, flags and source.
 uint16_t next_query_id() {
   const uint16_t id = __atomic_load_n(&dnsQueryId, __ATOMIC_RELAXED);
   __atomic_store_n(&dnsQueryId, static_cast<uint16_t>(id + 1), __ATOMIC_RELAXED);
@@ -153,6 +154,7 @@ bool receive_replies(Client &client) {
   fd_set ready;
   int count;
   while ((count = wait_for_replies(client, ready)) > 0) {
+    // This is meant: only the aliases that came since the last wait are asked for.
     client.search.target_count = 0;
     client.search.matched = false;
     for (int server = 0; server < dns_servers; server++) {
@@ -216,6 +218,7 @@ int dnsQuery4_main(DnsQuery *query, int *responded, uint16_t qtype) {
   for (int pass = 0; pass <= further_passes; pass++) {
     if (!run_pass(client, pass == 0))
       return 0;
+    // This is meant: a query that found nothing and met no alias succeeds too.
     if (query->ipv4Count != 0 || query->ipv6Count != 0 || client.search.target_count == 0)
       return 1;
   }

@@ -99,6 +99,8 @@ void dns_file_reply(std::span<const uint8_t> message, int server, DnsQuery &quer
   Reply reply;
   if (!read_reply(message, reply) || reply.count == 0)
     return;
+  // This is meant: all answers of a reply are filed under the owner of the first, because those behind an alias have
+  // another owner.
   const int slot = slot_of(reply.owner, query);
   const bool matches = slot < dns_names_of(query);
   // This is meant: with ten names the slot behind the last one is the first slot of the next server. The last server

@@ -16,14 +16,14 @@ constexpr int dns_names = 10;  // that a DnsQuery has room for
 
 enum : uint16_t { dns_type_a = 1, dns_type_cname = 5, dns_type_aaaa = 28 };
 
-// What the replies to a round of questions led to.
+// Holds what the replies to a round of questions led to.
 struct DnsSearch {
   bool matched;                           // a reply answered one of the names
   int target_count;                       // entries of `targets` in use
   char targets[dns_names][dns_name_size]; // the names that CNAME answers gave
 };
 
-// The counts of a query; a query that claims more has as many as its record has room for.
+// These return the counts of a query. A query that claims more has as many as its record has room for.
 inline int dns_servers_of(const DnsQuery &query) {
   return query.serverCount < dns_servers ? query.serverCount : dns_servers;
 }

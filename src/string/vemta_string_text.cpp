@@ -90,6 +90,7 @@ char *j_replace(char *text, const char *pattern, const char *replacement) {
 // The C library declares this name with overloads for C++; the definition reaches the symbol by its label.
 [[gnu::visibility("default")]] char *find_ignoring_case(const char *text, const char *pattern) __asm__("strcasestr");
 
+// This is meant: an empty pattern is found nowhere, while the C library finds it at the start.
 char *find_ignoring_case(const char *text, const char *pattern) {
   if (!text || !pattern || !*pattern)
     return nullptr;
@@ -106,6 +107,7 @@ void freeString(void *text) {
   free(text);
 }
 
+// This is meant: the result is a size, 1 or an address, and the copy has no terminator.
 intptr_t substring(const char *src, int start, int end, char *dst, int size) {
   if (end < start)
     return size;
@@ -115,7 +117,7 @@ intptr_t substring(const char *src, int start, int end, char *dst, int size) {
 }
 
 int j_strcmp(const char *a, const char *b) {
-  return !a || !b || strcmp(a, b) != 0;
+  return !a || !b || strcmp(a, b) != 0; // this is meant: two null texts differ
 }
 
 char to_hex(char value) {

