@@ -15,7 +15,7 @@ constexpr const char *trace_module = "quorra_ipc";
 
 constexpr int create_for_everyone = IPC_CREAT | 0666;
 
-// The argument of semctl, which the C library leaves to its callers to declare. It is passed whole, so every member
+// semctl takes this argument, which the C library leaves to its callers to declare. It is passed whole, so every member
 // counts.
 union SemctlArgument {
   int value;
@@ -60,6 +60,7 @@ int sem_create(int key, int *id) {
     TRACE_NO_PROCESS("key=%d semget fail\n", key);
     return 1;
   }
+  // This is meant: a set that exists already is unlocked too. Callers make theirs once, at start-up.
   SemctlArgument unlocked = {};
   unlocked.value = 1;
   if (semctl(*id, 0, SETVAL, unlocked) == -1) {

@@ -61,6 +61,7 @@ int _execl(const char *fmt, ...) {
     execl("/bin/sh", "sh", "-c", command.text, static_cast<char *>(nullptr));
     _exit(0); // not exit(): the child still shares the parent's memory, streams and exit handlers
   }
+  // This is meant: any child ends the wait, and the result is the length of the command.
   wait(nullptr);
   return command.length;
 }
@@ -89,6 +90,7 @@ int exec_system(const char *command) {
     printf("execute command (%s) fail\n", command ? command : "(null)");
     return -1;
   }
+  // This is meant: a command that was started has succeeded, and nobody reads what it writes.
   printf("execute command (%s) success\n", command);
   pclose(stream);
   return 0;

@@ -1,4 +1,4 @@
-// Looks whether there is a file or a kernel module.
+// Tells whether there is a file or a kernel module.
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>

@@ -44,12 +44,13 @@ int WscGenerateUUID(const unsigned char *mac, char *out) {
   if (!mac)
     return -1;
   for (size_t i = 0; i < count; i++) {
-    const unsigned last = mac[5] + static_cast<unsigned>(i); // three digits above ff; the text is cut then
+    const unsigned last = mac[5] + static_cast<unsigned>(i); // this is meant: it may need three digits
 
     char dashed_text[dashed_size], plain_text[plain_size];
     TextWriter dashed(dashed_text), plain(plain_text);
     dashed.append("bc329e00-1dd8-11b2-8601-%02x%02x%02x%02x%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], last);
-    // The text is cut to its field, so this cannot be. The check guards the layout of `out` should the field ever grow.
+    // The text is cut to its field, so this never happens. The check guards the layout of `out` should the field ever
+    // grow.
     if (dashed.length() > dashed_size)
       TRACE("ERROR:UUID String size too large!\n");
 

@@ -27,7 +27,7 @@ cpu_sample *cpu_utility_get_stat(void) {
     return nullptr;
   char line[128];
   if (!fgets(line, sizeof(line), stat.get()) || !strstr(line, "cpu")) {
-    stat.release(); // this is meant: the file stays open, as the header says
+    stat.release(); // this is meant: the file stays open
     return nullptr;
   }
   cpu_sample *sample = allocate_zeroed<cpu_sample>();
@@ -44,6 +44,7 @@ float cpu_utility_calculate(const cpu_sample *prev, const cpu_sample *cur) {
     return -1.0F;
   const float idle = static_cast<float>(cur->idle - prev->idle);
   const float total = static_cast<float>(sum(*cur) - sum(*prev));
+  // This is meant: between equal samples 0 is divided by 0, and the result is not a number.
   return (1.0F - idle / total) * 100.0F;
 }
 

