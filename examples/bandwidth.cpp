@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "torvane.h"
+#include "units.h"
 
 namespace {
 
@@ -45,20 +46,9 @@ bool parse(int argc, char **argv, Options &options) {
   return !options.interfaces.empty();
 }
 
-// In the largest unit of which there is at least one.
 std::string readable(uint64_t bytes_per_second) {
-  static const char *const units[] = {"kB/s", "MB/s", "GB/s", "TB/s"};
-  char text[32];
-  if (bytes_per_second < 1000) {
-    snprintf(text, sizeof(text), "%u B/s", static_cast<unsigned>(bytes_per_second));
-    return text;
-  }
-  double value = static_cast<double>(bytes_per_second) / 1000;
-  size_t unit = 0;
-  for (; value >= 999.95 && unit < 3; unit++) // 999.95 would be shown as 1000.0
-    value /= 1000;
-  snprintf(text, sizeof(text), "%.1f %s", value, units[unit]);
-  return text;
+  static constexpr const char *names[] = {"B/s", "kB/s", "MB/s", "GB/s", "TB/s"};
+  return in_units(bytes_per_second, {names, 1000, 999.95}); // 999.95 would be shown as 1000.0
 }
 
 // The table stands where the one before it stood.

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -21,25 +20,13 @@
 #include <vector>
 
 #include "torvane.h"
+#include "units.h"
 
 namespace {
 
-// 1536 is "1.5 KiB"; bytes have no fraction.
 std::string readable(uint64_t bytes) {
-  constexpr std::array units = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  char text[32];
-  if (bytes < 1024) {
-    snprintf(text, sizeof(text), "%u B", static_cast<unsigned>(bytes));
-    return text;
-  }
-  double value = static_cast<double>(bytes) / 1024;
-  size_t unit = 0;
-  while (value >= 1024 && unit + 1 < units.size()) {
-    value /= 1024;
-    unit++;
-  }
-  snprintf(text, sizeof(text), "%.1f %s", value, units[unit]);
-  return text;
+  static constexpr const char *names[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  return in_units(bytes, {names, 1024, 1024});
 }
 
 struct Partition {
