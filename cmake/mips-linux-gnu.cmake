@@ -1,4 +1,4 @@
-# 32-bit big-endian MIPS with Debian's cross compiler; tests run under user-mode emulation.
+# Debian's cross compiler builds for 32-bit big-endian MIPS; user-mode emulation runs the tests.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mips)
 set(CMAKE_C_COMPILER mips-linux-gnu-gcc)

@@ -1,6 +1,6 @@
 /*
- * Something of every module, in plain C, for C libraries that no C++ test program can be built with. What it prints is
- * the same whatever the C library: every_module.txt.
+ * This program calls functions of every module. It is plain C, because the C++ test programs cannot be built with every
+ * C library. It prints the text of every_module.txt with each of them.
  */
 #include <arpa/inet.h>
 #include <stdlib.h>
