@@ -11,7 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "torvane.h"
+#include <torvane/ipc.h>
+#include <torvane/list.h>
+#include <torvane/monitor.h>
+
 #include "units.h"
 
 namespace {

@@ -2,6 +2,7 @@
 //
 //   echo_server PORT [ADDRESS]   on every address, or on that one; SIGTERM or SIGINT stops
 #include <arpa/inet.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,7 +14,9 @@
 #include <mutex>
 #include <set>
 
-#include "torvane.h"
+#include <torvane/address.h>
+#include <torvane/select.h>
+#include <torvane/socket.h>
 
 namespace {
 

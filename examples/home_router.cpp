@@ -8,8 +8,10 @@
 #include <string>
 #include <vector>
 
+#include <torvane/qos.h>
+#include <torvane/rules.h>
+
 #include "policy.h"
-#include "torvane.h"
 
 namespace {
 

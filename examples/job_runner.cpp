@@ -5,17 +5,20 @@
 // The file, or standard input, holds one job per line: the delay in whole seconds, blanks, the command for the shell.
 // Empty lines and lines that begin with "#" say nothing. The program ends when all jobs have.
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/wait.h>
-#include <torvane.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
+
+#include <torvane.h>
 
 namespace {
 

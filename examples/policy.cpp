@@ -10,6 +10,10 @@
 #include <set>
 #include <string_view>
 
+#include <torvane/map.h>
+#include <torvane/qos.h>
+#include <torvane/rules.h>
+
 #include "section.h"
 
 namespace {

@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "torvane.h"
+#include <torvane/qos.h>
+#include <torvane/rules.h>
 
 // Something wrong in a policy file, to be shown as "file:line: text".
 struct Mistake {

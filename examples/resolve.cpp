@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "torvane.h"
+#include <torvane/dns.h>
 
 namespace {
 

@@ -33,7 +33,7 @@
 #include <string>
 #include <vector>
 
-#include "torvane.h"
+#include <torvane.h>
 
 namespace {
 

@@ -12,8 +12,9 @@
 #define TOML_EXCEPTIONS 0
 #include <toml++/toml.h>
 
+#include <torvane/map.h>
+
 #include "policy.h"
-#include "torvane.h"
 
 constexpr uint32_t not_in_table = 0xFFFFFFFFu; // as the id of a map's end row
 

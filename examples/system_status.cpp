@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +20,11 @@
 #include <string>
 #include <vector>
 
-#include "torvane.h"
+#include <torvane/cpu.h>
+#include <torvane/disk.h>
+#include <torvane/flash.h>
+#include <torvane/list.h>
+
 #include "units.h"
 
 namespace {
