@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,11 @@ bool signalled(const sigset_t &signals, timespec wait) {
   return sigtimedwait(&signals, nullptr, &wait) > 0;
 }
 
+// Removes the monitor's semaphore, which would outlive the program.
+void remove_semaphore(bm_head *monitor) {
+  sem_delete(monitor->semid);
+}
+
 // The thread looks at its exit bit when its sleep is over, and has ended when the list is empty.
 void end(bm_head &monitor, const sigset_t &signals) {
   locked(monitor, [&monitor] {
@@ -97,7 +103,6 @@ void end(bm_head &monitor, const sigset_t &signals) {
   while (!locked(monitor, [&monitor] { return list_empty(&monitor.link) != 0; }))
     if (signalled(signals, {0, 50'000'000}))
       break;
-  sem_delete(monitor.semid);
 }
 
 } // namespace
@@ -119,15 +124,14 @@ int main(int argc, char **argv) {
     fprintf(stderr, "bandwidth: no semaphore\n");
     return 1;
   }
+  const std::unique_ptr<bm_head, decltype(&remove_semaphore)> semaphore(&monitor, remove_semaphore);
   for (const std::string &name : options.interfaces)
     if (add_bm_by_iface(name.c_str(), &monitor) != 1) {
       fprintf(stderr, "bandwidth: %s cannot be listed: too long a name, or no memory\n", name.c_str());
-      sem_delete(monitor.semid);
       return 1;
     }
   if (bm_start(&monitor) != 0) {
     fprintf(stderr, "bandwidth: no thread\n");
-    sem_delete(monitor.semid);
     return 1;
   }
 

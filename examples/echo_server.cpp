@@ -101,6 +101,44 @@ void on_exit(int, int) {
 
 constexpr socket_handler_set handlers = {on_accept, on_data, on_close, on_cycle, on_timeout, on_error, on_exit};
 
+// Closes the socket on every way out.
+class SocketOwner {
+ public:
+  explicit SocketOwner(int fd) : fd_(fd) {}
+  ~SocketOwner() {
+    socket_close(fd_);
+  }
+  SocketOwner(const SocketOwner &) = delete;
+  SocketOwner &operator=(const SocketOwner &) = delete;
+
+ private:
+  int fd_;
+};
+
+// Runs the service until one of the signals has come and the last handler has returned.
+bool serve(ipport &local, const char *address, const sigset_t &stop_signals) {
+  const int port = ntohs(local.port);
+  int fd;
+  if (socket_listen(&local, SOCKET_OPT_TCP, backlog, &fd) != 0) {
+    fprintf(stderr, "echo_server: cannot listen on %s port %d; the console tells more\n", address, port);
+    return false;
+  }
+  const SocketOwner listening(fd);
+  pthread_t thread;
+  if (socket_select(fd, 0, 0, time_out, &handlers, &thread) != 0) {
+    fputs("echo_server: the service does not start; the console tells more\n", stderr);
+    return false;
+  }
+  printf("listening on %s port %d; SIGTERM stops\n", address, port);
+
+  int signal_number;
+  sigwait(&stop_signals, &signal_number);
+  stop_wanted = true;
+  std::unique_lock<std::mutex> lock(end_lock);
+  end_told.wait(lock, [] { return ended; });
+  return true;
+}
+
 int usage() {
   fputs("usage: echo_server PORT [ADDRESS]\n", stderr);
   return 2;
@@ -125,27 +163,8 @@ int main(int argc, char **argv) {
   sigaddset(&stop_signals, SIGINT);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  int listening;
-  if (socket_listen(&local, SOCKET_OPT_TCP, backlog, &listening) != 0) {
-    fprintf(stderr, "echo_server: cannot listen on %s port %d; the console tells more\n", address, port);
+  if (!serve(local, address, stop_signals))
     return 1;
-  }
-  pthread_t thread;
-  if (socket_select(listening, 0, 0, time_out, &handlers, &thread) != 0) {
-    fputs("echo_server: the service does not start; the console tells more\n", stderr);
-    socket_close(listening);
-    return 1;
-  }
-  printf("listening on %s port %d; SIGTERM stops\n", address, port);
-
-  int signal_number;
-  sigwait(&stop_signals, &signal_number);
-  stop_wanted = true;
-  {
-    std::unique_lock<std::mutex> lock(end_lock);
-    end_told.wait(lock, [] { return ended; });
-  }
-  socket_close(listening);
   printf("stopped; %llu bytes echoed\n", bytes_echoed);
   return 0;
 }

@@ -52,6 +52,8 @@ struct Free {
 };
 using Text = std::unique_ptr<char, Free>;
 
+using File = std::unique_ptr<FILE, decltype(&fclose)>;
+
 struct Request {
   bool is_post;
   std::string script; // this program's own URL
@@ -115,13 +117,11 @@ void *send_elsewhere(const Request &request, const char *page) {
 
 // What the file holds, cut to `largest_file`; empty when it cannot be read.
 std::string read_file(const std::string &path) {
-  std::string text;
-  FILE *in = fopen(path.c_str(), "re");
+  const File in(fopen(path.c_str(), "re"), fclose);
   if (!in)
-    return text;
-  text.resize(largest_file);
-  text.resize(fread(text.data(), 1, text.size(), in));
-  fclose(in);
+    return "";
+  std::string text(largest_file, '\0');
+  text.resize(fread(text.data(), 1, text.size(), in.get()));
   return text;
 }
 
@@ -193,14 +193,13 @@ bool is_logged_in(const std::string &dir) {
 // Empty when there is no randomness.
 std::string new_token() {
   unsigned char bytes[token_size / 2];
-  FILE *source = fopen("/dev/urandom", "re");
-  const bool is_read = source && fread(bytes, sizeof(bytes), 1, source) == 1;
-  if (source)
-    fclose(source);
+  const File source(fopen("/dev/urandom", "re"), fclose);
+  if (!source || fread(bytes, sizeof(bytes), 1, source.get()) != 1)
+    return "";
   std::string token;
-  for (size_t i = 0; is_read && i < sizeof(bytes); i++) {
-    token += to_hex(static_cast<char>(bytes[i] >> 4));
-    token += to_hex(static_cast<char>(bytes[i]));
+  for (const unsigned char byte : bytes) {
+    token += to_hex(static_cast<char>(byte >> 4));
+    token += to_hex(static_cast<char>(byte));
   }
   return token;
 }
