@@ -1,6 +1,8 @@
-// What goes through the interfaces of this machine, every period anew: a table on a terminal, lines elsewhere.
+// Shows the rates of interfaces once in every period: as a table on a terminal, as lines elsewhere.
 //
-//   bandwidth [-p SECONDS] INTERFACE...   until SIGINT or SIGTERM; a second one does not wait for the last period
+//   bandwidth [-p SECONDS] INTERFACE...
+//
+// After SIGINT or SIGTERM the program ends with the current period. A second signal ends it at once.
 #include <sys/ipc.h>
 #include <unistd.h>
 
@@ -52,10 +54,10 @@ bool parse(int argc, char **argv, Options &options) {
 
 std::string readable(uint64_t bytes_per_second) {
   static constexpr const char *names[] = {"B/s", "kB/s", "MB/s", "GB/s", "TB/s"};
-  return in_units(bytes_per_second, {names, 1000, 999.95}); // 999.95 would be shown as 1000.0
+  return in_units(bytes_per_second, {names, 1000, 999.95}); // 999.95 of a unit would be shown as 1000.0
 }
 
-// The table stands where the one before it stood.
+// Writes the table over the previous one.
 void show(bm_head &monitor, const Options &options, bool terminal, bool first) {
   if (terminal && !first)
     printf("\033[%zuA", options.interfaces.size() + 1);
@@ -73,7 +75,8 @@ void show(bm_head &monitor, const Options &options, bool terminal, bool first) {
   fflush(stdout);
 }
 
-// Changes or asks something of the monitor under its semaphore.
+// Calls `body`, which reads or changes the monitor, with the monitor's semaphore taken. Returns what `body` returns, or
+// false when the semaphore cannot be taken.
 template <typename Body>
 bool locked(const bm_head &monitor, Body body) {
   if (downdown(monitor.semid, "bandwidth", __LINE__, "locked", 0) != 0)
@@ -83,7 +86,7 @@ bool locked(const bm_head &monitor, Body body) {
   return result;
 }
 
-// True when one of the signals came within that time.
+// Returns whether one of the signals came before the time `wait` was over.
 bool signalled(const sigset_t &signals, timespec wait) {
   return sigtimedwait(&signals, nullptr, &wait) > 0;
 }
@@ -93,7 +96,8 @@ void remove_semaphore(bm_head *monitor) {
   sem_delete(monitor->semid);
 }
 
-// The thread looks at its exit bit when its sleep is over, and has ended when the list is empty.
+// Ends the monitor's thread and waits for its end, or for a second signal. The thread looks at its exit bit when its
+// sleep is over; it empties the list before it ends.
 void end(bm_head &monitor, const sigset_t &signals) {
   locked(monitor, [&monitor] {
     monitor.exit = 1;
@@ -112,14 +116,14 @@ int main(int argc, char **argv) {
   if (!parse(argc, argv, options))
     return usage();
 
-  // Blocked before there is a second thread: a signal must not interrupt one that waits for the semaphore.
+  // The signals are blocked before there is a second thread, because none may interrupt a wait for the semaphore.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  static bm_head monitor; // where the thread finds it until the process is gone
+  static bm_head monitor; // it is static because its thread may still run while main returns
   if (init_bm(&monitor, IPC_PRIVATE, options.period, 0) != 1) {
     fprintf(stderr, "bandwidth: no semaphore\n");
     return 1;

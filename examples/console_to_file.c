@@ -1,6 +1,7 @@
 /*
- * Preloaded into a program, this sends what it writes to /dev/console to the file that $DEMO_CONSOLE names. For the
- * demo on machines that allow no namespaces, where a plain file cannot be mounted over the console.
+ * When this library is preloaded into a program, what the program writes to /dev/console goes to the file that
+ * $DEMO_CONSOLE names. The demo needs it on machines that allow no namespaces, because there it cannot mount a plain
+ * file over the console.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -11,7 +12,7 @@
 typedef FILE *open_stream(const char *path, const char *mode);
 
 static FILE *open_elsewhere(const char *name, const char *path, const char *mode) {
-  /* POSIX lets a function pass through dlsym's data pointer; ISO C knows no such conversion. */
+  /* dlsym returns a function as a data pointer, as POSIX allows; ISO C has no conversion between the two. */
   union {
     void *symbol;
     open_stream *function;
@@ -25,7 +26,7 @@ FILE *fopen(const char *path, const char *mode) {
   return open_elsewhere("fopen", path, mode);
 }
 
-/* What programs with 64-bit file offsets call. */
+/* Programs with 64-bit file offsets call this instead of fopen. */
 FILE *fopen64(const char *path, const char *mode) {
   return open_elsewhere("fopen64", path, mode);
 }

@@ -1,6 +1,8 @@
-// A TCP echo server on the select service: what each client sends goes back to it.
+// Sends back to each client what that client has sent: a TCP echo server on the select service.
 //
-//   echo_server PORT [ADDRESS]   on every address, or on that one; SIGTERM or SIGINT stops
+//   echo_server PORT [ADDRESS]
+//
+// It listens on all addresses of the machine, or on ADDRESS alone. SIGTERM or SIGINT stops it.
 #include <arpa/inet.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -21,17 +23,19 @@
 namespace {
 
 constexpr int backlog = 16;
-constexpr size_t most_clients = 200; // leaves descriptors over: without any, accept fails in every cycle
-constexpr int time_out = 200000;     // microseconds until a quiet service looks whether it is to stop
+// The limit keeps descriptors free. When none is left, accept fails in every cycle.
+constexpr size_t most_clients = 200;
+// A quiet service checks after this many microseconds whether it is to stop.
+constexpr int time_out = 200000;
 
 std::atomic<bool> stop_wanted;
 
-// The service has a thread of its own. Whoever waits for its end waits for the last handler.
+// The service runs in a thread of its own, which cannot be joined. Its last handler reports the end here.
 std::mutex end_lock;
 std::condition_variable end_told;
 bool ended;
 
-// Handlers run one at a time: what only they touch needs no lock.
+// These need no lock, because handlers run one at a time and main reads them only after the last one.
 std::set<int> clients;
 unsigned long long bytes_echoed;
 
@@ -45,17 +49,17 @@ void on_accept(int, int fd, ipport *peer, int) {
   ip2string(peer->ip, address, sizeof(address));
   printf("%d: connected from %s port %d\n", fd, address, ntohs(peer->port));
   clients.insert(fd);
-  // A blocking send to a client that reads nothing would keep all the others waiting.
+  // If a client reads nothing, a blocking send to it would keep all others waiting.
   set_nonblock_sock(fd);
   if (clients.size() > most_clients) {
     printf("%d: one too many\n", fd);
-    shutdown(fd, SHUT_RDWR); // the next cycle finds it closed; it is watched until then, so it must stay open
+    shutdown(fd, SHUT_RDWR); // the descriptor is watched until the next cycle finds it closed, so it must stay open
   }
 }
 
 void on_data(int, int fd, uint8_t *remove) {
   char bytes[4096];
-  // As much as is there. socket_recv would wait for all 4096.
+  // recv returns the bytes that are there, while socket_recv would wait for all 4096.
   const ssize_t count = recv(fd, bytes, sizeof(bytes), 0);
   if (count > 0) {
     int length = static_cast<int>(count);
@@ -70,7 +74,7 @@ void on_data(int, int fd, uint8_t *remove) {
   } else {
     printf("%d: lost\n", fd);
   }
-  *remove = 1; // what is closed must not stay watched
+  *remove = 1; // a closed descriptor must not stay watched
   close_client(fd);
 }
 
@@ -93,10 +97,10 @@ void on_error(int, int code) {
 void on_exit(int, int) {
   while (!clients.empty())
     close_client(*clients.begin());
-  kill(getpid(), SIGTERM); // main may still wait for a signal: the service can end by itself
+  kill(getpid(), SIGTERM); // the service can end by itself, while main waits for a signal
   const std::lock_guard<std::mutex> lock(end_lock);
   ended = true;
-  end_told.notify_one(); // with the lock: once main has it there may be nothing left to tell
+  end_told.notify_one(); // the lock is still held: once main has it, end_told may be gone
 }
 
 constexpr socket_handler_set handlers = {on_accept, on_data, on_close, on_cycle, on_timeout, on_error, on_exit};
@@ -156,7 +160,7 @@ int main(int argc, char **argv) {
     return usage();
   setvbuf(stdout, nullptr, _IOLBF, 0);
 
-  // Blocked before there is another thread, the signals are kept for sigwait.
+  // The signals are blocked before there is another thread, so that they wait for sigwait.
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGTERM);

@@ -1,7 +1,7 @@
-// A home router's QoS daemon in small: reads a policy, applies it to an interface, waits, and takes it away again.
+// This is a small QoS daemon of a home router: it reads a policy, applies it to an interface, waits, and removes it.
 //
-//   home_router POLICY           apply, write the reports to the console, stop on SIGTERM or SIGINT
-//   home_router --check POLICY   only say what is wrong with the policy
+//   home_router POLICY           applies the policy, writes the reports to the console, stops on SIGTERM or SIGINT
+//   home_router --check POLICY   only reports the mistakes of the policy
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -20,7 +20,7 @@ bool failed(const char *what) {
   return false;
 }
 
-// One parameter block by the root's type: the library copies as many bytes as that type has.
+// Returns the parameter block of the root's kind. The library copies as many bytes as the block of that kind has.
 const void *root_params(const Policy &policy) {
   switch (policy.root_kind) {
     case QOS_ROOT_PFIFO_FAST:
@@ -35,12 +35,12 @@ const void *root_params(const Policy &policy) {
 bool build_classes(const Policy &policy) {
   const char *ifname = policy.interface.c_str();
   for (const uint16_t id : policy.dropped_classes) {
-    // Dropping class 1 has taken 2 and 3 with it, so that one of them may be gone already.
+    // The class may be gone already: class 1 takes classes 2 and 3 with it.
     if (class_find(ifname, id) && del_class(ifname, id) != 0)
       return failed("del_class");
   }
   for (const PolicyClass &item : policy.classes) {
-    // The bands of a PRIO tree are there already; they only get leaves.
+    // The bands of a PRIO tree exist already and only get leaves.
     if (policy.root_kind == QOS_ROOT_HTB && add_class(ifname, item.parent, item.id, &item.htb) != 0)
       return failed("add_class");
     if (policy.root_kind == QOS_ROOT_HFSC && add_class(ifname, item.parent, item.id, &item.hfsc) != 0)
@@ -56,8 +56,8 @@ bool add_schedules(const Policy &policy) {
     const uint8_t first_four[] = {item.index, item.days, item.all_day, item.start_hour};
     if (!add_sched(first_four))
       return failed("add_sched");
-    // add_sched takes no more than these four bytes. A window that ends, or starts on anything but the full hour, is
-    // completed in the library's own record; left out, the rule would hold from the start to midnight.
+    // add_sched reads only these four bytes. The other times go straight into the library's record. Without them, the
+    // rules of the schedule would hold from its full hour to midnight.
     qos_sched *stored = search_sched(item.index);
     stored->stop_hour = item.stop_hour;
     stored->start_min = item.start_min;
@@ -66,7 +66,7 @@ bool add_schedules(const Policy &policy) {
   return true;
 }
 
-// Makes tree, schedules and rules in memory. Nothing of the machine changes yet.
+// Makes the tree, the schedules and the rules in memory. The machine's queues and chains do not change yet.
 bool build(const Policy &policy) {
   if (add_root_qdisc(policy.speeds, policy.interface.c_str(), policy.root_kind, root_params(policy)) != 0)
     return failed("add_root_qdisc");
@@ -79,7 +79,7 @@ bool build(const Policy &policy) {
   return true;
 }
 
-// Rules before their tree: deleting the tree first would lose their memory.
+// Deletes the rules before their tree, because nothing frees the rules of a tree that is gone.
 void discard(const Policy &policy) {
   const char *ifname = policy.interface.c_str();
   for (const PolicyRule &rule : policy.rules)
@@ -95,8 +95,8 @@ void print_rules(const Policy &policy) {
 
 bool run_until_stopped(const Policy &policy) {
   const char *ifname = policy.interface.c_str();
-  // Blocked from before the start, a signal to stop is kept until sigwait: it never ends the program half-way, with
-  // queues and chains left behind.
+  // The signals are blocked before the start and wait for sigwait. So none ends the program half-way, with queues and
+  // chains left behind.
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGTERM);

@@ -1,9 +1,9 @@
-// Runs the commands of a job file, each at its time: a timer for every job hands it to a pool of workers.
+// Runs the commands of a job file, each at its time. Every job has a timer, which hands it to a pool of workers.
 //
 //   job_runner [-w WORKERS] [FILE]
 //
 // The file, or standard input, holds one job per line: the delay in whole seconds, blanks, the command for the shell.
-// Empty lines and lines that begin with "#" say nothing. The program ends when all jobs have.
+// Empty lines and lines that begin with "#" are skipped. The program ends after the last job.
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
@@ -22,32 +22,32 @@
 
 namespace {
 
-constexpr unsigned long longest_delay = 86400; // seconds, a day
+constexpr unsigned long longest_delay = 86400; // seconds: one day
 constexpr unsigned long most_workers = 64;
 constexpr size_t longest_command = 1000; // bytes; __system holds a little more
-constexpr int worker_stack = 256;        // KiB; some C libraries take no less than 128
+constexpr int worker_stack = 256;        // KiB; some C libraries refuse less than 128
 
 struct Job {
-  unsigned number; // of its line
-  uint32_t delay;  // seconds
+  unsigned line;  // number of its line in the file
+  uint32_t delay; // seconds
   std::string command;
   TimerNode timer;
 };
 
-std::vector<Job> jobs; // not changed once timers and workers run
+std::vector<Job> jobs; // it does not change once timers and workers run
 ThreadPool *pool;
-uint32_t start_time; // of getCurrentTime's clock
+uint32_t start_time; // seconds of getCurrentTime's clock
 int timer_lock;
 
 pthread_mutex_t count_lock = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t all_handed_over = PTHREAD_COND_INITIALIZER;
-size_t handed_over; // jobs in the pool's queue, or further
+size_t handed_over; // number of jobs that the pool has got so far
 
 uint32_t seconds_so_far() {
   return getCurrentTime(nullptr) - start_time;
 }
 
-// A number from 0 to `most` and nothing else.
+// Returns whether the whole text is a number from 0 to `most`, and stores the number.
 bool read_number(const std::string &text, unsigned long most, unsigned long *number) {
   if (text.empty() || text.size() > 9 || !is_number(text.c_str()))
     return false;
@@ -55,7 +55,8 @@ bool read_number(const std::string &text, unsigned long most, unsigned long *num
   return *number <= most;
 }
 
-// What is wrong with a line; null when it is a job, appended to `jobs`, or says nothing.
+// Appends the job of a line to `jobs`. Returns null, or the mistake in the line. An empty line and a comment are no
+// mistakes.
 const char *read_job(unsigned number, const std::string &line) {
   constexpr char blanks[] = " \t\r";
   const size_t start = line.find_first_not_of(blanks);
@@ -77,7 +78,7 @@ const char *read_job(unsigned number, const std::string &line) {
   return nullptr;
 }
 
-// False, and every bad line is told, when the file is not to be run.
+// Returns whether the file could be read and is without mistakes, and reports every line that has one.
 bool read_jobs(FILE *in, const char *name) {
   bool good = true;
   char *line = nullptr;
@@ -100,26 +101,27 @@ bool read_jobs(FILE *in, const char *name) {
   return good;
 }
 
-// In a worker.
+// Runs a job in a worker.
 void *run_job(void *argument) {
   const auto *job = static_cast<Job *>(argument);
-  printf("%4us  line %u  start  %s\n", seconds_so_far(), job->number, job->command.c_str());
+  printf("%4us  line %u  start  %s\n", seconds_so_far(), job->line, job->command.c_str());
   const int status = __system("job_runner", __LINE__, __func__, "%s", job->command.c_str());
   if (status == -1)
-    printf("%4us  line %u  end    not started\n", seconds_so_far(), job->number);
+    printf("%4us  line %u  end    not started\n", seconds_so_far(), job->line);
   else if (WIFEXITED(status))
-    printf("%4us  line %u  end    status %d\n", seconds_so_far(), job->number, WEXITSTATUS(status));
+    printf("%4us  line %u  end    status %d\n", seconds_so_far(), job->line, WEXITSTATUS(status));
   else
-    printf("%4us  line %u  end    signal %d\n", seconds_so_far(), job->number, WTERMSIG(status));
+    printf("%4us  line %u  end    signal %d\n", seconds_so_far(), job->line, WTERMSIG(status));
   return nullptr;
 }
 
-// The callback of every timer, on a runner thread. The queue has a slot for every job.
+// A thread of the timer service calls this when a timer is due. The pool's queue has a slot for every job, so that a
+// full queue cannot happen.
 void hand_over(uint32_t index, uint32_t) {
   Job &job = jobs[index];
   const int result = task_enqueue(pool, run_job, &job);
   if (result != 0)
-    fprintf(stderr, "line %u: not run (%d)\n", job.number, result);
+    fprintf(stderr, "line %u: not run (%d)\n", job.line, result);
   pthread_mutex_lock(&count_lock);
   if (++handed_over == jobs.size())
     pthread_cond_signal(&all_handed_over);
@@ -127,8 +129,8 @@ void hand_over(uint32_t index, uint32_t) {
 }
 
 bool start_timers() {
-  // Workers take the signals, the SIGCHLD of their commands among them. They would interrupt whoever waits for the
-  // timers' semaphore: this thread, and the service's, which inherit its mask.
+  // A signal would interrupt a wait for the timers' semaphore, so that this thread and those of the service, which
+  // inherit its mask, block them all. The workers exist already and take them, the SIGCHLD of their commands too.
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, nullptr);
@@ -151,10 +153,10 @@ void run_all() {
     pthread_cond_wait(&all_handed_over, &count_lock);
   pthread_mutex_unlock(&count_lock);
   destoryTimerThread();
-  threadpool_destroy(pool, 1); // after the last job
+  threadpool_destroy(pool, 1); // this returns after the last job
 }
 
-// In a process of its own; the exit status.
+// Runs all jobs in a process of its own. Returns its exit status.
 int work(int workers) {
   pool = threadpool_init(workers, static_cast<int>(jobs.size()), worker_stack);
   if (!pool) {
@@ -169,14 +171,15 @@ int work(int workers) {
   return 0;
 }
 
-volatile sig_atomic_t working; // process id
+volatile sig_atomic_t working; // id of the process that runs the jobs
 
 void pass_on(int signal) {
   kill(working, signal);
 }
 
-// The semaphore outlives its process, and must outlive the last runner thread, which nobody can wait for. So another
-// process works, and this one takes the semaphore away when that has ended, however it did.
+// A semaphore stays until it is removed, and the timers' semaphore must not be removed before the last thread of the
+// timer service has ended. These threads cannot be joined. So a child process runs the jobs, and this one removes the
+// semaphore when the child has ended, however it did.
 int work_and_clean_up(int workers) {
   if (sem_create(IPC_PRIVATE, &timer_lock) != 0) {
     fputs("no semaphore\n", stderr);
@@ -188,7 +191,7 @@ int work_and_clean_up(int workers) {
   int status = 0;
   if (child > 0) {
     working = child;
-    signal(SIGINT, SIG_IGN); // the terminal sends it to both
+    signal(SIGINT, SIG_IGN); // the terminal sends it to the child as well
     signal(SIGTERM, pass_on);
     signal(SIGHUP, pass_on);
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {

@@ -1,5 +1,5 @@
-// Reads a policy file. Everything that would later reach a shell, or that the library would take as it stands, is
-// checked here, where the line it stands on is still known.
+// Reads a policy file. The library takes most values unchecked and writes some of them into shell scripts, so they are
+// all checked here, where their line is still known.
 #include "policy.h"
 
 #include <algorithm>
@@ -65,10 +65,11 @@ constexpr txt_map_entry dscp_names[] = {{0, "CS0"},
 
 constexpr uint32_t highest_rate = 100'000'000; // kbit/s
 constexpr uint32_t highest_size = 100'000'000; // bytes
-constexpr uint32_t highest_class = 0xFFF;      // a leaf's handle is the class id shifted by 4, in 16 bits
+constexpr uint32_t highest_class = 0xFFF;      // a leaf's handle has 16 bits and is the class id shifted by 4
 
-constexpr unsigned mode_raw = 0, mode_class = 1; // of a DSCP in match and target records
+constexpr unsigned mode_raw = 0, mode_class = 1; // how a match or target record holds its DSCP
 
+// Returns whether the text consists of letters, digits and the characters of `more`.
 bool only_characters(std::string_view text, std::string_view more) {
   return std::all_of(text.begin(), text.end(), [more](char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
@@ -76,7 +77,7 @@ bool only_characters(std::string_view text, std::string_view more) {
   });
 }
 
-// "18:30" as minutes since midnight.
+// Returns a time such as "18:30" as minutes since midnight.
 std::optional<uint32_t> time_of_day(std::string_view text) {
   const size_t colon = text.find(':');
   if (colon == std::string_view::npos || text.size() != colon + 3)
@@ -97,7 +98,7 @@ bool is_mac(std::string_view text) {
   return true;
 }
 
-// The raw DSCP and precedence values of the records are the first byte of their field in memory, on every host.
+// The records hold a raw DSCP or precedence in the first byte of a field in memory, whatever the host's byte order.
 void set_first_byte(uint32_t &field, uint32_t value) {
   const auto byte = static_cast<uint8_t>(value);
   memcpy(&field, &byte, sizeof(byte));
@@ -151,7 +152,7 @@ class PolicyReader {
       section.mistake(line, std::string(what) + " " + std::to_string(id) + " is no leaf class");
   }
 
-  // The name goes into shell scripts as it stands: nothing but a plain name may pass.
+  // The library writes the name unchecked into shell scripts, so that only a plain name may pass.
   void read_interface() {
     top_.require("interface");
     const auto name = top_.text("interface");
@@ -181,7 +182,7 @@ class PolicyReader {
         read_bands(root);
         break;
       default:
-        // What the library makes with the tree.
+        // The library makes these classes with the tree.
         known_ = {{1, {0, true}}, {2, {1, false}}, {3, {1, false}}};
         drop_classes(root);
         break;
@@ -253,7 +254,7 @@ class PolicyReader {
     policy_.classes.push_back(item);
   }
 
-  // Enters the class into the tree as it is known so far.
+  // Adds the class to the tree that is known so far.
   void read_place(Section &section, std::optional<uint32_t> id) {
     section.require("parent");
     const auto parent = section.number("parent", 0, highest_class);
@@ -295,8 +296,8 @@ class PolicyReader {
       section.mistake("ceil", "ceil " + std::to_string(htb.ceil) + " is below rate " + std::to_string(htb.rate));
   }
 
-  // A class is always written with its upper limit and one curve more. tc takes an upper limit only beside a share of
-  // what is left, so that a class of rt alone, which the library could write, would always be refused.
+  // The library always writes a class with its upper limit and one curve more. tc refuses an upper limit next to rt
+  // alone, so that a policy cannot ask for rt.
   void read_hfsc(Section &section, hfsc_params &hfsc) {
     section.require("ul");
     read_curve(section, "ul", hfsc.ul);
@@ -354,7 +355,8 @@ class PolicyReader {
     section.finish();
   }
 
-  // What only the whole tree can tell. Where it is broken, more about it would not help.
+  // Checks that no class with a leaf has children, which shows only when all classes are read. A tree with mistakes in
+  // its shape is not checked, because their consequences would be reported as more mistakes.
   void check_leaves() {
     if (!tree_is_known_)
       return;
@@ -494,10 +496,10 @@ class PolicyReader {
 
   struct Dscp {
     unsigned mode;
-    uint32_t field; // as the records hold it
+    uint32_t field; // in the form of the records
   };
 
-  // "EF", or a number.
+  // Reads a DSCP, which is the name of a class such as "EF", or a number.
   static std::optional<Dscp> dscp(Section &section, const char *key) {
     const toml::node *value = section.find(key);
     if (!value)
@@ -552,7 +554,8 @@ class PolicyReader {
       match.match_flags |= 1u << QOS_MATCH_URL;
   }
 
-  // Domain and URL texts go into shell scripts as they stand; no character that a shell would read may pass.
+  // The library writes domain and URL texts unchecked into shell scripts, so that no character with a meaning to the
+  // shell may pass.
   template <size_t size>
   static bool copy_name(Section &section, const char *key, const char *more, char (&field)[size]) {
     const auto text = section.text(key);
@@ -573,7 +576,7 @@ class PolicyReader {
       target.target_flags |= 1u << QOS_TARGET_MARK;
       target.mark = *mark;
     }
-    // Both read the same two fields of the record.
+    // Both are stored in the same two fields of the record.
     if (section.find("set_tos") && section.find("set_dscp"))
       section.mistake("set_dscp", "set_tos and set_dscp cannot be in one rule");
     if (const auto tos = section.word("set_tos", tos_names)) {
@@ -596,7 +599,7 @@ class PolicyReader {
       target.vlan_double = vlan->flag("double") ? 1 : 0;
       vlan->finish();
     }
-    target.log = section.flag("log") ? 1 : 0; // the report says so; no command comes of it
+    target.log = section.flag("log") ? 1 : 0; // the report shows it, but no command is written for it
     const bool any =
         section.find("mark") || section.find("set_tos") || section.find("set_dscp") || section.find("add_vlan");
     if (!any)
@@ -605,10 +608,10 @@ class PolicyReader {
 
   Policy policy_;
   Section top_;
-  bool tree_is_known_ = false;                        // no mistake in its shape so far
-  std::map<uint32_t, KnownClass> known_;              // the tree as far as it is read
+  bool tree_is_known_ = false;                        // the shape of the tree has no mistake so far
+  std::map<uint32_t, KnownClass> known_;              // the tree as far as it has been read
   std::set<uint32_t> bands_seen_;                     // PRIO bands that have a [[class]]
-  std::vector<std::pair<uint32_t, unsigned>> leaves_; // class, line of its leaf
+  std::vector<std::pair<uint32_t, unsigned>> leaves_; // id of a class, line of its leaf
   std::set<uint32_t> schedules_, rules_;
 };
 

@@ -18,8 +18,8 @@
 namespace {
 
 constexpr int most_servers = 5;
-// A record has room for ten. Answers to any other name, such as what an alias stands for, go to the slot behind the
-// last name, and with ten names that is the next server's first.
+// A record has slots for ten names. The library files answers to other names, such as the target of an alias, in the
+// slot behind the last name; with ten names that would be the first slot of the next server.
 constexpr int most_names = 9;
 
 constexpr int exit_found = 0, exit_nothing = 1, exit_usage = 2;
@@ -54,7 +54,7 @@ bool is_address(const std::string &text) {
   return inet_pton(AF_INET, text.c_str(), &ignored) == 1;
 }
 
-// False when they are not what the usage says.
+// Returns false if the arguments are not as the usage says.
 bool read_options(int argc, char **argv, Options &options) {
   for (int option; (option = getopt(argc, argv, "1t:s:f:")) != -1;) {
     switch (option) {
@@ -83,7 +83,7 @@ bool read_options(int argc, char **argv, Options &options) {
   return !options.names.empty() && options.names.size() <= most_names && options.servers.size() <= most_servers;
 }
 
-// The first IPv4 addresses of a file in the form of /etc/resolv.conf.
+// Returns the first IPv4 addresses in the nameserver lines of a file like /etc/resolv.conf.
 std::vector<std::string> servers_of(const std::string &path) {
   std::vector<std::string> servers;
   std::ifstream file(path);
@@ -96,7 +96,7 @@ std::vector<std::string> servers_of(const std::string &path) {
   return servers;
 }
 
-// A query record is too large for the stacks of small threads; programs keep it static, or in a block of its own.
+// A query record is too large for the stack of a small thread, so that programs make it static or allocate it.
 DnsQuery query;
 
 void prepare(const Options &options) {
@@ -131,7 +131,7 @@ bool has_address(int server) {
   return false;
 }
 
-// Whether the server replies at all, to a record that has it alone.
+// Returns whether the server replies at all. It is asked with a second record that lists no other server.
 bool replies(int server) {
   static DnsQuery probe;
   probe = query;
@@ -156,7 +156,7 @@ void print_table(const Options &options) {
   print_row(columns, "SERVER", "NAME", "A", "AAAA");
   for (int server = 0; server < query.serverCount; server++) {
     const std::string &address = options.servers[static_cast<size_t>(server)];
-    // With -1 a server may only have been slower than another one.
+    // With -1 a server without an address may only have been slower than another one.
     if (!has_address(server)) {
       const char *state = options.first_match ? "nothing yet" : replies(server) ? "has none" : "no reply";
       printf("%-15s  %-*s  %s\n", address.c_str(), columns, "-", state);
@@ -187,7 +187,7 @@ int main(int argc, char **argv) {
     if (!is_address(server))
       return mistake("no IPv4 address: " + server);
   }
-  // Answers are known by the name in them, and servers leave the dot at its end out.
+  // The library finds an answer's slot by the name in the answer, which has no dot at its end.
   for (std::string &name : options.names) {
     if (name.size() > 1 && name.back() == '.')
       name.pop_back();
@@ -197,7 +197,7 @@ int main(int argc, char **argv) {
 
   prepare(options);
   dnsQuery4(&query);
-  // Looked at here: its result says that all went well, not that there is an address.
+  // The counts say whether there is an address. The result of dnsQuery4 does not: it can be 1 without one.
   const bool found = query.ipv4Count != 0 || query.ipv6Count != 0;
   print_table(options);
   return found ? exit_found : exit_nothing;

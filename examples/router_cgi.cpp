@@ -1,25 +1,25 @@
-// A router's web pages as one CGI program: login, settings, status as XML, help texts.
+// This CGI program serves a router's web pages: login, settings, status as XML, help texts.
 //
-//   /cgi-bin/router.cgi/login      form; POST user and password
-//   /cgi-bin/router.cgi/settings   form; POST name, address and note     (after login)
-//   /cgi-bin/router.cgi/status     what a page's script asks for, XML    (after login)
-//   /cgi-bin/router.cgi/help       a help text: ?page=PATH
+//   /cgi-bin/router.cgi/login      GET the form; POST user and password
+//   /cgi-bin/router.cgi/settings   GET the form; POST name, address and note   (after login)
+//   /cgi-bin/router.cgi/status     GET the status as XML for a page's script   (after login)
+//   /cgi-bin/router.cgi/help       GET a help text: ?page=PATH
 //   /cgi-bin/router.cgi/logout     POST
 //
-// ROUTER_CGI_DIR names the folder that everything is kept in:
+// ROUTER_CGI_DIR names the folder with the program's files:
 //
 //   credentials   base64 of USER:PASSWORD
 //   settings      lines KEY=VALUE, the values percent-coded
-//   session       the token of who is logged in
+//   session       token of the user who is logged in
 //   help/         the help texts
 //
-// The rules this program keeps, which any handler should:
-//   - A request is bounded before it is read, and counted before it is split.
-//   - Whatever is printed goes through j_html_enc, whoever it came from.
-//   - Standard output is the response, so nothing of the library that prints there may do so: separators are counted
-//     before data_2_entries sees them, and what is stored is checked against what it has to be.
-//   - The library's login cookie tells a page's script that somebody is logged in. It is no secret and opens nothing:
-//     that is what the session's token is for.
+// Any handler should keep the rules that this program keeps:
+//   - A request's size is checked before it is read, and its entries are counted before it is split.
+//   - Every text from a request or a file goes through j_html_enc before it is printed.
+//   - Standard output is the response, so that no function of the library may print its complaints there. Therefore
+//     separators are counted before data_2_entries sees them, and values are checked before they are stored.
+//   - The library's login cookie only tells a page's script that somebody is logged in. It is no secret and gives no
+//     access; the session's token does.
 #include <ctype.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -41,10 +41,10 @@ constexpr size_t largest_body = 8192;
 constexpr size_t largest_file = 8192;
 constexpr int most_entries = 16;
 constexpr size_t token_size = 32;     // hexadecimal digits
-constexpr int restart_time = 20;      // seconds until new settings are in force
-constexpr size_t largest_page = 1024; // of those that only redirect
+constexpr int restart_time = 20;      // seconds that a browser waits until new settings are in force
+constexpr size_t largest_page = 1024; // bytes of a page that only redirects
 
-// Text that the library allocated.
+// Frees a text that the library has allocated.
 struct Free {
   void operator()(char *text) const {
     free(text);
@@ -56,13 +56,13 @@ using File = std::unique_ptr<FILE, decltype(&fclose)>;
 
 struct Request {
   bool is_post;
-  std::string script; // this program's own URL
-  std::string dir;
+  std::string script; // URL of this program
+  std::string dir;    // folder with its files
   bool logged_in;
   std::vector<cgi_entry> entries;
 };
 
-// The value of an entry; empty when it is not there.
+// Returns the value of an entry, or an empty text when there is no such entry.
 const char *value_of(Request &request, const char *name) {
   const char *found = get_entry_value_by_name(request.entries.data(), static_cast<int>(request.entries.size()), name);
   return found ? found : "";
@@ -73,7 +73,7 @@ std::string environment(const char *name) {
   return value ? value : "";
 }
 
-// ---- What goes out
+// ---- Responses
 
 void print_head(const char *status, const char *type) {
   printf("Status: %s\r\nContent-Type: %s\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n", status,
@@ -115,7 +115,7 @@ void *send_elsewhere(const Request &request, const char *page) {
 
 // ---- Files
 
-// What the file holds, cut to `largest_file`; empty when it cannot be read.
+// Returns the first `largest_file` bytes of the file, or an empty text when it cannot be read.
 std::string read_file(const std::string &path) {
   const File in(fopen(path.c_str(), "re"), fclose);
   if (!in)
@@ -125,7 +125,8 @@ std::string read_file(const std::string &path) {
   return text;
 }
 
-// The file holds the old text or the new one, whatever happens meanwhile.
+// Writes the text to a file of its own and renames that, so that the file holds either the old text or the new one,
+// even if the power fails.
 bool write_file(const std::string &path, const std::string &text) {
   const std::string draft = path + "." + std::to_string(getpid());
   unlink(draft.c_str());
@@ -160,9 +161,10 @@ bool append_setting(std::string &settings, const char *key, const char *value) {
   return coded != nullptr;
 }
 
-// ---- Who is there
+// ---- Sessions
 
-// In a time that tells nothing of where they differ.
+// Returns whether the texts are equal. The time that it takes does not depend on where they differ, so that nobody can
+// guess a secret piece by piece.
 bool are_equal_secrets(const std::string &a, const std::string &b) {
   if (a.size() != b.size())
     return false;
@@ -172,7 +174,7 @@ bool are_equal_secrets(const std::string &a, const std::string &b) {
   return difference == 0;
 }
 
-// The value of a cookie by its whole name ("session" is not found in "old_session").
+// Returns the value of a cookie, or an empty text. The whole name must match: "session" is not found in "old_session".
 std::string cookie(const std::string &header, const std::string &name) {
   for (size_t at = 0; at < header.size();) {
     const size_t end = std::min(header.find(';', at), header.size());
@@ -190,7 +192,7 @@ bool is_logged_in(const std::string &dir) {
          are_equal_secrets(token, first_line(read_file(dir + "/session")));
 }
 
-// Empty when there is no randomness.
+// Returns a random token, or an empty text when there is no source of random bytes.
 std::string new_token() {
   unsigned char bytes[token_size / 2];
   const File source(fopen("/dev/urandom", "re"), fclose);
@@ -204,7 +206,7 @@ std::string new_token() {
   return token;
 }
 
-// ---- What is stored has to be what it says it is
+// ---- Checks of values that are stored
 
 bool is_host_name(const char *text) {
   if (!isalnum(static_cast<unsigned char>(*text)) || strlen(text) > 63)
@@ -215,7 +217,7 @@ bool is_host_name(const char *text) {
   return true;
 }
 
-// Four numbers up to 255.
+// Returns whether the text is four numbers from 0 to 255 with dots between them.
 bool is_address(const std::string &text) {
   size_t at = 0;
   for (int i = 0; i < 4; i++) {
@@ -230,8 +232,8 @@ bool is_address(const std::string &text) {
   return true;
 }
 
-// One line that can be read.
-// How many bytes the UTF-8 character takes that begins here; 0 for what begins none, or is no text.
+// Returns the number of bytes of the UTF-8 character at the start of the text, or 0 if none starts there or it is a
+// control character.
 int length_of_character(const char *text) {
   const auto first = static_cast<unsigned char>(*text);
   if (first < 0x80)
@@ -243,7 +245,7 @@ int length_of_character(const char *text) {
   return length;
 }
 
-// It goes into pages and XML that call themselves UTF-8.
+// Returns whether the text is one line of printable UTF-8, because the pages and the XML that show it are UTF-8.
 bool is_note(const char *text) {
   while (*text) {
     const int length = length_of_character(text);
@@ -343,7 +345,7 @@ void *status(void *argument) {
   gen_xml(xml, sizeof(xml), "uptime", escaped(uptime.substr(0, uptime.find(' '))).c_str(), 2);
   const size_t length = strlen(xml), end = strlen("</root>");
   if (length < end || strcmp(xml + length - end, "</root>") != 0)
-    return refuse("500 Internal Server Error"); // it did not fit
+    return refuse("500 Internal Server Error"); // the XML did not fit and is cut
   print_head("200 OK", "text/xml; charset=utf-8");
   printf("\r\n%s\n", xml);
   return nullptr;
@@ -352,7 +354,7 @@ void *status(void *argument) {
 void *help(void *argument) {
   Request &request = *static_cast<Request *>(argument);
   std::string page = value_of(request, "page");
-  // One result says that the path climbs; of two others only the path itself does.
+  // Of the paths that still lead above the root, rm_dotdot returns 1 for all but the two that are compared.
   if (rm_dotdot(page.data()) == 1 || strcmp(page.c_str(), "..") == 0 || strcmp(page.c_str(), "/..") == 0)
     return refuse("404 Not Found");
   page.resize(strlen(page.c_str()));
@@ -371,9 +373,9 @@ constexpr cgi_handler pages[] = {
     {"status", status}, {"help", help},   {"unknow", nullptr},
 };
 
-// ---- What comes in
+// ---- Requests
 
-// Splits a query string or a body. False when it is not what a browser sends.
+// Splits a query string or a body into entries. Returns false if no browser would send such a text.
 bool split(const std::string &text, std::vector<cgi_entry> &entries) {
   if (strlen(text.c_str()) != text.size() || num_delim(text.c_str(), '&') >= most_entries)
     return false;
@@ -383,7 +385,7 @@ bool split(const std::string &text, std::vector<cgi_entry> &entries) {
   return true;
 }
 
-// The length that the server announces; nothing when there is no body. -1 when it is no number or too large.
+// Returns the length of the body as the server announces it: 0 without a body, -1 if it is no number or too large.
 long announced_length() {
   const std::string text = environment("CONTENT_LENGTH");
   if (text.size() > 6 || !is_number(text.c_str()))
@@ -392,7 +394,7 @@ long announced_length() {
   return length <= static_cast<long>(largest_body) ? length : -1;
 }
 
-// A URL path of our own that needs no escaping anywhere.
+// Returns whether the path is short and has only characters that need no escaping in pages and scripts.
 bool is_plain_path(const std::string &path) {
   for (const char c : path)
     if (!isalnum(static_cast<unsigned char>(c)) && !strchr("/._-", c))

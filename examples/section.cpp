@@ -16,7 +16,8 @@ std::string names_of(const txt_map_entry *table) {
   return names;
 }
 
-// A text with a zero byte inside is no name, whatever stands before it.
+// Returns the id of a text, or `not_in_table`. A text with a zero byte inside is in no table, even if the part before
+// that byte is.
 uint32_t id_of(const std::string &text, const txt_map_entry *names) {
   return text.find('\0') == std::string::npos ? TxtMapByTxtNoCase(names, text.c_str()) : not_in_table;
 }

@@ -1,12 +1,14 @@
-// What a router's status page shows of its hardware: flash partitions, disks, CPU load.
+// Prints what a router's status page shows of its hardware: flash partitions, disks and CPU load.
 //
 //   system_status [-i SECONDS] [DIRECTORY...]
 //
-//   -i SECONDS  interval over which the load is taken, 0.1 to 60; 1 when it is not given
-//   DIRECTORY   where disks are mounted: every entry in it is shown with the file system that it is on
+//   -i SECONDS  interval over which the load is measured, 0.1 to 60; 1 by default
+//   DIRECTORY   directory in which disks are mounted: each of its entries is shown with the file system that it is on
 //
-// Ends with 0 when all was shown, 1 when something could not be (the reason stands in its place or on standard error),
-// and 2 when it was called wrongly.
+// Exit status:
+//   0  everything was shown
+//   1  something could not be shown; the reason stands in its place or on standard error
+//   2  the arguments are wrong
 #include <mtd/mtd-user.h>
 #include <unistd.h>
 
@@ -39,11 +41,11 @@ struct Partition {
   std::string name;
 };
 
-// Of a line of /proc/mtd such as `mtd3: 00b00000 00020000 "rootfs"`. False for its heading.
+// Reads a line of /proc/mtd such as `mtd3: 00b00000 00020000 "rootfs"`. Returns false for the heading.
 bool read_partition(const char *line, Partition &partition) {
   unsigned number;
   char name[64];
-  // NOLINTNEXTLINE(cert-err34-c): numbers that the kernel has written
+  // NOLINTNEXTLINE(cert-err34-c): the kernel writes these numbers, so that they fit
   if (sscanf(line, "mtd%u: %*x %*x \"%63[^\"]\"", &number, name) != 2)
     return false;
   partition = {number, name};
@@ -51,11 +53,11 @@ bool read_partition(const char *line, Partition &partition) {
 }
 
 bool show_partition(const Partition &partition) {
-  // getMtdInfoByName would do both steps in one, but it knows ten partitions and takes a part of a name for the whole.
-  // Whoever has read the table has the number.
+  // The number from the table is used here. getMtdInfoByName would find it by the name, but only for partitions 0 to 9,
+  // and it takes a part of a name for the whole.
   mtd_info_user info;
   char device[16 + 1] = "?";
-  const bool told = getMtdInfo(&partition.number, &info) != 0; // else it says why on standard output
+  const bool told = getMtdInfo(&partition.number, &info) != 0; // on failure it prints the reason
   const std::string size = told ? readable(info.size) : "?";
   if (told)
     setQueryMtdInfo(&info, device, sizeof(device) - 1, MTD_QUERY_NAME, &partition.number);
@@ -82,7 +84,7 @@ bool show_flash() {
 
 void show_disk(const disk_info &disk) {
   const uint64_t used = disk.total - disk.free;
-  // File systems of the kernel's own, such as /proc, have no size.
+  // File systems that exist only in the kernel, such as /proc, have no size.
   const double share = disk.total == 0 ? 0 : 100 * static_cast<double>(used) / static_cast<double>(disk.total);
   printf("%-30s %10s %10s %10s %4.0f%%\n", disk.path, readable(disk.total).c_str(), readable(used).c_str(),
          readable(disk.free).c_str(), share);
@@ -92,7 +94,7 @@ disk_info *disk_of(list_node *node) {
   return reinterpret_cast<disk_info *>(reinterpret_cast<char *>(node) - offsetof(disk_info, list));
 }
 
-// Every directory is shown, also when one of them cannot be opened.
+// Shows all directories that can be opened. Returns false if one of them cannot.
 bool show_disks(const std::vector<const char *> &directories) {
   if (directories.empty())
     return true;
@@ -107,7 +109,7 @@ bool show_disks(const std::vector<const char *> &directories) {
   std::vector<const disk_info *> disks;
   for (list_node *node = found.next; node != &found; node = node->next)
     disks.push_back(disk_of(node));
-  // A directory gives its entries in an order of its own.
+  // The entries of a directory come in no particular order.
   std::sort(disks.begin(), disks.end(),
             [](const disk_info *a, const disk_info *b) { return strcmp(a->path, b->path) < 0; });
   printf("%-30s %10s %10s %10s %5s\n", "DISK", "SIZE", "USED", "FREE", "USE");
@@ -123,7 +125,7 @@ bool show_load(double seconds) {
   const Sample before(cpu_utility_get_stat(), free);
   usleep(static_cast<useconds_t>(seconds * 1e6));
   const Sample after(cpu_utility_get_stat(), free);
-  const float load = cpu_utility_calculate(before.get(), after.get()); // -1 when one of them is not there
+  const float load = cpu_utility_calculate(before.get(), after.get()); // this is -1 if a sample could not be taken
   if (load < 0 || std::isnan(load)) {
     puts("CPU LOAD: unknown");
     return false;
