@@ -1,6 +1,5 @@
 // The bandwidth monitor, in a time of the test's own: its thread's sleep ends when the test says so.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -26,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "interposed.h"
 #include "support/child_process.h"
 #include "support/proc_net_file.h"
 #include "support/sandbox.h"
@@ -67,11 +67,6 @@ static_assert(offsetof(rxtx_stats, rx_packets) == 8 && offsetof(rxtx_stats, rx_e
 static_assert(offsetof(rxtx_stats, rx_multicast) == 36 && offsetof(rxtx_stats, tx_bytes) == 40);
 static_assert(offsetof(rxtx_stats, tx_errors) == 56 && offsetof(rxtx_stats, tx_compressed) == 76);
 
-#if defined(__SANITIZE_THREAD__)
-extern "C" void __tsan_acquire(void *);
-extern "C" void __tsan_release(void *);
-#endif
-
 namespace {
 
 using Seconds = unsigned;
@@ -84,11 +79,7 @@ class Time {
     by_hand, // asleep until the test lets go
     flying   // every sleep is over at once
   };
-  void set(Flow flow) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    flow_ = flow;
-    changed_.notify_all();
-  }
+  void set(Flow flow);
   // Waits until the thread sleeps; returns for how long it wants to.
   Seconds await_sleep() {
     std::unique_lock<std::mutex> lock(mutex_);
@@ -123,53 +114,13 @@ class Time {
   Seconds wanted_ = 0;
 } the_time;
 
-std::atomic<bool> semop_fails, semget_fails;
-std::atomic<int> interruptions; // of waits for the semaphore, still to come
-
-template <typename Function>
-Function *real(Function *, const char *name) {
-  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+void Time::set(Flow flow) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  flow_ = flow;
+  changed_.notify_all();
+  interposed::sleep_call.stand_in(
+      [](unsigned seconds) { return the_time.pass(seconds) ? 0 : interposed::sleep_call.real(seconds); });
 }
-
-} // namespace
-
-extern "C" unsigned sleep(unsigned seconds) {
-  return the_time.pass(seconds) ? 0 : real(&sleep, "sleep")(seconds);
-}
-
-extern "C" int semget(key_t key, int count, int flags) noexcept {
-  if (semget_fails) {
-    errno = ENOSPC;
-    return -1;
-  }
-  return real(static_cast<int (*)(key_t, int, int)>(&semget), "semget")(key, count, flags);
-}
-
-// The thread sanitizer does not know that this semaphore orders its holders.
-extern "C" int semop(int id, sembuf *operations, size_t count) noexcept {
-  if (interruptions > 0) {
-    interruptions--;
-    errno = EINTR;
-    return -1;
-  }
-  if (semop_fails) {
-    errno = EIDRM;
-    return -1;
-  }
-#if defined(__SANITIZE_THREAD__)
-  static char order;
-  if (operations->sem_op > 0)
-    __tsan_release(&order);
-#endif
-  const int result = real(static_cast<int (*)(int, sembuf *, size_t)>(&semop), "semop")(id, operations, count);
-#if defined(__SANITIZE_THREAD__)
-  if (result == 0 && operations->sem_op < 0)
-    __tsan_acquire(&order);
-#endif
-  return result;
-}
-
-namespace {
 
 using sandbox::console;
 using sandbox::ProcNetFile;
@@ -448,10 +399,8 @@ TEST_F(Monitor, StartsEmptyWithAFreeSemaphore) {
 
 TEST_F(Monitor, FailsToStartWithoutASemaphore) {
   bm_head other;
-  semget_fails = true;
-  const int result = init_bm(&other, key + 1, 1, 0);
-  semget_fails = false;
-  EXPECT_EQ(0, result);
+  const interposed::StandIn hook(interposed::semget_call, [](key_t, int, int) { return interposed::fail(ENOSPC); });
+  EXPECT_EQ(0, init_bm(&other, key + 1, 1, 0));
   EXPECT_EQ(1, list_empty(&other.link));
   EXPECT_EQ(std::vector<std::string>{"key=" + std::to_string(key + 1) + " semget fail\n"}, sandbox::console_messages());
 }
@@ -538,13 +487,15 @@ TEST_F(Monitor, NothingIsDoneWhenTheSemaphoreCannotBeTaken) {
   start_thread();
   pass({{"eth0", 0, 0}});
   pass({{"eth0", 300, 30}});
-  semop_fails = true;
-  bm_sample rates = {};
-  EXPECT_EQ(0, add_bm_by_iface("eth1", &head));
-  EXPECT_EQ(0, del_bm_by_iface("eth0", &head));
-  EXPECT_EQ(0, query_bm_by_iface("eth0", &head, &rates));
-  EXPECT_EQ(3u, pass({{"eth0", 900, 90}})); // a pass left out
-  semop_fails = false;
+  {
+    const interposed::StandIn hook(interposed::semop_call,
+                                   [](int, sembuf *, size_t) { return interposed::fail(EIDRM); });
+    bm_sample rates = {};
+    EXPECT_EQ(0, add_bm_by_iface("eth1", &head));
+    EXPECT_EQ(0, del_bm_by_iface("eth0", &head));
+    EXPECT_EQ(0, query_bm_by_iface("eth0", &head, &rates));
+    EXPECT_EQ(3u, pass({{"eth0", 900, 90}})); // a pass left out
+  }
   EXPECT_EQ(std::vector<std::string>{"eth0"}, names_of(&head));
   EXPECT_EQ(1, head.count);
   expect_rates("eth0", 100, 10);
@@ -557,6 +508,14 @@ TEST_F(Monitor, NothingIsDoneWhenTheSemaphoreCannotBeTaken) {
 // Signals that are meant for others cut the wait short; it is begun again.
 TEST_F(Monitor, InterruptedWaitsForTheSemaphoreChangeNothing) {
   sandbox::Captured reasons(STDERR_FILENO);
+  static std::atomic<int> interruptions; // still to come
+  const interposed::StandIn hook(interposed::semop_call, [](int id, sembuf *operations, size_t count) {
+    if (interruptions > 0) {
+      interruptions--;
+      return interposed::fail(EINTR);
+    }
+    return sandbox::ordered_semop(id, operations, count);
+  });
   interruptions = 3;
   EXPECT_EQ(1, add_bm_by_iface("eth0", &head));
   EXPECT_EQ(0, interruptions);

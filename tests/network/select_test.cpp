@@ -657,10 +657,8 @@ TEST_F(Listening, TellsAFailureToAcceptAndGoesOn) {
     sandbox::Captured errors(STDERR_FILENO);
     const StandIn hook(interposed::accept_call, [](int at, sockaddr *address, socklen_t *length) {
       EXPECT_EQ(16u, *length);
-      if (failures++ == 0) {
-        errno = ECONNABORTED;
-        return -1;
-      }
+      if (failures++ == 0)
+        return interposed::fail(ECONNABORTED);
       return interposed::accept_call.real(at, address, length);
     });
     start(listening);
@@ -683,10 +681,8 @@ TEST_F(Listening, AsksAgainAtOnceForAConnectionThatIsNotThere) {
   {
     sandbox::Captured errors(STDERR_FILENO);
     const StandIn hook(interposed::accept_call, [](int at, sockaddr *address, socklen_t *length) {
-      if (failures++ < 100) {
-        errno = EAGAIN;
-        return -1;
-      }
+      if (failures++ < 100)
+        return interposed::fail(EAGAIN);
       return interposed::accept_call.real(at, address, length);
     });
     start(listening);
@@ -1245,10 +1241,7 @@ TEST_F(Cancellation, AtAnyMomentTakesNoLockWithIt) {
   EXPECT_EQ(0, sandbox::in_child([] {
               alarm(100);
               // Every accept fails and is told, so that most of the time is spent on standard error.
-              interposed::accept_call.stand_in([](int, sockaddr *, socklen_t *) {
-                errno = EMFILE;
-                return -1;
-              });
+              interposed::accept_call.stand_in([](int, sockaddr *, socklen_t *) { return interposed::fail(EMFILE); });
               const int listening = open_listening();
               const int client = connect_to(listening);
               for (int round = 0; round < 40; round++) {

@@ -192,9 +192,8 @@ class Receive : public Transfer {};
 class ReceiveStream : public Transfer {};
 
 int fail(int error) {
-  errno = error;
   calls.failures++;
-  return -1;
+  return interposed::fail(error);
 }
 
 } // namespace

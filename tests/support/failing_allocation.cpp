@@ -5,8 +5,9 @@
 
 #include "support/sandbox.h"
 
-// Sanitizers call these before they are ready themselves. So nothing here may be instrumented (the build takes care of
-// that), come from a template that another file instruments, or need a guard.
+// These do not use support/interposed.h. Sanitizers call them before they are ready themselves, and dlsym() may allocate
+// while it looks a name up: nothing here may be instrumented (the build says so), come from a template that another
+// file instruments, or need a guard.
 namespace {
 
 unsigned calls_left;

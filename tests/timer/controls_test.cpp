@@ -1,7 +1,6 @@
 // The controls, and tests that they leave alone what they are not told to change.
 #include "controls.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/ipc.h>
@@ -12,6 +11,7 @@
 
 #include <deque>
 
+#include "support/interposed.h"
 #include "support/semaphore_order.h"
 
 // A race is a failed test, also in a child.
@@ -25,14 +25,14 @@ extern "C" const char *__asan_default_options() {
   return "use_sigaltstack=0";
 }
 
-namespace {
+INTERPOSED(clock_gettime);
+INTERPOSED(pthread_create);
+INTERPOSED(pthread_cancel);
+INTERPOSED(pthread_setcanceltype);
+INTERPOSED(select);
+INTERPOSED(send);
 
-template <typename Function>
-Function next_definition(std::atomic<Function> &found, const char *name) {
-  if (!found)
-    found = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-  return found;
-}
+namespace {
 
 std::atomic<bool> clock_stands;
 std::atomic<uint32_t> clock_seconds;
@@ -71,12 +71,8 @@ void *run_watched(void *argument) {
   return start.run(start.argument);
 }
 
-using Select = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
-std::atomic<Select> real_select;
-
 // What comes of a wait of the timer thread, when it is not to be the real one.
 bool take_over_wait(fd_set *readable, timeval *&timeout, int *result) {
-  next_definition(real_select, "select");
   const std::lock_guard<std::mutex> hold(lock);
   seen_waits.push_back({!timeout, timeout ? timeout->tv_sec : 0, timeout ? timeout->tv_usec : 0});
   if (coming_outcomes.empty()) {
@@ -95,33 +91,20 @@ bool take_over_wait(fd_set *readable, timeval *&timeout, int *result) {
   return true;
 }
 
-union SemctlArgument {
-  int value;
-  semid_ds *status;
-  unsigned short *values;
-};
-
-} // namespace
-
-extern "C" {
-
-int clock_gettime(clockid_t clock, timespec *now) noexcept {
-  static std::atomic<int (*)(clockid_t, timespec *)> real;
+int stopped_clock_gettime(clockid_t clock, timespec *now) {
   if (clock == CLOCK_MONOTONIC && clock_stands) {
     *now = {static_cast<time_t>(clock_seconds.load()), 999999999};
     return 0;
   }
-  return next_definition(real, "clock_gettime")(clock, now);
+  return interposed::clock_gettime_call.real(clock, now);
 }
 
-int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) noexcept {
-  static std::atomic<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> real;
-  const auto create = next_definition(real, "pthread_create");
+int watched_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) {
   int detached = PTHREAD_CREATE_JOINABLE;
   if (attributes)
     pthread_attr_getdetachstate(attributes, &detached);
   if (detached != PTHREAD_CREATE_DETACHED)
-    return create(thread, attributes, run, argument);
+    return interposed::pthread_create_call.real(thread, attributes, run, argument);
 
   const bool is_runner = argument == nullptr;
   const controls::Creation how = is_runner ? controls::runner_creation : controls::timer_creation;
@@ -140,7 +123,7 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
   if (is_runner)
     runners++;
   auto *start = new Start{run, argument, is_runner};
-  const int error = create(thread, attributes, run_watched, start);
+  const int error = interposed::pthread_create_call.real(thread, attributes, run_watched, start);
   if (error != 0) {
     delete start;
     if (is_runner)
@@ -151,20 +134,18 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
   return error;
 }
 
-int pthread_cancel(pthread_t thread) {
-  static std::atomic<int (*)(pthread_t)> real;
+int watched_pthread_cancel(pthread_t thread) {
   controls::cancellations++;
-  return controls::cancel_is_pretended ? 0 : next_definition(real, "pthread_cancel")(thread);
+  return controls::cancel_is_pretended ? 0 : interposed::pthread_cancel_call.real(thread);
 }
 
-int pthread_setcanceltype(int type, int *old_type) {
-  static std::atomic<int (*)(int, int *)> real;
-  return controls::cancel_type_fails ? EINVAL : next_definition(real, "pthread_setcanceltype")(type, old_type);
+int failing_pthread_setcanceltype(int type, int *old_type) {
+  return controls::cancel_type_fails ? EINVAL : interposed::pthread_setcanceltype_call.real(type, old_type);
 }
 
 // The timer thread may be cancelled here at any moment but one. Nothing with a destructor stands here: the end of a
 // thread that is cut between two calls cannot find its way through such a function.
-int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
+int watched_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
   if (is_timer_thread) {
     int cancelability, result;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelability);
@@ -173,27 +154,32 @@ int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, t
     if (done)
       return result;
   }
-  return next_definition(real_select, "select")(count, readable, writable, exceptional, timeout);
+  return interposed::select_call.real(count, readable, writable, exceptional, timeout);
 }
 
-ssize_t send(int fd, const void *bytes, size_t size, int flags) {
-  static std::atomic<ssize_t (*)(int, const void *, size_t, int)> real;
+ssize_t watched_send(int fd, const void *bytes, size_t size, int flags) {
   controls::sends++;
-  if (controls::send_errors > 0 && controls::send_errors-- > 0) {
-    errno = controls::send_error;
-    return -1;
-  }
+  if (controls::send_errors > 0 && controls::send_errors-- > 0)
+    return interposed::fail(controls::send_error);
   int code = -1;
   if (size == sizeof(code))
     memcpy(&code, bytes, size);
   controls::last_code = code;
-  const ssize_t result = next_definition(real, "send")(fd, bytes, size, flags);
+  const ssize_t result = interposed::send_call.real(fd, bytes, size, flags);
   if (result == static_cast<ssize_t>(size))
     controls::sent++;
   return result;
 }
 
-} // extern "C"
+} // namespace
+
+INTERPOSE(clock_gettime, 2, stopped_clock_gettime);
+INTERPOSE(pthread_create, 4, watched_pthread_create);
+INTERPOSE(pthread_cancel, 1, watched_pthread_cancel);
+INTERPOSE(pthread_setcanceltype, 2, failing_pthread_setcanceltype);
+INTERPOSE(select, 5, watched_select);
+INTERPOSE(semop, 3, sandbox::ordered_semop);
+INTERPOSE(send, 4, watched_send);
 
 namespace controls {
 
@@ -288,8 +274,7 @@ uint32_t wake_up() {
 }
 
 int semaphore_value() {
-  const SemctlArgument none = {};
-  return semctl(semaphore, 0, GETVAL, none);
+  return semctl(semaphore, 0, GETVAL);
 }
 
 int semaphore_steps() {
@@ -297,8 +282,7 @@ int semaphore_steps() {
 }
 
 int semaphore_waiters() {
-  const SemctlArgument none = {};
-  return semctl(semaphore, 0, GETNCNT, none);
+  return semctl(semaphore, 0, GETNCNT);
 }
 
 } // namespace controls
