@@ -1,13 +1,11 @@
 // What becomes of a query when a call of the kernel fails or is interrupted, or gives a socket that select cannot take.
 #include "dns/libc_calls.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdarg.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
@@ -22,8 +20,14 @@
 #include "support/child_process.h"
 #include "support/dns_message.h"
 #include "support/dns_server.h"
+#include "support/interposed.h"
 #include "support/sandbox.h"
 #include "torvane.h"
+
+INTERPOSED(select);
+INTERPOSED(recvfrom);
+INTERPOSED(ioctl);
+INTERPOSED(usleep);
 
 namespace dns {
 
@@ -31,7 +35,7 @@ LibcCalls libc_calls;
 
 namespace {
 
-// True when this call is one of those that are to fail.
+// Returns whether this call is one of those that are to fail.
 bool take_one(std::atomic<int> &left) {
   int count = left;
   while (count > 0) {
@@ -41,71 +45,50 @@ bool take_one(std::atomic<int> &left) {
   return false;
 }
 
-template <typename Function>
-Function *next_definition(Function *, const char *name) {
-  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+int watched_select(int count, fd_set *in, fd_set *out, fd_set *except, timeval *timeout) {
+  if (!take_one(libc_calls.passing_selects) && take_one(libc_calls.failing_selects))
+    return interposed::fail(libc_calls.select_error);
+  if (timeout) {
+    const long wait = static_cast<long>(timeout->tv_sec) * 1000000 + static_cast<long>(timeout->tv_usec);
+    if (wait > libc_calls.longest_timeout)
+      libc_calls.longest_timeout = wait;
+  }
+  const int result = interposed::select_call.real(count, in, out, except, timeout);
+  if (result == -1 && errno == EINTR)
+    libc_calls.interrupted_selects++;
+  return result;
+}
+
+ssize_t watched_recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
+  if (take_one(libc_calls.failing_receives))
+    return interposed::fail(libc_calls.receive_error);
+  return interposed::recvfrom_call.real(fd, buffer, size, flags, from, from_size);
+}
+
+int watched_ioctl(int fd, unsigned long request, void *argument) {
+  return take_one(libc_calls.failing_ioctls) ? interposed::fail(EIO)
+                                             : interposed::ioctl_call.real(fd, request, argument);
+}
+
+int watched_usleep(useconds_t time) {
+  libc_calls.pauses++;
+  libc_calls.paused += time;
+  return libc_calls.skip_pauses ? 0 : interposed::usleep_call.real(time);
 }
 
 } // namespace
 
 } // namespace dns
 
-using dns::libc_calls;
-
-// A program's own definitions are those that its libraries call too.
-extern "C" {
-
-int select(int count, fd_set *in, fd_set *out, fd_set *except, timeval *timeout) {
-  static const auto real = dns::next_definition(select, "select");
-  if (!dns::take_one(libc_calls.passing_selects) && dns::take_one(libc_calls.failing_selects)) {
-    errno = libc_calls.select_error;
-    return -1;
-  }
-  if (timeout) {
-    const long wait = static_cast<long>(timeout->tv_sec) * 1000000 + static_cast<long>(timeout->tv_usec);
-    if (wait > libc_calls.longest_timeout)
-      libc_calls.longest_timeout = wait;
-  }
-  const int result = real(count, in, out, except, timeout);
-  if (result == -1 && errno == EINTR)
-    libc_calls.interrupted_selects++;
-  return result;
-}
-
-ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
-  static const auto real = dns::next_definition(recvfrom, "recvfrom");
-  if (dns::take_one(libc_calls.failing_receives)) {
-    errno = libc_calls.receive_error;
-    return -1;
-  }
-  return real(fd, buffer, size, flags, from, from_size);
-}
-
-int ioctl(int fd, unsigned long request, ...) noexcept {
-  static const auto real = dns::next_definition(ioctl, "ioctl");
-  va_list rest;
-  va_start(rest, request);
-  void *argument = va_arg(rest, void *);
-  va_end(rest);
-  if (dns::take_one(libc_calls.failing_ioctls)) {
-    errno = EIO;
-    return -1;
-  }
-  return real(fd, request, argument);
-}
-
-int usleep(useconds_t time) {
-  static const auto real = dns::next_definition(usleep, "usleep");
-  libc_calls.pauses++;
-  libc_calls.paused += time;
-  return libc_calls.skip_pauses ? 0 : real(time);
-}
-
-} // extern "C"
+INTERPOSE(select, 5, dns::watched_select);
+INTERPOSE(recvfrom, 6, dns::watched_recvfrom);
+INTERPOSE_VARIADIC(ioctl, 2, dns::watched_ioctl);
+INTERPOSE(usleep, 1, dns::watched_usleep);
 
 namespace {
 
 using dns::Bytes;
+using dns::libc_calls;
 using dns::Query;
 using dns::Server;
 

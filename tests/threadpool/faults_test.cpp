@@ -1,108 +1,83 @@
 // The functions of faults.h, and a test that they work when nothing is told to fail.
 #include "faults.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+
+#include "support/interposed.h"
 
 // A race is a failed test.
 extern "C" const char *__tsan_default_options() {
   return "halt_on_error=1:atexit_sleep_ms=0";
 }
 
-namespace {
+INTERPOSE(pthread_create, 4,
+          [](pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) {
+            if (faults::counting) {
+              size_t stack = 0;
+              if (attributes)
+                pthread_attr_getstacksize(attributes, &stack);
+              faults::last_stack = stack;
+              if (faults::create.fails_now())
+                return EAGAIN;
+            }
+            return pthread_create_call.real(thread, attributes, run, argument);
+          });
 
-template <typename Function>
-Function next_definition(std::atomic<Function> &found, const char *name) {
-  if (!found)
-    found = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-  return found;
-}
-
-} // namespace
-
-extern "C" {
-
-int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) noexcept {
-  static std::atomic<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> real;
-  if (faults::counting) {
-    size_t stack = 0;
-    if (attributes)
-      pthread_attr_getstacksize(attributes, &stack);
-    faults::last_stack = stack;
-    if (faults::create.fails_now())
-      return EAGAIN;
-  }
-  return next_definition(real, "pthread_create")(thread, attributes, run, argument);
-}
-
-int pthread_join(pthread_t thread, void **result) {
-  static std::atomic<int (*)(pthread_t, void **)> real;
-  const int error = next_definition(real, "pthread_join")(thread, result);
+INTERPOSE(pthread_join, 2, [](pthread_t thread, void **result) {
+  const int error = pthread_join_call.real(thread, result);
   return faults::counting && faults::join.fails_now() ? ESRCH : error;
-}
+});
 
-int pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) noexcept {
-  static std::atomic<int (*)(pthread_mutex_t *, const pthread_mutexattr_t *)> real;
+INTERPOSE(pthread_mutex_init, 2, [](pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
   if (faults::counting) {
     if (faults::mutex_init.fails_now())
       return EAGAIN;
     faults::mutexes++;
   }
-  return next_definition(real, "pthread_mutex_init")(mutex, attributes);
-}
+  return pthread_mutex_init_call.real(mutex, attributes);
+});
 
-int pthread_mutex_destroy(pthread_mutex_t *mutex) noexcept {
-  static std::atomic<int (*)(pthread_mutex_t *)> real;
+INTERPOSE(pthread_mutex_destroy, 1, [](pthread_mutex_t *mutex) {
   if (faults::counting)
     faults::mutexes--;
-  return next_definition(real, "pthread_mutex_destroy")(mutex);
-}
+  return pthread_mutex_destroy_call.real(mutex);
+});
 
-int pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_t *attributes) noexcept {
-  static std::atomic<int (*)(pthread_cond_t *, const pthread_condattr_t *)> real;
+INTERPOSE(pthread_cond_init, 2, [](pthread_cond_t *condition, const pthread_condattr_t *attributes) {
   if (faults::counting) {
     if (faults::cond_init.fails_now())
       return EAGAIN;
     faults::conditions++;
   }
-  return next_definition(real, "pthread_cond_init")(condition, attributes);
-}
+  return pthread_cond_init_call.real(condition, attributes);
+});
 
-int pthread_cond_destroy(pthread_cond_t *condition) noexcept {
-  static std::atomic<int (*)(pthread_cond_t *)> real;
+INTERPOSE(pthread_cond_destroy, 1, [](pthread_cond_t *condition) {
   if (faults::counting)
     faults::conditions--;
-  return next_definition(real, "pthread_cond_destroy")(condition);
-}
+  return pthread_cond_destroy_call.real(condition);
+});
 
-int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
-  static std::atomic<int (*)(pthread_mutex_t *)> real;
-  if (faults::counting && faults::lock.fails_now())
-    return EINVAL;
-  return next_definition(real, "pthread_mutex_lock")(mutex);
-}
+INTERPOSE(pthread_mutex_lock, 1, [](pthread_mutex_t *mutex) {
+  return faults::counting && faults::lock.fails_now() ? EINVAL : pthread_mutex_lock_call.real(mutex);
+});
 
 // Says that it failed, and gave the lock back all the same, so that the test can go on.
-int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {
-  static std::atomic<int (*)(pthread_mutex_t *)> real;
-  const int error = next_definition(real, "pthread_mutex_unlock")(mutex);
+INTERPOSE(pthread_mutex_unlock, 1, [](pthread_mutex_t *mutex) {
+  const int error = pthread_mutex_unlock_call.real(mutex);
   return faults::counting && faults::unlock.fails_now() ? EPERM : error;
-}
+});
 
-int pthread_cond_signal(pthread_cond_t *condition) noexcept {
-  static std::atomic<int (*)(pthread_cond_t *)> real;
-  const int error = next_definition(real, "pthread_cond_signal")(condition);
+INTERPOSE(pthread_cond_signal, 1, [](pthread_cond_t *condition) {
+  const int error = pthread_cond_signal_call.real(condition);
   return faults::counting && faults::signal.fails_now() ? EINVAL : error;
-}
+});
 
-int pthread_cond_broadcast(pthread_cond_t *condition) noexcept {
-  static std::atomic<int (*)(pthread_cond_t *)> real;
-  const int error = next_definition(real, "pthread_cond_broadcast")(condition);
+INTERPOSE(pthread_cond_broadcast, 1, [](pthread_cond_t *condition) {
+  const int error = pthread_cond_broadcast_call.real(condition);
   return faults::counting && faults::broadcast.fails_now() ? EINVAL : error;
-}
-
-} // extern "C"
+});
 
 TEST(ThreadFaults, AreCountedAndMadeWhereAskedFor) {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
