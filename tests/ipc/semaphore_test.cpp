@@ -1,11 +1,9 @@
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
-#include <stdarg.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -19,6 +17,7 @@
 
 #include "ipc/ipc.h"
 #include "support/child_process.h"
+#include "support/interposed.h"
 #include "support/sandbox.h"
 #include "support/unprivileged.h"
 #include "torvane.h"
@@ -31,6 +30,8 @@ using sandbox::Handshake;
 using sandbox::in_child;
 using sandbox::start_child;
 
+INTERPOSE_VARIADIC(semctl, 3);
+
 namespace {
 
 union SemctlArgument {
@@ -38,27 +39,6 @@ union SemctlArgument {
   semid_ds *status;
   unsigned short *values;
 };
-
-bool setval_fails;
-
-} // namespace
-
-// semctl of the C library, but it can be made to refuse a new value: what a set removed between the two steps of its
-// creation does.
-extern "C" int semctl(int id, int number, int command, ...) noexcept {
-  va_list values;
-  va_start(values, command);
-  const SemctlArgument argument = va_arg(values, SemctlArgument);
-  va_end(values);
-  if (setval_fails && command == SETVAL) {
-    errno = EIDRM;
-    return -1;
-  }
-  const auto real = reinterpret_cast<int (*)(int, int, int, ...)>(dlsym(RTLD_NEXT, "semctl"));
-  return real(id, number, command, argument);
-}
-
-namespace {
 
 const SemctlArgument no_argument = {};
 
@@ -95,7 +75,6 @@ class Semaphore : public ipc::Test {
     ipc::Test::SetUp();
   }
   void TearDown() override {
-    setval_fails = false;
     semctl(id, 0, IPC_RMID, no_argument);
   }
   int id = -1;
@@ -176,8 +155,11 @@ TEST_F(Semaphore, ThatMayNotBeOpenedFails) {
 }
 
 TEST_F(Semaphore, ThatTakesNoValueFailsAndTellsItsId) {
+  // A set that is removed between the two steps of its creation refuses its first value.
+  const interposed::StandIn hook(interposed::semctl_call, [](int set, int number, int command, void *argument) {
+    return command == SETVAL ? interposed::fail(EIDRM) : interposed::semctl_call.real(set, number, command, argument);
+  });
   int opened = -1;
-  setval_fails = true;
   EXPECT_EQ(1, sem_create(key, &opened));
   EXPECT_EQ(id, opened);
   expect_trace("sem_create", "semid=" + std::to_string(id) + " semctl fail\n");

@@ -1,5 +1,4 @@
 // Tracked memory: blocks, the pool, the dump.
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "mem/tracked_memory.h"
+#include "support/interposed.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
@@ -22,34 +22,8 @@ extern "C" __attribute__((visibility("default"), used)) const char *__tsan_defau
   return "allocator_may_return_null=1";
 }
 
-namespace {
-
-bool semget_fails, setval_fails;
-
-} // namespace
-
-// semget and semctl of the C library, but they can be made to fail.
-extern "C" int semget(key_t key, int count, int flags) noexcept {
-  if (semget_fails) {
-    errno = ENOSPC;
-    return -1;
-  }
-  return reinterpret_cast<int (*)(key_t, int, int)>(dlsym(RTLD_NEXT, "semget"))(key, count, flags);
-}
-
-extern "C" int semctl(int id, int number, int command, ...) noexcept {
-  union {
-    int value;
-    void *pointer;
-  } argument = {};
-  argument.value = 1; // the one value that the library sets
-  if (setval_fails && command == SETVAL) {
-    errno = EIDRM;
-    return -1;
-  }
-  const auto real = reinterpret_cast<int (*)(int, int, int, ...)>(dlsym(RTLD_NEXT, "semctl"));
-  return real(id, number, command, argument);
-}
+INTERPOSE(semget, 3);
+INTERPOSE_VARIADIC(semctl, 3);
 
 using memory::counter;
 using memory::heading;
@@ -251,10 +225,18 @@ TEST_F(TrackedMemory, WithoutMemoryThereIsNoPool) {
 TEST_F(TrackedMemory, APoolWhoseSemaphoreCannotBeHadWorksUnlockedUntilItIsMadeAgain) {
   xfree(nullptr);
   sandbox::Captured errors(STDERR_FILENO);
-  for (bool *failing : {&semget_fails, &setval_fails}) {
-    *failing = true;
-    EXPECT_EQ(-1, xmem_init(key));
-    *failing = false;
+  const auto without_a_set = [] {
+    const interposed::StandIn hook(interposed::semget_call, [](key_t, int, int) { return interposed::fail(ENOSPC); });
+    return xmem_init(key);
+  };
+  const auto without_a_value = [] {
+    const interposed::StandIn hook(interposed::semctl_call, [](int set, int number, int command, void *argument) {
+      return command == SETVAL ? interposed::fail(EIDRM) : interposed::semctl_call.real(set, number, command, argument);
+    });
+    return xmem_init(key);
+  };
+  for (int (*const failed_start)() : {+without_a_set, +without_a_value}) {
+    EXPECT_EQ(-1, failed_start());
     EXPECT_EQ(1u, sandbox::console().size()); // of sem_create
     sandbox::clear_console();
     void *block = xmalloc(8, 5);

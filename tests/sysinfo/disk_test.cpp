@@ -1,5 +1,4 @@
 #include <dirent.h>
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -13,38 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "support/interposed.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-namespace {
-
-int readdir_error;   // what reading a directory fails with
-int readdir_entries; // after how many entries
-bool odd_numbers;    // every file system has these: blocks of 4096 in fragments of 512, some kept for the superuser
-
-} // namespace
-
-// Of the C library, but they can be made to fail or to tell what no file system at hand does.
-extern "C" struct dirent64 *readdir64(DIR *dir) {
-  if (readdir_error != 0 && readdir_entries-- <= 0) {
-    errno = readdir_error;
-    return nullptr;
-  }
-  return reinterpret_cast<struct dirent64 *(*)(DIR *)>(dlsym(RTLD_NEXT, "readdir64"))(dir);
-}
-
-extern "C" int statvfs64(const char *path, struct statvfs64 *status) noexcept {
-  if (!odd_numbers)
-    return reinterpret_cast<int (*)(const char *, struct statvfs64 *)>(dlsym(RTLD_NEXT, "statvfs64"))(path, status);
-  memset(status, 0, sizeof(*status));
-  status->f_bsize = 4096;
-  status->f_frsize = 512;
-  status->f_blocks = 0x123456789;
-  status->f_bfree = 0x100000001;
-  status->f_bavail = 5;
-  return 0;
-}
+INTERPOSE(readdir64, 1);
+INTERPOSE(statvfs64, 2);
 
 namespace {
 
@@ -61,8 +35,6 @@ class Disks : public testing::Test {
     descriptors = sandbox::open_descriptors();
   }
   void TearDown() override {
-    readdir_error = 0;
-    odd_numbers = false;
     vemta_free_disk_info(&list);
     EXPECT_EQ(&list, list.next);
     EXPECT_EQ(&list, list.prev);
@@ -138,7 +110,16 @@ TEST_F(Disks, EveryMountIsARecordWithItsSizes) {
 
 TEST_F(Disks, SizesAreBlocksOfTheirSizeWithWhatIsKeptForTheSuperuser) {
   ASSERT_EQ(0, mkdir((dir + "/a").c_str(), 0755));
-  odd_numbers = true;
+  // Blocks of 4096 bytes in fragments of 512, some of them kept for the superuser.
+  const interposed::StandIn hook(interposed::statvfs64_call, [](const char *, struct statvfs64 *status) {
+    *status = {};
+    status->f_bsize = 4096;
+    status->f_frsize = 512;
+    status->f_blocks = 0x123456789;
+    status->f_bfree = 0x100000001;
+    status->f_bavail = 5;
+    return 0;
+  });
   EXPECT_EQ(0, vemta_get_disk_info(dir.c_str(), &list));
   ASSERT_EQ(1u, disks().size());
   EXPECT_EQ(0x123456789000u, disks()[0]->total);
@@ -233,10 +214,15 @@ TEST_F(Disks, BadArgumentsAreReported) {
 TEST_F(Disks, ADirectoryThatFailsHalfWayIsReportedAndWhatWasReadStays) {
   for (const char *name : {"a", "b", "c"})
     ASSERT_EQ(0, mkdir((dir + "/" + name).c_str(), 0755));
-  readdir_error = EIO;
-  readdir_entries = 4; // two of them are "." and ".."
+  static int entries;
+  entries = 4; // two of them are "." and ".."
+  const interposed::StandIn hook(interposed::readdir64_call, [](DIR *directory) -> dirent64 * {
+    if (entries-- > 0)
+      return interposed::readdir64_call.real(directory);
+    errno = EIO;
+    return nullptr;
+  });
   EXPECT_EQ(0, vemta_get_disk_info(dir.c_str(), &list));
-  readdir_error = 0;
   EXPECT_EQ(2u, disks().size());
   expect_trace("Error occuried when readdir_r (5)\n");
 }

@@ -1,9 +1,7 @@
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mtd/mtd-user.h>
-#include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -13,9 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "support/interposed.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
+
+INTERPOSE_VARIADIC(ioctl, 2);
 
 namespace {
 
@@ -27,17 +28,11 @@ struct {
   int open_flags, descriptor_flags;
 } kernel;
 
-} // namespace
-
-// ioctl of the C library, with flash devices added.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list values;
-  va_start(values, request);
-  void *const argument = va_arg(values, void *);
-  va_end(values);
+// Answers for flash devices that the machine does not have.
+int ioctl_with_flash(int fd, unsigned long request, void *argument) {
   // Requests are ints with the sign bit set on some targets.
   if (!kernel.answers || static_cast<uint32_t>(request) != static_cast<uint32_t>(MEMGETINFO))
-    return reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"))(fd, request, argument);
+    return interposed::ioctl_call.real(fd, request, argument);
   char path[64] = {};
   if (readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof(path) - 1) < 0)
     return -1;
@@ -51,8 +46,6 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
   memcpy(argument, &info, sizeof(info));
   return 0;
 }
-
-namespace {
 
 RECORD_LAYOUT(mtd_query, 104, FIELD(dev, 0, 32), FIELD(block_dev, 32, 32), FIELD(name, 64, 16),
               FIELD(block_name, 80, 16), FIELD(num, 96, 4), FIELD(size, 100, 4));
@@ -88,7 +81,6 @@ class Mtd : public testing::Test {
     descriptors = sandbox::open_descriptors();
   }
   void TearDown() override {
-    kernel.answers = false;
     EXPECT_EQ(descriptors, sandbox::open_descriptors());
     EXPECT_FALSE(sandbox::exists("/run/other_calls"));
     setenv("PATH", old_path.c_str(), 1);
@@ -127,6 +119,7 @@ class Mtd : public testing::Test {
     sandbox::clear_console();
   }
 
+  const interposed::StandIn<int(int, unsigned long, void *)> flash{interposed::ioctl_call, ioctl_with_flash};
   std::string old_path;
   int descriptors = 0;
 };
