@@ -1,22 +1,16 @@
 // The client against a real DNS server.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "dns/records.h"
-#include "support/dns_server.h"
-#include "support/sandbox.h"
-#include "torvane.h"
+#include "dns/client_test.h"
+#include "support/dnsmasq.h"
 
 namespace {
 
+using dns::here;
 using dns::Query;
-
-using Texts = std::vector<std::string>;
-
-constexpr char here[] = "127.0.0.1";
+using dns::Texts;
 
 constexpr char configuration[] = R"(listen-address=127.0.0.1
 host-record=both.test,192.0.2.1,2001:db8::1
@@ -31,28 +25,13 @@ cname=alias3.test,alias2.test
 server=/blackhole.test/127.0.0.77
 )";
 
-class RealServer : public testing::Test {
+class RealServer : public dns::WithDnsmasq<configuration> {
  protected:
-  static void SetUpTestSuite() {
-    server_ = new dns::Dnsmasq(configuration);
-  }
-  static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
-  }
-  void SetUp() override {
-    if (!server_->started())
-      GTEST_SKIP() << server_->reason();
-    sandbox::clear_console();
-  }
   static Texts resolve(const Query &query) {
     EXPECT_EQ(1, dnsQuery4(query.get()));
     EXPECT_TRUE(query.intact());
     return query.filed();
   }
-
- private:
-  static inline dns::Dnsmasq *server_;
 };
 
 } // namespace

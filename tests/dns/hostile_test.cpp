@@ -1,16 +1,10 @@
 // Replies that lie. Each comes before a good one, which ends the call and must be all that is found.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "dns/records.h"
-#include "support/dns_message.h"
-#include "support/dns_server.h"
-#include "support/sandbox.h"
-#include "torvane.h"
+#include "dns/client_test.h"
 
 namespace {
 
@@ -18,32 +12,25 @@ using dns::a;
 using dns::aaaa;
 using dns::Bytes;
 using dns::cname;
+using dns::here;
 using dns::labels;
 using dns::pointer;
 using dns::Query;
 using dns::record;
 using dns::reply;
 using dns::Server;
+using dns::Texts;
 using dns::to_question;
 using dns::word;
 
-using Texts = std::vector<std::string>;
-
-constexpr char here[] = "127.0.0.1";
 constexpr char name[] = "www.test"; // its question takes 10 + 4 bytes, so the answers begin at 26
 constexpr unsigned answers_at = 26;
 
 constexpr char bad[] = "198.51.100.66", good[] = "192.0.2.1";
 
-class HostileServer : public testing::Test {
+class HostileServer : public dns::ClientTest {
  protected:
-  void SetUp() override {
-    sandbox::clear_console();
-    descriptors_ = sandbox::open_descriptors();
-  }
-  void TearDown() override {
-    EXPECT_EQ(descriptors_, sandbox::open_descriptors());
-  }
+  using ClientTest::ask;
   // Sends what `lies` makes of the query, then a good reply. Gives what was filed.
   Texts ask(const Server::Answer &lies) {
     Server server(here, [&](const Bytes &query) {
@@ -52,10 +39,9 @@ class HostileServer : public testing::Test {
       return replies;
     });
     Query query({here}, {name});
-    int responded = 0;
-    EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, 1));
-    EXPECT_TRUE(query.intact());
-    EXPECT_EQ(1, responded);
+    responded_ = 0;
+    ask(query);
+    EXPECT_EQ(1, responded_);
     ipv4_count_ = query->ipv4Count;
     ipv6_count_ = query->ipv6Count;
     return query.filed();
@@ -82,9 +68,6 @@ class HostileServer : public testing::Test {
   }
 
   int ipv4_count_ = 0, ipv6_count_ = 0;
-
- private:
-  int descriptors_;
 };
 
 // Labels of this many bytes altogether, their length bytes included; no zero byte.
@@ -219,12 +202,10 @@ TEST_F(HostileServer, RepliesCutAtEveryLength) {
     return replies;
   });
   Query query({here}, {name});
-  int responded = 0;
-  EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, 1));
+  ask(query);
   EXPECT_EQ(Texts{"A 0 0 192.0.2.1"}, query.filed());
   EXPECT_EQ(1, query->ipv4Count);
   EXPECT_EQ(0, query->ipv6Count);
-  EXPECT_TRUE(query.intact());
   server.queries();
   EXPECT_LT(100u, whole);
 }
@@ -306,10 +287,7 @@ TEST_F(HostileServer, RepliesWithChangedBytes) {
       return replies;
     });
     Query query({here}, {name});
-    query->stopOnMatch = 1;
-    int responded = 0;
-    EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, 1));
-    EXPECT_TRUE(query.intact());
+    ask(query);
     server.queries();
   }
 }
@@ -321,20 +299,17 @@ TEST_F(HostileServer, Floods) {
   Query query({here}, {name});
   query->stopOnMatch = 0;
   query->timeoutSec = 1;
-  int responded = 0;
-  EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, 1));
+  ask(query);
   EXPECT_EQ((Texts{"A 0 0 198.51.100.66", "AAAA 0 0 2001:db8::66"}), query.filed());
   EXPECT_LE(1, query->ipv4Count); // those that the kernel had room for
   EXPECT_GE(5000, query->ipv4Count);
   EXPECT_EQ(query->ipv4Count, query->ipv6Count);
-  EXPECT_TRUE(query.intact());
 }
 
 TEST_F(HostileServer, AFloodDoesNotKeepAMatchWaiting) {
   Server server(here,
                 [](const Bytes &query) { return std::vector<Bytes>(5000, reply(query, 1, a(to_question(), bad))); });
   Query query({here}, {name});
-  int responded = 0;
-  EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, 1));
+  ask(query);
   EXPECT_EQ(1, query->ipv4Count);
 }

@@ -16,13 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "dns/records.h"
+#include "dns/client_test.h"
 #include "support/child_process.h"
-#include "support/dns_message.h"
-#include "support/dns_server.h"
 #include "support/interposed.h"
-#include "support/sandbox.h"
-#include "torvane.h"
 
 INTERPOSED(select);
 INTERPOSED(recvfrom);
@@ -88,31 +84,20 @@ INTERPOSE(usleep, 1, dns::watched_usleep);
 namespace {
 
 using dns::Bytes;
+using dns::here;
 using dns::libc_calls;
 using dns::Query;
 using dns::Server;
 
-constexpr char here[] = "127.0.0.1";
-
-class KernelCalls : public testing::Test {
+class KernelCalls : public dns::ClientTest {
  protected:
-  void SetUp() override {
-    sandbox::clear_console();
-    descriptors_ = sandbox::open_descriptors();
-  }
   void TearDown() override {
-    EXPECT_EQ(descriptors_, sandbox::open_descriptors());
     EXPECT_TRUE(query_.intact());
-  }
-  static std::vector<Bytes> say_yes(const Bytes &query) {
-    return {dns::reply(query, 1, dns::a(dns::to_question(), "192.0.2.1"))};
+    ClientTest::TearDown();
   }
 
+  const Server::Answer say_yes = dns::with_address("192.0.2.1");
   Query query_{{here}, {"www.test"}};
-  int responded_ = 0;
-
- private:
-  int descriptors_;
 };
 
 } // namespace
@@ -226,7 +211,7 @@ TEST_F(KernelCalls, SignalsDoNotEndTheWait) {
   libc_calls.interrupted_selects = 0;
   const pthread_t caller = pthread_self();
   // The answer is not given before the wait was interrupted three times.
-  Server server(here, [caller](const Bytes &query) {
+  Server server(here, [this, caller](const Bytes &query) {
     while (libc_calls.interrupted_selects < 3) {
       pthread_kill(caller, SIGUSR1);
       std::this_thread::sleep_for(std::chrono::milliseconds(1));

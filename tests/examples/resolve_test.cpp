@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "support/dns_server.h"
+#include "support/dnsmasq.h"
 #include "support/example.h"
 #include "support/sandbox.h"
 
@@ -30,23 +30,7 @@ Outcome run(const std::string &arguments) {
   return sandbox::run(sandbox::example("resolve") + " " + arguments);
 }
 
-class Resolve : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    server_ = new dns::Dnsmasq(configuration);
-  }
-  static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
-  }
-  void SetUp() override {
-    if (!server_->started())
-      GTEST_SKIP() << server_->reason();
-  }
-
- private:
-  static inline dns::Dnsmasq *server_;
-};
+class Resolve : public dns::WithDnsmasq<configuration> {};
 
 } // namespace
 

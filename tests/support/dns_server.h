@@ -1,15 +1,11 @@
-// DNS servers as tests need them: a mailbox that only receives, one that answers as a test wants it, and a real one.
+// DNS servers as tests need them: a mailbox that only receives, and one that answers as a test wants it.
 #pragma once
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -17,8 +13,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "support/sandbox.h"
 
 namespace dns {
 
@@ -42,7 +36,7 @@ class Mailbox {
   int fd() const {
     return fd_;
   }
-  // What has come and was not read yet.
+  // Every query that has come and was not read yet.
   std::vector<std::string> queries() const {
     std::vector<std::string> all;
     std::string query;
@@ -88,7 +82,7 @@ class Server {
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
 
-  // Ends the server and gives all that it was asked.
+  // Ends the server and returns all that it was asked.
   const std::vector<std::string> &queries() {
     stop();
     return queries_;
@@ -121,61 +115,6 @@ class Server {
   std::vector<std::string> queries_;
   int stop_[2] = {-1, -1};
   std::thread thread_;
-};
-
-// dnsmasq on port 53 with these lines of configuration. It knows the names of its configuration and no others.
-class Dnsmasq {
- public:
-  explicit Dnsmasq(const std::string &configuration) {
-    static constexpr char path[] = "/run/dnsmasq.conf";
-    sandbox::write_file(path, "port=53\nbind-interfaces\nno-resolv\nno-hosts\nno-poll\nlocal=/test/\n" + configuration);
-    int said[2];
-    if (pipe2(said, O_CLOEXEC) != 0) {
-      reason_ = "pipe";
-      return;
-    }
-    fflush(nullptr);
-    process_ = fork();
-    if (process_ == 0) {
-      dup2(said[1], STDERR_FILENO);
-      // In the foreground: with its usual change of user it would end in the namespace of an ordinary user.
-      execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/run/dnsmasq.conf", static_cast<char *>(nullptr));
-      execl("/usr/sbin/dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/run/dnsmasq.conf",
-            static_cast<char *>(nullptr));
-      _exit(127);
-    }
-    close(said[1]);
-    log_ = fdopen(said[0], "r");
-    // It says so once its sockets are there.
-    char line[512];
-    while (!started_ && fgets(line, sizeof(line), log_)) {
-      started_ = strstr(line, ": started, version") != nullptr;
-      reason_ += line;
-    }
-  }
-  ~Dnsmasq() {
-    if (process_ > 0) {
-      kill(process_, SIGTERM);
-      waitpid(process_, nullptr, 0);
-    }
-    if (log_)
-      fclose(log_);
-  }
-  Dnsmasq(const Dnsmasq &) = delete;
-  Dnsmasq &operator=(const Dnsmasq &) = delete;
-
-  bool started() const {
-    return started_;
-  }
-  std::string reason() const {
-    return "dnsmasq does not start (Debian: dnsmasq-base): " + reason_;
-  }
-
- private:
-  pid_t process_ = -1;
-  FILE *log_ = nullptr;
-  bool started_ = false;
-  std::string reason_;
 };
 
 } // namespace dns
