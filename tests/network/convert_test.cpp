@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "network.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -15,11 +16,7 @@ static_assert(sizeof(ipport) == 8 && offsetof(ipport, ip) == 0 && offsetof(ippor
 
 namespace {
 
-uint32_t address(const char *text) {
-  in_addr result;
-  EXPECT_EQ(1, inet_pton(AF_INET, text, &result));
-  return result.s_addr;
-}
+using network::address;
 
 class Prefix : public testing::Test {};
 class TextToAddress : public testing::Test {};

@@ -19,23 +19,20 @@
 #include <vector>
 
 #include "interposed.h"
+#include "network.h"
 #include "support/child_process.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-using interposed::StandIn;
-using sandbox::open_descriptors;
-
 namespace {
+
+using interposed::StandIn;
+using network::address;
+using network::expect_trace;
+using sandbox::open_descriptors;
 
 // Two ends of one cable. The second has no address, and as long a name as there can be.
 constexpr char near_end[] = "tvn0", far_end[] = "tvnabcdefghijkl";
-
-uint32_t address(const char *text) {
-  in_addr result;
-  EXPECT_EQ(1, inet_pton(AF_INET, text, &result));
-  return result.s_addr;
-}
 
 sandbox::Outcome ip(const std::string &arguments) {
   return sandbox::run("ip " + arguments);
@@ -88,16 +85,6 @@ class MacAddress : public Interface {};
 class Channel : public Interface {};
 class NameList : public Interface {};
 class NameByAddress : public Interface {};
-
-void expect_trace(const char *func, const std::string &message) {
-  const auto traces = sandbox::console();
-  ASSERT_EQ(1u, traces.size());
-  EXPECT_FALSE(traces[0].has_process);
-  EXPECT_EQ(getpid(), traces[0].thread);
-  EXPECT_EQ("quorra_network", traces[0].file);
-  EXPECT_EQ(func, traces[0].func);
-  EXPECT_EQ(message, traces[0].message);
-}
 
 std::string mac_of(const char *ifname) {
   const std::string text = ip(std::string("-o link show dev ") + ifname).output;
