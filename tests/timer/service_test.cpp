@@ -1,53 +1,39 @@
-// The timer service at work: its thread, its runners, and its end.
+// The timer service at work: its thread and its runners.
 #include <errno.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/socket.h>
+#include <pthread.h>
+#include <unistd.h>
 
-#include <thread>
+#include <atomic>
+#include <string>
+#include <vector>
 
+#include "blocking_timer.h"
 #include "controls.h"
+#include "support/sandbox.h"
+#include "torvane.h"
 
+namespace {
+
+using controls::began;
+using controls::blocking_timer;
 using controls::eventually;
 using controls::fired;
+using controls::make_handshakes;
+using controls::may_end;
 using controls::scenario;
 using controls::set_clock;
 using controls::settle;
 using controls::start_service;
-using controls::start_service_without_thread;
 using controls::timer;
 using controls::told;
 using controls::Wait;
 using sandbox::console;
-using sandbox::Handshake;
 using sandbox::Trace;
-
-namespace {
 
 std::string last_wait() {
   const Wait wait = controls::waits().back();
   return wait.endless ? "endless" : told(wait.seconds, wait.microseconds);
-}
-
-// A callback that tells that it began, and goes on when it is told to.
-const Handshake *began, *may_end;
-
-void block(uint32_t arg1, uint32_t arg2) {
-  began->give();
-  may_end->take();
-  controls::fire(arg1, arg2);
-}
-
-TimerNode blocking_timer(uint32_t name, uint32_t expire) {
-  TimerNode made = timer(name, expire);
-  made.callback = block;
-  return made;
-}
-
-void make_handshakes() {
-  began = new Handshake;
-  may_end = new Handshake;
 }
 
 } // namespace
@@ -392,208 +378,4 @@ TEST(TimerService, AThreadCancelledInsideAnOperationFinishesItFirst) {
               const int linked = a.node.next != &a.node;
               return text + told(controls::semaphore_value(), 1 - linked, static_cast<int>(a.expire == 2001));
             }));
-}
-
-TEST(TimerService, EndsItsThreadForGood) {
-  EXPECT_EQ("0 1 0 0 1 1", scenario([] {
-              start_service();
-              settle();
-              const int before = sandbox::open_descriptors();
-              const int result = destoryTimerThread();
-              const bool ended = eventually([] { return controls::timer_threads_ended() == 1; });
-              TimerThreadConfig config = {};
-              config.semid = controls::semaphore;
-              const int again = createTimerThread(&config);
-              return told(result, static_cast<int>(ended), again, before - sandbox::open_descriptors() - 2,
-                          static_cast<int>(controls::started().size()), controls::semaphore_value());
-            }));
-  EXPECT_EQ(2u, console().size());
-}
-
-TEST(TimerService, DestroyingWhatNeverRanDoesNothing) {
-  EXPECT_EQ("0 0 0 1", scenario([] {
-              const int steps = controls::semaphore_steps();
-              const int result = destoryTimerThread();
-              const int taken = controls::semaphore_steps() - steps;
-              const int cancelled = controls::cancellations;
-              return told(result, taken, cancelled, start_service());
-            }));
-}
-
-TEST(TimerService, DestroyingTwiceTouchesNeitherThreadNorDescriptorsAgain) {
-  EXPECT_EQ("0 0 1 1 1", scenario([] {
-              start_service();
-              settle();
-              const int before = sandbox::open_descriptors();
-              const int first = destoryTimerThread();
-              for (int i = 0; i < 8; i++)
-                open("/dev/null", O_RDONLY | O_CLOEXEC); // takes the numbers
-              const int second = destoryTimerThread();
-              return told(first, second, static_cast<int>(sandbox::open_descriptors() == before - 2 + 8),
-                          controls::cancellations.load(), controls::semaphore_value());
-            }));
-}
-
-TEST(TimerService, AfterItsEndOperationsAreToldThatNobodyListens) {
-  EXPECT_EQ("0 0 0 1 ", scenario([] {
-              start_service();
-              settle();
-              TimerNode a = timer(1, 1000);
-              destoryTimerThread();
-              eventually([] { return controls::timer_threads_ended() == 1; });
-              const int added = addTimer(&a), modified = modTimer(&a, 999), deleted = delTimer(&a);
-              return told(added, modified, deleted, controls::semaphore_value()) + " " + fired();
-            }));
-  const std::vector<std::string> expected = {"[0]Could not send signal: 0\n", "[2]Could not send signal: 2\n",
-                                             "[1]Could not send signal: 1\n"};
-  std::vector<std::string> messages = sandbox::console_messages();
-  ASSERT_EQ(5u, messages.size());
-  EXPECT_EQ(expected, std::vector<std::string>(messages.begin() + 2, messages.end()));
-  EXPECT_EQ("sendNotifyToTimerThread", console()[2].func);
-}
-
-TEST(TimerService, CallbacksThatRunWhileItEndsGoOn) {
-  EXPECT_EQ("0 1 1 1 ", scenario([] {
-              make_handshakes();
-              start_service();
-              TimerNode slow = blocking_timer(1, 1000), behind = timer(2, 1010);
-              addTimer(&slow);
-              addTimer(&behind);
-              began->take();
-              const int result = destoryTimerThread();
-              may_end->give();
-              const bool ended = eventually([] { return controls::runners_ended() == controls::runners_started(); });
-              set_clock(1010);
-              return told(result, static_cast<int>(ended), controls::semaphore_value()) + " " + fired();
-            }));
-}
-
-TEST(TimerService, ACallbackMayEndTheService) {
-  static std::atomic<int> result;
-  EXPECT_EQ("1 0 1", scenario([] {
-              result = -1;
-              start_service();
-              TimerNode a = timer(1, 1000);
-              a.callback = [](uint32_t, uint32_t) { result = destoryTimerThread(); };
-              addTimer(&a);
-              const bool ended = eventually([] { return controls::timer_threads_ended() == 1 && result != -1; });
-              return told(static_cast<int>(ended), result.load(), controls::semaphore_value());
-            }));
-}
-
-// Cancelled while it waits for the semaphore, the thread must not end with it.
-TEST(TimerService, CancelledInItsListsTheThreadGivesTheSemaphoreBackFirst) {
-  EXPECT_EQ("1 0 1 1", scenario([] {
-              start_service();
-              settle();
-              downdown(controls::semaphore, "test", 1, "test", 0);
-              sendNotifyToTimerThread(0);
-              const bool waits = eventually([] { return controls::semaphore_waiters() == 1; });
-              pthread_cancel(controls::timer_thread());
-              const int ended_at_once = controls::timer_threads_ended();
-              upup(controls::semaphore, "test", 1, "test", 0);
-              const bool ended = eventually([] { return controls::timer_threads_ended() == 1; });
-              return told(static_cast<int>(waits), ended_at_once, static_cast<int>(ended), controls::semaphore_value());
-            }));
-}
-
-// Destroyed at many moments of its work: the semaphore is never lost nor given back twice, every wait for it is left
-// alone, and every timer is on one list.
-TEST(TimerService, EndsCleanlyAtAnyMoment) {
-  sandbox::Captured errors(STDERR_FILENO);
-  for (int moment = 0; moment < 60; moment++) {
-    EXPECT_EQ(
-        "0 1 1 1", scenario([=] {
-          start_service();
-          static TimerNode timers[8];
-          std::atomic<bool> stop = false;
-          std::thread storm([&] {
-            for (uint32_t i = 0; !stop; i++)
-              modTimer(&timers[i % 8], 1000 + i % 3);
-          });
-          eventually([=] { return controls::runners_started() >= moment; });
-          const int result = destoryTimerThread();
-          stop = true;
-          storm.join();
-          const bool ended = eventually([] {
-            return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
-          });
-          bool on_one_list = true;
-          for (TimerNode &each : timers)
-            on_one_list = on_one_list && (!each.node.next ||
-                                          (each.node.next->prev == &each.node && each.node.prev->next == &each.node));
-          return told(result, static_cast<int>(ended), static_cast<int>(on_one_list), controls::semaphore_value());
-        }));
-  }
-  EXPECT_EQ("", errors.text());
-}
-
-// The thread takes up a notification while the service is ended: found waiting or busy, it ends, undisturbed.
-TEST(TimerService, EndsCleanlyWhileItIsNotified) {
-  sandbox::Captured errors(STDERR_FILENO);
-  for (int round = 0; round < 200; round++) {
-    EXPECT_EQ("0 1 1", scenario([=] {
-                start_service();
-                settle();
-                TimerNode far = timer(1, 5000);
-                addTimer(&far);
-                for (std::atomic<int> i = 0; i < round * 10; i++) {
-                }
-                const int result = destoryTimerThread();
-                const bool ended = eventually([] {
-                  return controls::timer_threads_ended() == 1 &&
-                         controls::runners_ended() == controls::runners_started();
-                });
-                return told(result, static_cast<int>(ended), controls::semaphore_value());
-              }));
-  }
-  EXPECT_EQ("", errors.text());
-}
-
-// Whoever comes next for the semaphore adds a timer that is due; the thread comes after that, and leaves it alone.
-TEST(TimerService, WhatIsAddedAfterItsEndNeverRuns) {
-  EXPECT_EQ("1 1 0 ", scenario([] {
-              start_service();
-              settle();
-              static TimerNode late = timer(1, 1000);
-              downdown(controls::semaphore, "test", 1, "test", 0);
-              std::thread destroying([] { destoryTimerThread(); });
-              eventually([] { return controls::semaphore_waiters() == 1; });
-              std::thread adding([] { addTimer(&late); });
-              eventually([] { return controls::semaphore_waiters() == 2; });
-              sendNotifyToTimerThread(0);
-              const bool waits = eventually([] { return controls::semaphore_waiters() == 3; });
-              upup(controls::semaphore, "test", 1, "test", 0);
-              destroying.join();
-              adding.join();
-              const bool ended = eventually([] {
-                return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
-              });
-              processTimerListThread(nullptr);
-              // Found busy it is not cancelled, which would interrupt its wait.
-              return told(static_cast<int>(waits), static_cast<int>(ended), controls::cancellations.load()) + " " +
-                     fired();
-            }));
-}
-
-TEST(TimerService, EndsWhileItWaitsForTheSemaphore) {
-  sandbox::Captured errors(STDERR_FILENO);
-  EXPECT_EQ("1 0 1 1", scenario([] {
-              start_service();
-              settle();
-              downdown(controls::semaphore, "test", 1, "test", 0);
-              sendNotifyToTimerThread(0);
-              const bool waits = eventually([] { return controls::semaphore_waiters() == 1; });
-              static std::atomic<int> result;
-              result = -1;
-              std::thread destroying([] { result = destoryTimerThread(); });
-              eventually([] { return controls::semaphore_waiters() == 2; });
-              upup(controls::semaphore, "test", 1, "test", 0);
-              destroying.join();
-              const bool ended = eventually([] {
-                return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
-              });
-              return told(static_cast<int>(waits), result.load(), static_cast<int>(ended), controls::semaphore_value());
-            }));
-  EXPECT_EQ("", errors.text());
 }
