@@ -44,8 +44,6 @@ FIELD32(bm_sample, link, 0);
 FIELD32(bm_sample, rx_rate, 8);
 FIELD32(bm_sample, tx_rate, 16);
 
-namespace {
-
 using network::history_of;
 using network::key;
 using network::Monitor;
@@ -53,8 +51,6 @@ using network::names_of;
 using network::net_dev;
 using network::record;
 using network::the_time;
-
-} // namespace
 
 TEST_F(Monitor, StartsEmptyWithAFreeSemaphore) {
   EXPECT_EQ(&head.link, head.link.next);

@@ -15,8 +15,6 @@
 #include "support/sandbox.h"
 #include "torvane.h"
 
-namespace {
-
 using network::history_of;
 using network::key;
 using network::Monitor;
@@ -27,8 +25,6 @@ using network::record;
 using network::the_time;
 using network::Time;
 using sandbox::run;
-
-} // namespace
 
 TEST_F(Monitor, KnowsNoRatesBeforeThePassThatFindsTheInterface) {
   bm_sample rates = {};
