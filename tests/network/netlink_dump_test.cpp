@@ -1,14 +1,10 @@
 // What the kernel says of real addresses in the program's own network.
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,20 +12,15 @@
 #include <string>
 #include <vector>
 
+#include "interposed.h"
 #include "netlink.h"
-#include "support/child_process.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
 namespace {
 
-using network::Address;
-using network::address_of;
-using network::done;
-using network::expect_ipv6_trace;
-using network::filter;
-using network::shown;
-using network::Texts;
+using interposed::StandIn;
+using namespace network;
 using sandbox::Captured;
 using sandbox::run;
 
@@ -101,33 +92,6 @@ Texts together(const std::vector<Texts> &lists) {
     all.insert(all.end(), list.begin(), list.end());
   std::sort(all.begin(), all.end());
   return all;
-}
-
-// The result of a body in a process of which the kernel refuses the calls of one number; no_refusal where it cannot be
-// made to.
-constexpr int no_refusal = 77;
-
-// send() and recv() have calls of their own on some machines.
-#ifdef SYS_send
-constexpr unsigned send_call = SYS_send, recv_call = SYS_recv;
-#else
-constexpr unsigned send_call = SYS_sendto, recv_call = SYS_recvfrom;
-#endif
-
-template <typename Body>
-int without_call(unsigned number, Body body) {
-  return sandbox::in_child([&] {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EACCES),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog calls_refused = {4, program};
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &calls_refused) != 0)
-      return no_refusal;
-    return body();
-  });
 }
 
 } // namespace
@@ -203,38 +167,28 @@ TEST_F(Dump, FailsWithoutAnArray) {
 TEST_F(Dump, FailsWithoutASocket) {
   for (const int mode : {1, 0}) {
     sandbox::clear_console();
-    const int result = without_call(SYS_socket, [mode] {
-      v6_ifaddr entries[2] = {};
-      return getifaddr_netlink("va", 0, mode, entries, 2);
-    });
-    if (result == no_refusal)
-      GTEST_SKIP() << "the kernel cannot be made to refuse calls here";
-    EXPECT_EQ(1, result);
+    const StandIn hook(interposed::socket_call, [](int, int, int) { return interposed::fail(EACCES); });
+    v6_ifaddr entries[2] = {};
+    EXPECT_EQ(1, getifaddr_netlink("va", 0, mode, entries, 2));
     expect_ipv6_trace("getifaddr_netlink", "socket(): Create failed.\n");
   }
 }
 
 TEST_F(Dump, FailsWhenTheRequestCannotBeSent) {
-  const int result = without_call(send_call, [] {
-    v6_ifaddr entries[2] = {};
-    const int before = sandbox::open_descriptors();
-    const int failed = getifaddr_netlink("va", 0, 1, entries, 2);
-    return sandbox::open_descriptors() == before ? failed : 2;
-  });
-  if (result == no_refusal)
-    GTEST_SKIP() << "the kernel cannot be made to refuse calls here";
-  EXPECT_EQ(1, result);
+  const StandIn hook(interposed::send_call,
+                     [](int, const void *, size_t, int) -> ssize_t { return interposed::fail(EACCES); });
+  v6_ifaddr entries[2] = {};
+  const int before = sandbox::open_descriptors();
+  EXPECT_EQ(1, getifaddr_netlink("va", 0, 1, entries, 2));
+  EXPECT_EQ(before, sandbox::open_descriptors());
   expect_ipv6_trace("getifaddr_netlink", "socket(): Send packet failed.\n");
 }
 
 TEST_F(Dump, EndsQuietlyForTheCallerWhenReceivingFails) {
-  const int result = without_call(recv_call, [] {
-    v6_ifaddr entries[2] = {};
-    return getifaddr_netlink("va", 0, 1, entries, 2);
-  });
-  if (result == no_refusal)
-    GTEST_SKIP() << "the kernel cannot be made to refuse calls here";
-  EXPECT_EQ(0, result);
+  const StandIn hook(interposed::recv_call,
+                     [](int, void *, size_t, int) -> ssize_t { return interposed::fail(EACCES); });
+  v6_ifaddr entries[2] = {};
+  EXPECT_EQ(0, getifaddr_netlink("va", 0, 1, entries, 2));
   EXPECT_EQ(Texts{"recv(): Receive failed.\n"}, sandbox::console_messages());
 }
 
