@@ -8,20 +8,7 @@
 
 namespace {
 
-using dns::a;
-using dns::aaaa;
-using dns::Bytes;
-using dns::cname;
-using dns::here;
-using dns::labels;
-using dns::pointer;
-using dns::Query;
-using dns::record;
-using dns::reply;
-using dns::Server;
-using dns::Texts;
-using dns::to_question;
-using dns::word;
+using namespace dns;
 
 constexpr char name[] = "www.test"; // its question takes 10 + 4 bytes, so the answers begin at 26
 constexpr unsigned answers_at = 26;

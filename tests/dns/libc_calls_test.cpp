@@ -83,11 +83,7 @@ INTERPOSE(usleep, 1, dns::watched_usleep);
 
 namespace {
 
-using dns::Bytes;
-using dns::here;
-using dns::libc_calls;
-using dns::Query;
-using dns::Server;
+using namespace dns;
 
 class KernelCalls : public dns::ClientTest {
  protected:

@@ -7,23 +7,7 @@
 
 namespace {
 
-using dns::a;
-using dns::aaaa;
-using dns::addresses;
-using dns::Bytes;
-using dns::cname;
-using dns::here;
-using dns::labels;
-using dns::last_for;
-using dns::name_asked;
-using dns::Query;
-using dns::reply;
-using dns::Server;
-using dns::Texts;
-using dns::to_question;
-using dns::with;
-using dns::with_address;
-using dns::yes;
+using namespace dns;
 
 class Passes : public dns::ClientTest {};
 

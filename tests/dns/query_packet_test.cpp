@@ -12,15 +12,7 @@
 
 namespace {
 
-using dns::a;
-using dns::addresses;
-using dns::Bytes;
-using dns::here;
-using dns::Mailbox;
-using dns::name_asked;
-using dns::Query;
-using dns::Texts;
-using dns::type_asked;
+using namespace dns;
 
 // Waits until it is told to send the first queries of its process, as this program is too old for by then.
 class FirstQueries : public testing::Environment {

@@ -11,20 +11,7 @@
 
 namespace {
 
-using dns::a;
-using dns::aaaa;
-using dns::addresses;
-using dns::Bytes;
-using dns::here;
-using dns::Mailbox;
-using dns::Query;
-using dns::reply;
-using dns::Server;
-using dns::Texts;
-using dns::to_question;
-using dns::type_asked;
-using dns::with;
-using dns::with_address;
+using namespace dns;
 
 class Results : public dns::ClientTest {};
 

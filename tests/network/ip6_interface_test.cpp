@@ -23,6 +23,31 @@ using Groups = std::array<unsigned short, 8>;
 
 constexpr Groups untouched = {1, 2, 3, 4, 5, 6, 7, 8};
 
+// An interface "via" with a link-local and a global address, while it lives; its peer is "vib".
+class Via {
+ public:
+  Via()
+      : made_(
+            run("ip link add via type veth peer name vib && ip link set via addrgenmode none && ip link set via up && "
+                "ip link set vib up && ip addr add fe80::77/64 dev via nodad && "
+                "ip addr add 2001:db8::77/64 dev via nodad")) {}
+  ~Via() {
+    run("ip link del via");
+  }
+  Via(const Via &) = delete;
+  Via &operator=(const Via &) = delete;
+
+  bool made() const {
+    return made_.status == 0;
+  }
+  std::string reason() const {
+    return "no interface with addresses: " + made_.output;
+  }
+
+ private:
+  const sandbox::Outcome made_;
+};
+
 class IfInet6 : public testing::Test {
  protected:
   // The address that was found, as text, or "".
@@ -120,20 +145,15 @@ TEST_F(IfInet6, LeavesNoDescriptorOpen) {
 }
 
 TEST_F(IfInet6, ReadsTheKernelsOwn) {
-  const auto made =
-      run("ip link add via type veth peer name vib && ip link set via addrgenmode none && ip link set via up && "
-          "ip addr add fe80::77/64 dev via nodad && ip addr add 2001:db8::77/64 dev via nodad");
-  if (made.status == 0) {
-    EXPECT_EQ("fe80:0:0:0:0:0:0:77", found("via", 1));
-    EXPECT_EQ("2001:db8:0:0:0:0:0:77", found("via", 0));
-    EXPECT_EQ("", found("via", 2));
-    run("ip addr add 2001:db8:1::77/64 dev via nodad");
-    EXPECT_NE("", found("via", 2));
-    EXPECT_NE(found("via", 0), found("via", 2));
-  }
-  run("ip link del via");
-  if (made.status != 0)
-    GTEST_SKIP() << "no interface with addresses: " << made.output;
+  const Via via;
+  if (!via.made())
+    GTEST_SKIP() << via.reason();
+  EXPECT_EQ("fe80:0:0:0:0:0:0:77", found("via", 1));
+  EXPECT_EQ("2001:db8:0:0:0:0:0:77", found("via", 0));
+  EXPECT_EQ("", found("via", 2));
+  run("ip addr add 2001:db8:1::77/64 dev via nodad");
+  EXPECT_NE("", found("via", 2));
+  EXPECT_NE(found("via", 0), found("via", 2));
 }
 
 namespace {
@@ -289,22 +309,19 @@ TEST_F(Tool, LeavesNoDescriptorOpenAndNoChild) {
 }
 
 TEST_F(Tool, AsksTheRealOne) {
-  const auto made =
-      run("ip link add via type veth peer name vib && ip link set via addrgenmode none && ip link set via up && "
-          "ip link set vib up && ip addr add fe80::77/64 dev via nodad && ip addr add 2001:db8::77/64 dev via nodad && "
-          "ip -6 route add default via fe80::1 dev via");
-  if (made.status == 0) {
-    EXPECT_EQ("2001:db8::77", address("via", 0));
-    EXPECT_EQ("fe80::77", address("via", 1));
-    EXPECT_EQ("", address("via", 2));
-    EXPECT_EQ("fe80::1", gateway("via"));
-    EXPECT_EQ("", gateway("vib"));
-    EXPECT_EQ("", address("vib", 0));
-    run("ip addr add 2001:db8::78/64 dev via nodad");
-    EXPECT_NE("", address("via", 2));
-    EXPECT_NE(address("via", 0), address("via", 2));
-  }
-  run("ip link del via");
-  if (made.status != 0)
-    GTEST_SKIP() << "no interface with a route: " << made.output;
+  const Via via;
+  if (!via.made())
+    GTEST_SKIP() << via.reason();
+  const sandbox::Outcome routed = run("ip -6 route add default via fe80::1 dev via");
+  if (routed.status != 0)
+    GTEST_SKIP() << "no route: " << routed.output;
+  EXPECT_EQ("2001:db8::77", address("via", 0));
+  EXPECT_EQ("fe80::77", address("via", 1));
+  EXPECT_EQ("", address("via", 2));
+  EXPECT_EQ("fe80::1", gateway("via"));
+  EXPECT_EQ("", gateway("vib"));
+  EXPECT_EQ("", address("vib", 0));
+  run("ip addr add 2001:db8::78/64 dev via nodad");
+  EXPECT_NE("", address("via", 2));
+  EXPECT_NE(address("via", 0), address("via", 2));
 }

@@ -149,6 +149,16 @@ class Monitor : public testing::Test {
     running = true;
     the_time.await_sleep();
   }
+  // Starts the thread with these interfaces to measure, whose counters are 0 at first.
+  void start_measuring(const std::vector<std::string> &names) {
+    std::vector<Traffic> interfaces;
+    for (const std::string &name : names) {
+      add_bm_by_iface(name.c_str(), &head);
+      interfaces.push_back({name, 0, 0});
+    }
+    file.set(net_dev(interfaces));
+    start_thread();
+  }
   // The next pass, with these counters in the file.
   Seconds pass(const std::vector<Traffic> &interfaces) {
     file.set(net_dev(interfaces));

@@ -44,13 +44,7 @@ FIELD32(bm_sample, link, 0);
 FIELD32(bm_sample, rx_rate, 8);
 FIELD32(bm_sample, tx_rate, 16);
 
-using network::history_of;
-using network::key;
-using network::Monitor;
-using network::names_of;
-using network::net_dev;
-using network::record;
-using network::the_time;
+using namespace network;
 
 TEST_F(Monitor, StartsEmptyWithAFreeSemaphore) {
   EXPECT_EQ(&head.link, head.link.next);
@@ -202,9 +196,7 @@ TEST_F(Monitor, InterruptedWaitsForTheSemaphoreChangeNothing) {
 
 TEST_F(Monitor, EndsWithoutItsSemaphoreToo) {
   sandbox::Captured reasons(STDERR_FILENO);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  add_bm_by_iface("eth0", &head);
-  start_thread();
+  start_measuring({"eth0"});
   sem_delete(head.semid);
   head.exit = 1;
   the_time.let_go();

@@ -15,12 +15,7 @@
 
 namespace {
 
-using network::key;
-using network::names_of;
-using network::net_dev;
-using network::record;
-using network::the_time;
-using network::Time;
+using namespace network;
 using sandbox::ProcNetFile;
 
 // The monitor in memory that a second process shares. The child is started before the thread.
@@ -49,6 +44,30 @@ class SharedMonitor : public testing::Test {
   }
   int up() const {
     return upup(head->semid, "test", 1, "child", 0);
+  }
+  // Starts a process that takes the semaphore and goes on with `body`, and a pass that waits for the semaphore. Returns
+  // the process.
+  template <typename Body>
+  pid_t start_pass_behind_holder(Body body) {
+    const sandbox::Handshake may_take, has_taken;
+    const pid_t child = sandbox::start_child([&] {
+      may_take.take();
+      if (down() != 0)
+        return 1;
+      has_taken.give();
+      return body();
+    });
+    start_thread();
+    may_take.give();
+    has_taken.take();
+    the_time.let_go();
+    await_waiter();
+    return child;
+  }
+  void end_thread() {
+    head->exit = 1;
+    the_time.set(Time::flying);
+    EXPECT_EQ(0, pthread_join(thread, nullptr));
   }
   void await_waiter() const {
     while (semctl(head->semid, 0, GETNCNT) == 0)
@@ -99,49 +118,26 @@ TEST_F(SharedMonitor, IsSteeredFromAnotherProcess) {
 }
 
 TEST_F(SharedMonitor, ThePassWaitsForAHolderInAnotherProcess) {
-  const sandbox::Handshake to_child, to_parent;
-  const pid_t child = sandbox::start_child([&] {
-    to_child.take();
-    if (down() != 0)
-      return 1;
-    to_parent.give();
-    to_child.take();
+  const sandbox::Handshake may_give;
+  const pid_t child = start_pass_behind_holder([&] {
+    may_give.take();
     return up() == 0 ? 0 : 2;
   });
-  start_thread();
-  to_child.give();
-  to_parent.take();
-  the_time.let_go();
-  await_waiter();
   file.set(net_dev({{"eth0", 30, 60}})); // in time for a pass that has not begun
-  to_child.give();
+  may_give.give();
   EXPECT_EQ(0, sandbox::end_of_child(child));
   the_time.await_sleep();
   EXPECT_EQ(30u, record(head, "eth0")->prev_rx);
-  head->exit = 1;
-  the_time.set(Time::flying);
-  EXPECT_EQ(0, pthread_join(thread, nullptr));
+  end_thread();
 }
 
 TEST_F(SharedMonitor, AHolderThatDiesGivesTheSemaphoreBack) {
-  const sandbox::Handshake to_child, to_parent;
-  const pid_t child = sandbox::start_child([&] {
-    to_child.take();
-    if (down() != 0)
-      return 1;
-    to_parent.give();
+  const pid_t child = start_pass_behind_holder([]() -> int {
     for (;;)
       pause();
   });
-  start_thread();
-  to_child.give();
-  to_parent.take();
-  the_time.let_go();
-  await_waiter();
   kill(child, SIGKILL);
   sandbox::end_of_child(child);
   EXPECT_EQ(3u, the_time.await_sleep());
-  head->exit = 1;
-  the_time.set(Time::flying);
-  EXPECT_EQ(0, pthread_join(thread, nullptr));
+  end_thread();
 }

@@ -15,15 +15,7 @@
 #include "support/sandbox.h"
 #include "torvane.h"
 
-using network::history_of;
-using network::key;
-using network::Monitor;
-using network::names_of;
-using network::net_dev;
-using network::Rates;
-using network::record;
-using network::the_time;
-using network::Time;
+using namespace network;
 using sandbox::run;
 
 TEST_F(Monitor, KnowsNoRatesBeforeThePassThatFindsTheInterface) {
@@ -71,9 +63,7 @@ TEST_F(Monitor, CountersWrapAround) {
 }
 
 TEST_F(Monitor, ReadsThePeriodAfreshBeforeEachSleep) {
-  add_bm_by_iface("eth0", &head);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0"});
   locked([this] { return head.period = 5; });
   EXPECT_EQ(5u, pass({{"eth0", 3000, 300}}));
   expect_rates("eth0", 1000, 100); // that sleep was of 3 seconds
@@ -86,19 +76,14 @@ TEST_F(Monitor, ReadsThePeriodAfreshBeforeEachSleep) {
 
 TEST_F(Monitor, TakesAPeriodOf0As1) {
   head.period = 0;
-  add_bm_by_iface("eth0", &head);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0"});
   EXPECT_EQ(1u, pass({{"eth0", 70, 7}}));
   expect_rates("eth0", 70, 7);
 }
 
 TEST_F(Monitor, AddingAgainStartsAgain) {
   head.history = 1;
-  add_bm_by_iface("eth0", &head);
-  add_bm_by_iface("eth1", &head);
-  file.set(net_dev({{"eth0", 0, 0}, {"eth1", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0", "eth1"});
   pass({{"eth0", 30, 30}, {"eth1", 60, 60}});
   EXPECT_EQ(1, add_bm_by_iface("eth0", &head));
   EXPECT_EQ((std::vector<std::string>{"eth1", "eth0"}), names_of(&head));
@@ -112,9 +97,7 @@ TEST_F(Monitor, AddingAgainStartsAgain) {
 
 TEST_F(Monitor, AVanishedInterfaceKeepsItsLastRates) {
   head.history = 1;
-  add_bm_by_iface("ppp0", &head);
-  file.set(net_dev({{"ppp0", 0, 0}}));
-  start_thread();
+  start_measuring({"ppp0"});
   pass({{"ppp0", 300, 600}});
   pass({{"eth0", 1, 1}});
   expect_rates("ppp0", 100, 200);
@@ -128,9 +111,7 @@ TEST_F(Monitor, AVanishedInterfaceKeepsItsLastRates) {
 }
 
 TEST_F(Monitor, KeepsNoHistoryUnlessAsked) {
-  add_bm_by_iface("eth0", &head);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0"});
   pass({{"eth0", 3, 3}});
   const bm_iface *iface = record(&head, "eth0");
   EXPECT_EQ(0, iface->history_count);
@@ -148,9 +129,7 @@ TEST_F(Monitor, KeepsNoHistoryUnlessAsked) {
 TEST_F(Monitor, KeepsTheLast257Samples) {
   head.history = 1;
   head.period = 1;
-  add_bm_by_iface("eth0", &head);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0"});
   const bm_iface *iface = record(&head, "eth0");
   // The n-th sample has the rates n and 2n.
   uint64_t sum = 0;
@@ -177,9 +156,7 @@ TEST_F(Monitor, KeepsTheLast257Samples) {
 TEST_F(Monitor, APassWithoutMemoryLosesNoMoreThanThatSample) {
   head.history = 1;
   head.period = 1;
-  add_bm_by_iface("eth0", &head);
-  file.set(net_dev({{"eth0", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0"});
   const bm_iface *iface = record(&head, "eth0");
   bool sample_dropped = false;
   uint64_t counted = 0, total = 0;

@@ -24,14 +24,7 @@
 
 namespace {
 
-using network::history_of;
-using network::key;
-using network::Monitor;
-using network::names_of;
-using network::net_dev;
-using network::record;
-using network::the_time;
-using network::Time;
+using namespace network;
 using sandbox::console;
 using sandbox::ProcNetFile;
 
@@ -44,9 +37,7 @@ class Pass : public testing::Test {
 } // namespace
 
 TEST_F(Monitor, TracesItsStartAndItsEnd) {
-  file.set(net_dev({{"eth0", 0, 0}}));
-  add_bm_by_iface("eth0", &head);
-  start_thread();
+  start_measuring({"eth0"});
   ask_to_exit();
   join();
   const auto traces = console();
@@ -118,10 +109,7 @@ TEST_F(Monitor, OnlyBit0Ends) {
 
 TEST_F(Monitor, FreesItsInterfacesAtTheEndButNotTheirHistories) {
   head.history = 1;
-  for (const char *name : {"eth0", "eth1"})
-    add_bm_by_iface(name, &head);
-  file.set(net_dev({{"eth0", 0, 0}, {"eth1", 0, 0}}));
-  start_thread();
+  start_measuring({"eth0", "eth1"});
   pass({{"eth0", 3, 3}, {"eth1", 30, 30}});
   pass({{"eth0", 9, 9}, {"eth1", 90, 90}});
   const auto first = history_of(record(&head, "eth0")), second = history_of(record(&head, "eth1"));
@@ -140,9 +128,7 @@ TEST_F(Monitor, FreesItsInterfacesAtTheEndButNotTheirHistories) {
 }
 
 TEST_F(Monitor, CanBeRunAgainAfterItsEnd) {
-  file.set(net_dev({{"eth0", 0, 0}}));
-  add_bm_by_iface("eth0", &head);
-  start_thread();
+  start_measuring({"eth0"});
   end_thread();
   ASSERT_EQ(1, init_bm(&head, key, 2, 0));
   add_bm_by_iface("eth0", &head);
@@ -153,9 +139,7 @@ TEST_F(Monitor, CanBeRunAgainAfterItsEnd) {
 
 TEST_F(Monitor, RunsWithoutAConsoleToo) {
   const sandbox::UnopenableConsole away;
-  file.set(net_dev({{"eth0", 0, 0}}));
-  add_bm_by_iface("eth0", &head);
-  start_thread();
+  start_measuring({"eth0"});
   pass({{"eth0", 3, 3}});
   expect_rates("eth0", 1, 1);
   end_thread();

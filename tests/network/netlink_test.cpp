@@ -22,20 +22,7 @@ static_assert(sizeof(v6_ifaddr) == 20 && offsetof(v6_ifaddr, addr) == 0 && offse
 
 namespace {
 
-using network::address_bytes;
-using network::address_message;
-using network::attribute;
-using network::cut_attribute;
-using network::Datagram;
-using network::done;
-using network::expect_ipv6_trace;
-using network::filter;
-using network::ipv6_message;
-using network::joined;
-using network::message;
-using network::shown;
-using network::Texts;
-using network::with_length;
+using namespace network;
 using sandbox::Captured;
 
 // process_ifaddr_ip with one message, in memory of exactly its size.

@@ -65,6 +65,16 @@ constexpr socket_handler_set holding_nothing = {[](int, int fd, ipport *, int) {
                                                 [](int, int) {},
                                                 [](int, int) { _exit(99); }}; // never
 
+// Starts a service on one end of a pair of sockets and writes to the other. Returns 0, or the number of the step that
+// failed.
+int start_with_data(const socket_handler_set &handlers, int (&pair)[2], pthread_t &thread) {
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0)
+    return 1;
+  if (socket_select(pair[0], 0, 0, 0, &handlers, &thread) != 0)
+    return 2;
+  return write(pair[1], "x", 1) == 1 ? 0 : 3;
+}
+
 bool gone(int tid) {
   for (int tries = 0; tries < 60000; tries++) {
     if (syscall(SYS_tgkill, getpid(), tid, 0) != 0)
@@ -94,12 +104,8 @@ TEST_F(Cancellation, EndsAServiceThatWaits) {
               alarm(60);
               int pair[2];
               pthread_t thread;
-              if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0)
-                return 1;
-              if (socket_select(pair[0], 0, 0, 0, &holding_nothing, &thread) != 0)
-                return 2;
-              if (write(pair[1], "x", 1) != 1)
-                return 3;
+              if (const int failed = start_with_data(holding_nothing, pair, thread); failed != 0)
+                return failed;
               while (cycle_calls == 0)
                 usleep(200);
               if (pthread_cancel(thread) != 0 || !gone(seen_tid))
@@ -117,12 +123,8 @@ TEST_F(Cancellation, EndsAServiceWhoseHandlerNeverReturns) {
               pthread_t thread;
               socket_handler_set handlers = holding_nothing;
               handlers.on_data = spin_on_data;
-              if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0)
-                return 1;
-              if (socket_select(pair[0], 0, 0, 0, &handlers, &thread) != 0)
-                return 2;
-              if (write(pair[1], "x", 1) != 1)
-                return 3;
+              if (const int failed = start_with_data(handlers, pair, thread); failed != 0)
+                return failed;
               while (data_calls == 0)
                 usleep(200);
               return pthread_cancel(thread) == 0 && gone(seen_tid) ? 0 : 4;

@@ -23,20 +23,7 @@
 namespace {
 
 using interposed::StandIn;
-using network::address;
-using network::change;
-using network::connect_to;
-using network::doing;
-using network::exit_trace;
-using network::heard;
-using network::named;
-using network::next_descriptor;
-using network::open_listening;
-using network::patience;
-using network::reset;
-using network::say;
-using network::Select;
-using network::service_traces;
+using namespace network;
 
 class Listening : public Select {
  protected:
@@ -70,6 +57,27 @@ class Listening : public Select {
     while ((fd = accepted_at(number)) < 0 && std::chrono::steady_clock::now() < deadline)
       usleep(200);
     return fd;
+  }
+  // A service of which accept() is `stand_in` accepts one client in its n-th cycle. Returns what it wrote to standard
+  // error until then.
+  std::string accept_one_in_cycle(size_t n, int (*stand_in)(int, sockaddr *, socklen_t *)) {
+    std::string told;
+    int client;
+    {
+      sandbox::Captured errors(STDERR_FILENO);
+      const StandIn hook(interposed::accept_call, stand_in);
+      start(listening);
+      client = connect_to(listening);
+      const int fd = await_accept();
+      EXPECT_TRUE(heard.await("cycle", n));
+      std::vector<std::string> expected(n - 1, "cycle");
+      expected.insert(expected.end(), {named("accept", fd), "cycle"});
+      EXPECT_EQ(expected, heard.all());
+      told = errors.text();
+    }
+    stop(listening);
+    close(client);
+    return told;
   }
 
   int listening = -1;
@@ -344,51 +352,24 @@ TEST_F(Listening, DoesNotServeWhatACycleTakesAway) {
 TEST_F(Listening, TellsAFailureToAcceptAndGoesOn) {
   static std::atomic<int> failures;
   failures = 0;
-  std::string told;
-  int client;
-  {
-    sandbox::Captured errors(STDERR_FILENO);
-    const StandIn hook(interposed::accept_call, [](int at, sockaddr *address, socklen_t *length) {
-      EXPECT_EQ(16u, *length);
-      if (failures++ == 0)
-        return interposed::fail(ECONNABORTED);
-      return interposed::accept_call.real(at, address, length);
-    });
-    start(listening);
-    client = connect_to(listening);
-    const int fd = await_accept();
-    ASSERT_TRUE(heard.await("cycle", 2));
-    EXPECT_EQ(events({"cycle", named("accept", fd), "cycle"}), heard.all());
-    told = errors.text();
-  }
-  EXPECT_EQ("accept:: Software caused connection abort\n", told);
-  stop(listening);
-  close(client);
+  EXPECT_EQ("accept:: Software caused connection abort\n",
+            accept_one_in_cycle(2, [](int at, sockaddr *address, socklen_t *length) {
+              EXPECT_EQ(16u, *length);
+              if (failures++ == 0)
+                return interposed::fail(ECONNABORTED);
+              return interposed::accept_call.real(at, address, length);
+            }));
 }
 
 TEST_F(Listening, AsksAgainAtOnceForAConnectionThatIsNotThere) {
   static std::atomic<int> failures;
   failures = 0;
-  std::string told;
-  int client;
-  {
-    sandbox::Captured errors(STDERR_FILENO);
-    const StandIn hook(interposed::accept_call, [](int at, sockaddr *address, socklen_t *length) {
-      if (failures++ < 100)
-        return interposed::fail(EAGAIN);
-      return interposed::accept_call.real(at, address, length);
-    });
-    start(listening);
-    client = connect_to(listening);
-    const int fd = await_accept();
-    ASSERT_TRUE(heard.await("cycle"));
-    EXPECT_EQ(events({named("accept", fd), "cycle"}), heard.all());
-    told = errors.text();
-  }
+  EXPECT_EQ("", accept_one_in_cycle(1, [](int at, sockaddr *address, socklen_t *length) {
+              if (failures++ < 100)
+                return interposed::fail(EAGAIN);
+              return interposed::accept_call.real(at, address, length);
+            }));
   EXPECT_EQ(101, failures);
-  EXPECT_EQ("", told);
-  stop(listening);
-  close(client);
 }
 
 TEST_F(Listening, ClosesAConnectionThatNoSetCanHold) {

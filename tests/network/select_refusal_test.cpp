@@ -20,16 +20,17 @@
 namespace {
 
 using interposed::StandIn;
-using network::all_handlers;
-using network::expect_trace;
-using network::heard;
-using network::open_listening;
-using network::say;
-using network::Select;
-using network::stopping;
+using namespace network;
 
 class Refusal : public Select {
  protected:
+  // All handlers but one, until the next call.
+  template <typename Handler>
+  const socket_handler_set *without(Handler socket_handler_set::*missing) {
+    handlers_ = all_handlers;
+    handlers_.*missing = nullptr;
+    return &handlers_;
+  }
   // Nothing is started, and `message` is traced.
   static void expect_refusal(int fd, const std::string &message, const socket_handler_set *handlers = &all_handlers,
                              int sec = 0, int usec = 0) {
@@ -41,6 +42,9 @@ class Refusal : public Select {
     expect_trace("socket_select", message);
     EXPECT_TRUE(heard.all().empty());
   }
+
+ private:
+  socket_handler_set handlers_;
 };
 
 } // namespace
@@ -50,34 +54,18 @@ TEST_F(Refusal, OfMissingHandlers) {
   int pair[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair));
   const std::string message = "pthread handler set error\n";
-  socket_handler_set handlers = all_handlers;
-  handlers.on_accept = nullptr;
-  expect_refusal(listening, message, &handlers);
-  handlers = all_handlers;
-  handlers.on_cycle = nullptr;
-  expect_refusal(listening, message, &handlers);
+  expect_refusal(listening, message, without(&socket_handler_set::on_accept));
+  expect_refusal(listening, message, without(&socket_handler_set::on_cycle));
   for (const int fd : {listening, pair[0]}) {
-    handlers = all_handlers;
-    handlers.on_data = nullptr;
-    expect_refusal(fd, message, &handlers);
-    handlers = all_handlers;
-    handlers.on_close = nullptr;
-    expect_refusal(fd, message, &handlers);
-    handlers = all_handlers;
-    handlers.on_error = nullptr;
-    expect_refusal(fd, message, &handlers);
-    handlers = all_handlers;
-    handlers.on_exit = nullptr;
-    expect_refusal(fd, message, &handlers);
-    handlers = all_handlers;
-    handlers.on_timeout = nullptr;
-    expect_refusal(fd, message, &handlers, 1, 0);
-    expect_refusal(fd, message, &handlers, 0, 1);
-    expect_refusal(fd, message, &handlers, -1, 0);
+    expect_refusal(fd, message, without(&socket_handler_set::on_data));
+    expect_refusal(fd, message, without(&socket_handler_set::on_close));
+    expect_refusal(fd, message, without(&socket_handler_set::on_error));
+    expect_refusal(fd, message, without(&socket_handler_set::on_exit));
+    expect_refusal(fd, message, without(&socket_handler_set::on_timeout), 1, 0);
+    expect_refusal(fd, message, without(&socket_handler_set::on_timeout), 0, 1);
+    expect_refusal(fd, message, without(&socket_handler_set::on_timeout), -1, 0);
   }
-  handlers = all_handlers;
-  handlers.on_timeout = nullptr;
-  expect_refusal(-1, message, &handlers, 1, 0); // looked at before the socket
+  expect_refusal(-1, message, without(&socket_handler_set::on_timeout), 1, 0); // looked at before the socket
   for (const int fd : {listening, pair[0], pair[1]})
     close(fd);
 }

@@ -22,16 +22,7 @@
 namespace {
 
 using interposed::StandIn;
-using network::all_handlers;
-using network::doing;
-using network::exit_trace;
-using network::flag_trace;
-using network::heard;
-using network::named;
-using network::say;
-using network::Select;
-using network::service_traces;
-using network::stopping;
+using namespace network;
 using sandbox::open_descriptors;
 
 class Single : public Select {

@@ -18,11 +18,7 @@ namespace {
 
 using interposed::fail;
 using interposed::StandIn;
-using network::address;
-using network::Connection;
-using network::next_descriptor;
-using network::Receiver;
-using network::Sockets;
+using namespace network;
 
 class Close : public Sockets {};
 class Names : public Sockets {};

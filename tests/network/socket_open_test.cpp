@@ -20,11 +20,7 @@ namespace {
 
 using interposed::fail;
 using interposed::StandIn;
-using network::address;
-using network::endpoint;
-using network::next_descriptor;
-using network::Receiver;
-using network::Sockets;
+using namespace network;
 using sandbox::open_descriptors;
 
 int option(int fd, int name) {

@@ -24,15 +24,7 @@
 namespace {
 
 using interposed::StandIn;
-using network::address;
-using network::as_sockaddr;
-using network::calls;
-using network::Connection;
-using network::endpoint;
-using network::fail;
-using network::next_descriptor;
-using network::Receiver;
-using network::Transfer;
+using namespace network;
 
 class Receive : public Transfer {};
 class ReceiveStream : public Transfer {};

@@ -20,13 +20,7 @@
 namespace {
 
 using interposed::StandIn;
-using network::calls;
-using network::Connection;
-using network::endpoint;
-using network::fail;
-using network::next_descriptor;
-using network::Receiver;
-using network::Transfer;
+using namespace network;
 
 class Send : public Transfer {};
 

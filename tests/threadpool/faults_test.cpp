@@ -11,6 +11,20 @@ extern "C" const char *__tsan_default_options() {
   return "halt_on_error=1:atexit_sleep_ms=0";
 }
 
+namespace {
+
+// Returns whether this initialisation fails; one that does not is counted in `made`.
+bool init_fails(faults::Fault &fault, std::atomic<int> &made) {
+  if (!faults::counting)
+    return false;
+  if (fault.fails_now())
+    return true;
+  made++;
+  return false;
+}
+
+} // namespace
+
 INTERPOSE(pthread_create, 4,
           [](pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) {
             if (faults::counting) {
@@ -30,12 +44,7 @@ INTERPOSE(pthread_join, 2, [](pthread_t thread, void **result) {
 });
 
 INTERPOSE(pthread_mutex_init, 2, [](pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
-  if (faults::counting) {
-    if (faults::mutex_init.fails_now())
-      return EAGAIN;
-    faults::mutexes++;
-  }
-  return pthread_mutex_init_call.real(mutex, attributes);
+  return init_fails(faults::mutex_init, faults::mutexes) ? EAGAIN : pthread_mutex_init_call.real(mutex, attributes);
 });
 
 INTERPOSE(pthread_mutex_destroy, 1, [](pthread_mutex_t *mutex) {
@@ -45,12 +54,8 @@ INTERPOSE(pthread_mutex_destroy, 1, [](pthread_mutex_t *mutex) {
 });
 
 INTERPOSE(pthread_cond_init, 2, [](pthread_cond_t *condition, const pthread_condattr_t *attributes) {
-  if (faults::counting) {
-    if (faults::cond_init.fails_now())
-      return EAGAIN;
-    faults::conditions++;
-  }
-  return pthread_cond_init_call.real(condition, attributes);
+  return init_fails(faults::cond_init, faults::conditions) ? EAGAIN
+                                                           : pthread_cond_init_call.real(condition, attributes);
 });
 
 INTERPOSE(pthread_cond_destroy, 1, [](pthread_cond_t *condition) {

@@ -27,15 +27,7 @@ static_assert(offsetof(ThreadPool, shutdown) == offsetof(ThreadPool, threadCount
 static_assert(offsetof(ThreadPool, started) == offsetof(ThreadPool, threadCount) + 24);
 
 using sandbox::in_child;
-using tasks::count;
-using tasks::Diary;
-using tasks::Entry;
-using tasks::field;
-using tasks::Gate;
-using tasks::is_locked;
-using tasks::pass;
-using tasks::run_function;
-using tasks::write_entry;
+using namespace tasks;
 
 TEST(ThreadPool, StartsAsItsFieldsSay) {
   ThreadPool *pool = threadpool_init(3, 7, 0);
@@ -123,9 +115,7 @@ TEST(ThreadPool, RefusesTasksWhileItShutsDown) {
     task_enqueue(pool, pass, &gate);
     gate.entered.take();
     task_enqueue(pool, count, &ran);
-    std::thread destroying([=] { EXPECT_EQ(0, threadpool_destroy(pool, flags)); });
-    while (field(pool, &ThreadPool::shutdown) == 0)
-      sched_yield();
+    std::thread destroying = begin_destroying(pool, flags);
     EXPECT_EQ(flags == 1 ? 2 : 1, field(pool, &ThreadPool::shutdown));
     {
       sandbox::Captured output(STDOUT_FILENO);
@@ -146,9 +136,7 @@ TEST(ThreadPool, AFullQueueIsToldBeforeTheShutdown) {
   task_enqueue(pool, pass, &gate);
   gate.entered.take();
   task_enqueue(pool, count, &ran);
-  std::thread destroying([=] { EXPECT_EQ(0, threadpool_destroy(pool, 1)); });
-  while (field(pool, &ThreadPool::shutdown) == 0)
-    sched_yield();
+  std::thread destroying = begin_destroying(pool, 1);
   {
     sandbox::Captured output(STDOUT_FILENO);
     EXPECT_EQ(-3, task_enqueue(pool, count, &ran));
@@ -158,7 +146,10 @@ TEST(ThreadPool, AFullQueueIsToldBeforeTheShutdown) {
   destroying.join();
 }
 
-TEST(ThreadPool, GracefulShutdownDrainsTheQueueFirst) {
+namespace {
+
+// How many of a hundred queued tasks run when the pool is destroyed while every worker is busy.
+int run_after_all(int flags) {
   ThreadPool *pool = threadpool_init(2, 100, 0);
   Gate gates[2];
   std::atomic<int> ran = 0;
@@ -168,35 +159,23 @@ TEST(ThreadPool, GracefulShutdownDrainsTheQueueFirst) {
     gate.entered.take();
   for (int i = 0; i < 100; i++)
     EXPECT_EQ(0, task_enqueue(pool, count, &ran));
-  std::thread destroying([=] { EXPECT_EQ(0, threadpool_destroy(pool, 1)); });
-  while (field(pool, &ThreadPool::shutdown) == 0)
-    sched_yield();
+  std::thread destroying = begin_destroying(pool, flags);
   EXPECT_EQ(0, ran);
   for (Gate &gate : gates)
     gate.open.give();
   destroying.join();
-  EXPECT_EQ(100, ran);
+  return ran;
+}
+
+} // namespace
+
+TEST(ThreadPool, GracefulShutdownDrainsTheQueueFirst) {
+  EXPECT_EQ(100, run_after_all(1));
 }
 
 TEST(ThreadPool, ImmediateShutdownDropsTheQueue) {
-  for (const int flags : {0, 2, 0x10, -2}) { // bit 0 alone counts
-    ThreadPool *pool = threadpool_init(2, 100, 0);
-    Gate gates[2];
-    std::atomic<int> ran = 0;
-    for (Gate &gate : gates)
-      task_enqueue(pool, pass, &gate);
-    for (Gate &gate : gates)
-      gate.entered.take();
-    for (int i = 0; i < 100; i++)
-      EXPECT_EQ(0, task_enqueue(pool, count, &ran));
-    std::thread destroying([=] { EXPECT_EQ(0, threadpool_destroy(pool, flags)); });
-    while (field(pool, &ThreadPool::shutdown) == 0)
-      sched_yield();
-    for (Gate &gate : gates)
-      gate.open.give();
-    destroying.join();
-    EXPECT_EQ(0, ran) << flags;
-  }
+  for (const int flags : {0, 2, 0x10, -2}) // bit 0 alone counts
+    EXPECT_EQ(0, run_after_all(flags)) << flags;
 }
 
 TEST(ThreadPool, IdleWorkersEndInBothModes) {
@@ -211,9 +190,7 @@ TEST(ThreadPool, DestroyedTwiceItIsLeftLocked) {
   Gate gate;
   task_enqueue(pool, pass, &gate);
   gate.entered.take();
-  std::thread destroying([=] { EXPECT_EQ(0, threadpool_destroy(pool, 1)); });
-  while (field(pool, &ThreadPool::shutdown) == 0)
-    sched_yield();
+  std::thread destroying = begin_destroying(pool, 1);
   EXPECT_EQ(-4, threadpool_destroy(pool, 1));
   EXPECT_TRUE(is_locked(pool));
   pthread_mutex_unlock(&pool->lock); // by its holder, this thread

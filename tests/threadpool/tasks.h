@@ -2,13 +2,16 @@
 #pragma once
 
 #include <errno.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "torvane.h"
 
@@ -86,6 +89,14 @@ inline int field(ThreadPool *pool, int ThreadPool::*which) {
   const int value = pool->*which;
   pthread_mutex_unlock(&pool->lock);
   return value;
+}
+
+// Destroys the pool in a thread of its own; returns when the pool has begun to shut down.
+inline std::thread begin_destroying(ThreadPool *pool, int flags) {
+  std::thread thread([=] { EXPECT_EQ(0, threadpool_destroy(pool, flags)); });
+  while (field(pool, &ThreadPool::shutdown) == 0)
+    sched_yield();
+  return thread;
 }
 
 } // namespace tasks

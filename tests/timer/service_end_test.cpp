@@ -16,18 +16,7 @@
 
 namespace {
 
-using controls::began;
-using controls::blocking_timer;
-using controls::eventually;
-using controls::fired;
-using controls::make_handshakes;
-using controls::may_end;
-using controls::scenario;
-using controls::set_clock;
-using controls::settle;
-using controls::start_service;
-using controls::timer;
-using controls::told;
+using namespace controls;
 using sandbox::console;
 
 bool every_thread_ended() {

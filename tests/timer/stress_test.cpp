@@ -7,10 +7,7 @@
 
 #include "controls.h"
 
-using controls::eventually;
-using controls::scenario;
-using controls::start_service;
-using controls::told;
+using namespace controls;
 
 namespace {
 
