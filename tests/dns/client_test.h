@@ -1,5 +1,5 @@
-// What the tests of the DNS client share: their servers' addresses, what a server answers, and a test that leaves no
-// descriptor open.
+// The tests of the DNS client share the addresses of their servers, the usual answers, and a fixture that sees to it
+// that no descriptor is left open.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,12 +21,12 @@ using Texts = std::vector<std::string>;
 constexpr const char *addresses[] = {"127.0.0.1", "127.0.0.2", "127.0.0.3", "127.0.0.4", "127.0.0.5"};
 constexpr const char *here = addresses[0];
 
-// Says that the name asked for has this address, and nothing else.
+// Returns a reply with this address for the name of the query.
 inline Bytes yes(const Bytes &query, const char *address) {
   return reply(query, 1, a(to_question(), address));
 }
 
-// A reply that ends a call: an answer to the name at slot 0.
+// Returns a reply that ends a call, if `name` is at slot 0.
 inline Bytes last_for(const Bytes &query, const std::string &name) {
   return reply(query, 1, a(labels(name), "203.0.113.99"));
 }
@@ -48,7 +48,7 @@ class ClientTest : public testing::Test {
   void TearDown() override {
     EXPECT_EQ(descriptors_, sandbox::open_descriptors());
   }
-  // Asks for one type and expects 1.
+  // Asks for one type of address and expects the result 1.
   void ask(const Query &query, uint16_t type = 1) {
     EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded_, type));
     EXPECT_TRUE(query.intact());

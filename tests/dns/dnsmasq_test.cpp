@@ -1,4 +1,4 @@
-// The client against a real DNS server.
+// The client asks a real DNS server.
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,7 +58,7 @@ TEST_F(RealServer, OneOfManyAddressesStays) {
   EXPECT_EQ(3, query->ipv6Count);
 }
 
-// Silence tells the end, so the two wait at the same time.
+// Both calls end after a second of silence, so they run at the same time.
 TEST_F(RealServer, AnUnknownNameIsAnsweredAndAnotherOnlyWaitedFor) {
   std::thread refused([] {
     Query query({here}, {"no.test"});

@@ -1,4 +1,4 @@
-// Where the client files what it gets back.
+// These tests look where the client files the addresses that it gets.
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -77,7 +77,7 @@ TEST_F(Filing, TheFirstMatchEndsThePass) {
   Server knows(addresses[1], with_address("192.0.2.2"));
   Query query({addresses[0], addresses[1]}, {"www.test"});
   query->stopOnMatch = 200; // anything but 0
-  query->timeoutSec = 100;  // would be the end of this test
+  query->timeoutSec = 100;  // the test would run into its alarm
   ask(query);
   EXPECT_EQ(Texts{"A 1 0 192.0.2.2"}, query.filed());
 }
@@ -109,7 +109,7 @@ TEST_F(Filing, AnAnswerToAnotherNameGoesBehindTheLast) {
   EXPECT_EQ(1, query->ipv6Count);
 }
 
-// Names behind those in use are not looked at, whatever is left there.
+// The client does not look at names behind those in use, even if old ones are left there.
 TEST_F(Filing, OnlyNamesInUseAreLookedAt) {
   Server server(here, [](const Bytes &query) {
     return std::vector<Bytes>{reply(query, 1, a(labels("c.test"), "192.0.2.7")), last_for(query, "a.test")};
@@ -166,7 +166,7 @@ TEST_F(Filing, NamesAreComparedByteForByte) {
   EXPECT_EQ((Texts{"A 0 0 203.0.113.99", "A 0 1 192.0.2.7"}), query.filed());
 }
 
-// Its question holds a second zero byte, and what follows the first one makes no sense.
+// The question holds a second zero byte, so the reply makes no sense from the first one on.
 TEST_F(Filing, ARepeatedQuestionWithADotAtItsEndIsDropped) {
   Server server(here, with_address("192.0.2.7"));
   Query query({here}, {"a.test.", "b.test"});

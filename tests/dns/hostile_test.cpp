@@ -1,4 +1,4 @@
-// Replies that lie. Each comes before a good one, which ends the call and must be all that is found.
+// The server lies in these tests. A good reply follows each lie, ends the call and must be all that is found.
 #include <algorithm>
 #include <random>
 #include <string>
@@ -18,7 +18,7 @@ constexpr char bad[] = "198.51.100.66", good[] = "192.0.2.1";
 class HostileServer : public dns::ClientTest {
  protected:
   using ClientTest::ask;
-  // Sends what `lies` makes of the query, then a good reply. Gives what was filed.
+  // Sends the replies that `lies` makes of the query, then a good one. Returns the filed addresses.
   Texts ask(const Server::Answer &lies) {
     Server server(here, [&](const Bytes &query) {
       std::vector<Bytes> replies = lies(query);
@@ -33,7 +33,7 @@ class HostileServer : public dns::ClientTest {
     ipv6_count_ = query->ipv6Count;
     return query.filed();
   }
-  // The reply is dropped whole, and so is it when the buffer still holds what would complete it.
+  // Expects that the whole reply is dropped.
   void expect_dropped(const Bytes &lie_after_id, const std::string &what) {
     EXPECT_EQ((Texts{"A 0 0 192.0.2.1"}),
               ask([&](const Bytes &query) { return std::vector<Bytes>{query.substr(0, 2) + lie_after_id}; }))
@@ -42,12 +42,12 @@ class HostileServer : public dns::ClientTest {
     EXPECT_EQ(0, ipv6_count_) << what;
     EXPECT_EQ("", sandbox::console_text()) << what;
   }
-  // `count` answers that are said to be these bytes.
+  // Expects that a reply is dropped that claims `count` answers and has these bytes.
   void expect_dropped(unsigned count, const Bytes &answers, const std::string &what) {
     expect_dropped(
         word(0x8180) + word(1) + word(count) + word(0) + word(0) + labels(name) + word(1) + word(1) + answers, what);
   }
-  // These answers, to another name, are filed before the good reply.
+  // Expects that these answers, to another name, are filed before the good reply.
   void expect_filed(const Texts &filed, unsigned count, const Bytes &answers, const std::string &what) {
     Texts all = {"A 0 0 192.0.2.1"};
     all.insert(all.end(), filed.begin(), filed.end());
@@ -57,7 +57,7 @@ class HostileServer : public dns::ClientTest {
   int ipv4_count_ = 0, ipv6_count_ = 0;
 };
 
-// Labels of this many bytes altogether, their length bytes included; no zero byte.
+// Returns labels of `size` bytes altogether, with their length bytes and without a zero byte at the end.
 Bytes long_name(size_t size) {
   Bytes out;
   while (size > 64) {
@@ -96,7 +96,7 @@ TEST_F(HostileServer, AddressesThatAreTooShort) {
     expect_dropped(1, record(to_question(), dns::type_a, Bytes(length, 'x')), "A of " + std::to_string(length));
   for (size_t length = 0; length < 16; length++)
     expect_dropped(1, record(to_question(), dns::type_aaaa, Bytes(length, 'x')), "AAAA of " + std::to_string(length));
-  // Whole answers before and after do not save it.
+  // Complete answers before and after do not save the reply.
   expect_dropped(3, a(to_question(), bad) + record(to_question(), dns::type_a, "xyz") + a(to_question(), bad), "amid");
 }
 
@@ -121,7 +121,7 @@ TEST_F(HostileServer, PointersOutOfTheMessage) {
   for (const unsigned to : {size, size + 1, 1000u, 2047u, 2048u, 0x3FFFu})
     expect_dropped(1, pointer(to) + rest, "to " + std::to_string(to));
   expect_dropped(1, cname(to_question(), Bytes("\300", 1)), "half a pointer");
-  // Into the last byte: the label there goes on behind the end.
+  // The label in the last byte goes on behind the end.
   expect_dropped(1, pointer(size - 1) + word(1) + word(1) + word(0) + word(60) + word(4) + "abc\1", "to the last byte");
 }
 
@@ -131,7 +131,7 @@ TEST_F(HostileServer, PointersForwardsAreRead) {
 }
 
 TEST_F(HostileServer, LongWaysRoundAreRead) {
-  // What follows the first answer's address are pointers of which each leads to the one before.
+  // The bytes behind the first answer's address are pointers, each to the one before.
   const unsigned pointers_at = answers_at + 8 + 10 + 4;
   Bytes data = dns::ipv4(bad) + pointer(answers_at);
   for (unsigned i = 0; i < 799; i++)
@@ -155,7 +155,7 @@ TEST_F(HostileServer, NamesThatAreTooLong) {
     expect_dropped(2, a(to_question(), bad) + cname(to_question(), longer + zero), "target of " + std::to_string(size));
   }
   expect_filed({"A 0 1 198.51.100.66"}, 1, a(long_name(255) + Bytes(1, '\0'), bad), "255");
-  // Made of short pieces: 18 bytes of labels in each answer's name, then a pointer to the one before.
+  // This name is made of short pieces: each answer's name has 18 bytes of labels and a pointer to the one before.
   Bytes answers;
   unsigned before = 12;
   for (int i = 0; i < 19; i++) {
@@ -172,7 +172,7 @@ TEST_F(HostileServer, LabelsThatAreLongerThanTheirName) {
   expect_dropped(1, cname(to_question(), Bytes("\100x\0", 3)), "in a target");
 }
 
-// No reply is completed by what the buffer holds from the one before.
+// The buffer still holds the bytes of the reply before; they must not complete a short one.
 TEST_F(HostileServer, RepliesCutAtEveryLength) {
   const Bytes answers = cname(to_question(), labels("host.test")) + a(labels("host.test"), bad) +
                         aaaa(pointer(answers_at + 12), "2001:db8::66") + a(labels("host.test"), bad);
@@ -181,7 +181,7 @@ TEST_F(HostileServer, RepliesCutAtEveryLength) {
     const Bytes all = reply(query, 4, answers);
     whole = all.size();
     std::vector<Bytes> replies;
-    // One that has no name's answers first, so that the buffer is full of good bytes.
+    // The first reply claims no answers but has them, so that the buffer is full of good bytes.
     replies.push_back(reply(query, 0, answers));
     for (size_t length = 1; length < all.size(); length++)
       replies.push_back(all.substr(0, length));
@@ -211,7 +211,7 @@ TEST_F(HostileServer, AnswersPastTheTwentiethAreNotLookedAt) {
     answers += a(labels("x.test"), ("198.51.100." + std::to_string(i)).c_str());
   expect_filed({"A 0 1 198.51.100.20"}, 25, answers, "25");
   EXPECT_EQ(21, ipv4_count_);
-  // Nor whether they make sense.
+  // They need not even make sense.
   answers.resize(20 * (8 + 14));
   expect_filed({"A 0 1 198.51.100.20"}, 0xFFFF, answers + "\300", "20 and nonsense");
   EXPECT_EQ(21, ipv4_count_);
@@ -219,20 +219,20 @@ TEST_F(HostileServer, AnswersPastTheTwentiethAreNotLookedAt) {
 
 TEST_F(HostileServer, OtherDataEndsWhereItsNameEnds) {
   const Bytes after = a(labels("x.test"), bad);
-  // The length that the record tells makes no difference.
+  // The length field of the record makes no difference.
   for (const size_t length : {0u, 1u, 9u, 0xFFFFu})
     expect_filed({"A 0 1 198.51.100.66"}, 2, record(labels("x.test"), dns::type_ns, labels("ns.test"), length) + after,
                  std::to_string(length));
   expect_filed({"A 0 1 198.51.100.66"}, 2, record(labels("x.test"), dns::type_cname, pointer(12), 0) + after,
                "pointer");
   expect_filed({"A 0 1 198.51.100.66"}, 2, record(labels("x.test"), 0xFFFF, Bytes(1, '\0'), 0) + after, "root");
-  // So text that is no name makes the reply one that is dropped.
+  // A text that is no name therefore makes the client drop the reply.
   expect_dropped(2, record(to_question(), dns::type_txt, "\5hello") + a(to_question(), bad), "text");
 }
 
 TEST_F(HostileServer, LargeReplies) {
   const Bytes one = a(labels("x.test"), bad);
-  // With the second answer at the very end.
+  // The second answer stands at the very end.
   const auto filled_to = [&](size_t size, const Bytes &end) {
     const size_t padding = size - answers_at - end.size() - labels("x.test").size() - 10;
     return record(labels("x.test"), dns::type_a, dns::ipv4("198.51.100.1") + Bytes(padding - 4, 'x')) + end;
@@ -240,7 +240,7 @@ TEST_F(HostileServer, LargeReplies) {
   expect_filed({"A 0 1 198.51.100.66"}, 2, filled_to(2048, one), "2048");
   for (const size_t size : {2049u, 2050u, 4000u, 65507u})
     expect_dropped(2, filled_to(size, one), std::to_string(size));
-  // What is cut off does not matter when nothing is asked of it.
+  // Bytes that are cut off do not matter if no answer lies in them.
   expect_filed({"A 0 1 198.51.100.66"}, 1, one + Bytes(5000, 'x'), "one answer and 5000 bytes");
 }
 
@@ -256,7 +256,7 @@ TEST_F(HostileServer, EveryOneByteReply) {
   }
 }
 
-// Any byte of a reply may be any other: whatever comes of it, the record's bounds hold.
+// Random bytes of a reply change. Every result is allowed, but the client must stay within the record.
 TEST_F(HostileServer, RepliesWithChangedBytes) {
   std::minstd_rand random(301);
   const Bytes answers = cname(to_question(), labels("host.test")) + a(pointer(answers_at + 12), bad) +
@@ -288,7 +288,7 @@ TEST_F(HostileServer, Floods) {
   query->timeoutSec = 1;
   ask(query);
   EXPECT_EQ((Texts{"A 0 0 198.51.100.66", "AAAA 0 0 2001:db8::66"}), query.filed());
-  EXPECT_LE(1, query->ipv4Count); // those that the kernel had room for
+  EXPECT_LE(1, query->ipv4Count); // the kernel may drop the rest
   EXPECT_GE(5000, query->ipv4Count);
   EXPECT_EQ(query->ipv4Count, query->ipv6Count);
 }

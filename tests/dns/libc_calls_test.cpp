@@ -1,4 +1,4 @@
-// What becomes of a query when a call of the kernel fails or is interrupted, or gives a socket that select cannot take.
+// These tests make a call of the kernel fail or be interrupted, or give a socket that select cannot take.
 #include "dns/libc_calls.h"
 
 #include <errno.h>
@@ -206,7 +206,7 @@ TEST_F(KernelCalls, SignalsDoNotEndTheWait) {
   sigaction(SIGUSR1, &quiet, &usual);
   libc_calls.interrupted_selects = 0;
   const pthread_t caller = pthread_self();
-  // The answer is not given before the wait was interrupted three times.
+  // The server does not answer before the wait was interrupted three times.
   Server server(here, [this, caller](const Bytes &query) {
     while (libc_calls.interrupted_selects < 3) {
       pthread_kill(caller, SIGUSR1);
@@ -251,7 +251,7 @@ TEST_F(KernelCalls, ASocketThatSelectCannotTakeIsAFailedSelect) {
       return too_few;
     limit.rlim_cur = FD_SETSIZE + 32;
     setrlimit(RLIMIT_NOFILE, &limit);
-    // The first server's socket is the last that a set has room for.
+    // The first server's socket gets the highest number that a set has room for.
     int highest = -1;
     while (highest < FD_SETSIZE - 1)
       highest = dup(0);
@@ -273,7 +273,7 @@ TEST_F(KernelCalls, ASocketThatSelectCannotTakeIsAFailedSelect) {
 }
 
 TEST_F(KernelCalls, AllocationsThatFailChangeNothing) {
-  // In a process of its own: the server must not be the one whose allocations fail.
+  // The server runs in a process of its own, so that its allocations do not fail.
   const sandbox::Handshake ready, done;
   const pid_t process = sandbox::start_child([&] {
     Server server(here, [](const Bytes &query) {

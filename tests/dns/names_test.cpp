@@ -1,4 +1,4 @@
-// Names as labels, and back.
+// These tests turn names into labels and back.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -18,7 +18,7 @@ using dns::Bytes;
 using dns::labels;
 using dns::pointer;
 
-// What dnsNameToLabels writes, and that it writes no more.
+// Returns the bytes that dnsNameToLabels writes.
 Bytes encoded(const std::string &name) {
   std::vector<unsigned char> out(name.size() + 2 + 8, 0xEE);
   dnsNameToLabels(out.data(), name.c_str());
@@ -41,7 +41,7 @@ struct Name {
   int consumed;
 };
 
-// A message as it would stand in a buffer: zeroes follow, as far as pointers reach and a name goes on from there.
+// Reads a name from a message in a buffer. Zeroes follow the message as far as a name can reach through a pointer.
 Name read_at(size_t at, const Bytes &message) {
   std::vector<unsigned char> buffer(16640);
   memcpy(buffer.data(), message.data(), message.size());
@@ -50,7 +50,7 @@ Name read_at(size_t at, const Bytes &message) {
   if (text) {
     name.read = true;
     name.text = text;
-    memset(text, 0xEE, 256); // all of it is the caller's
+    memset(text, 0xEE, 256); // the caller owns all of it
     free(text);
   }
   return name;
@@ -157,7 +157,8 @@ TEST(ReadName, LabelsOver63AreLabels) {
   expect_name(label + ".y", 195, 0, bytes({191}) + label + bytes({1, 'y', 0}));
 }
 
-// Length bytes and characters are not told apart until the name is complete.
+// The reader tells length bytes from characters only when the name is complete, so a high byte inside a label counts as
+// a pointer.
 TEST(ReadName, AHighByteInALabelIsAPointerToo) {
   expect_name("abww.test", 5, 10, labels("www.test") + Bytes("\4ab") + pointer(2));
 }

@@ -1,4 +1,4 @@
-// How the client follows aliases, in one pass after the other.
+// These tests look how the client follows aliases in one pass after the other.
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,7 +11,7 @@ using namespace dns;
 
 class Passes : public dns::ClientTest {};
 
-// One call whose passes end by silence. They take whole seconds, so many of them run side by side.
+// One call whose passes end by silence. Such a call takes whole seconds, so many run side by side.
 struct Chain {
   const char *address;
   Server::Answer answer;
@@ -21,7 +21,7 @@ struct Chain {
   uint8_t stop_on_match = 0;
 };
 
-// The number in a name such as "n3.test".
+// Returns the number in a name such as "n3.test".
 int number_in(const Bytes &query) {
   return std::stoi(name_asked(query).substr(1));
 }
@@ -86,14 +86,14 @@ TEST_F(Passes, FollowAliases) {
        },
        1,
        {"n0.test", "n1.test"}},
-      // Nobody answers for the alias: it is asked for again.
+      // The server does not answer for the alias, so the client asks again.
       {"127.0.1.5",
        [](const Bytes &query) {
          return number_in(query) == 0 ? std::vector<Bytes>{alias_to(query, 1)} : std::vector<Bytes>{};
        },
        0,
        {"n0.test", "n1.test", "n1.test", "n1.test"}},
-      // What comes after the alias empties the list.
+      // A reply after the alias empties the list of aliases.
       {"127.0.1.6",
        [](const Bytes &query) {
          return std::vector<Bytes>{alias_to(query, 1), reply(query, 0, "")};
@@ -123,7 +123,7 @@ TEST_F(Passes, FollowAliases) {
        1,
        {"n0.test"},
        {"A 0 1 192.0.2.9"}},
-      // Nor with an IPv6 address.
+      // An IPv6 address has the same effect.
       {"127.0.1.12",
        [](const Bytes &query) {
          return std::vector<Bytes>{reply(query, 1, aaaa(labels("other.test"), "2001:db8::9")), alias_to(query, 1)};

@@ -1,4 +1,4 @@
-// What the client sends.
+// These tests look at the packets that the client sends.
 #include <string.h>
 #include <unistd.h>
 
@@ -14,7 +14,7 @@ namespace {
 
 using namespace dns;
 
-// Waits until it is told to send the first queries of its process, as this program is too old for by then.
+// A child, forked before any test has run, that sends the first queries of its process when it is told to.
 class FirstQueries : public testing::Environment {
  public:
   void SetUp() override {
@@ -40,7 +40,7 @@ class FirstQueries : public testing::Environment {
       child_ = -1;
     }
   }
-  // The exit status of the process that has sent them; -1 when it has ended before.
+  // Has the queries sent and returns the child's exit status; -1 if that has happened before.
   static int send() {
     if (used_ || write(go_[1], "", 1) != 1)
       return -1;
@@ -58,12 +58,12 @@ const testing::Environment *const first_queries = testing::AddGlobalTestEnvironm
 
 class QueryPacket : public dns::ClientTest {};
 
-// What is sent for one name, without its id.
+// Returns the query for one name, without its id.
 Bytes sent_for(const std::string &name, uint16_t type = 1) {
   const Mailbox box(here);
   Query query({here}, {name});
   query->timeoutSec = 0;
-  memset(query->names[1], 'n', sizeof(query->names[1])); // what follows the name is not part of it
+  memset(query->names[1], 'n', sizeof(query->names[1])); // the bytes behind the name are not part of it
   int responded = 0;
   EXPECT_EQ(1, dnsQuery4_main(query.get(), &responded, type));
   const auto queries = box.queries();
@@ -71,7 +71,7 @@ Bytes sent_for(const std::string &name, uint16_t type = 1) {
   return queries.empty() ? "" : queries[0].substr(2);
 }
 
-const Bytes fixed("\1\0\0\1\0\0\0\0\0\0", 10); // from the flags on
+const Bytes fixed("\1\0\0\1\0\0\0\0\0\0", 10); // the fixed part, from the flags on
 
 } // namespace
 

@@ -1,4 +1,4 @@
-// DnsQuery records between a page that is watched and one that nobody may touch.
+// The DnsQuery records of the tests lie between bytes that are watched and a page that nobody may touch.
 #pragma once
 
 #include <arpa/inet.h>
@@ -30,7 +30,7 @@ inline std::string address_text(const uint8_t (&value)[16]) {
   return inet_ntop(AF_INET6, value, text, sizeof(text));
 }
 
-// A record that ends where its memory ends; what stands before it is looked at by `intact`.
+// The record ends where its memory ends, and intact() checks the bytes before it.
 class Query {
  public:
   Query(const std::vector<const char *> &servers, const std::vector<std::string> &names)
@@ -47,7 +47,7 @@ class Query {
     record_->serverCount = static_cast<uint8_t>(servers.size());
     record_->nameCount = static_cast<uint8_t>(names.size());
     record_->stopOnMatch = 1;
-    record_->timeoutSec = 20; // for a reply that is going to come
+    record_->timeoutSec = 20; // long enough for a reply that comes
     memcpy(&asked_, record_, sizeof(asked_));
   }
   ~Query() {
@@ -62,7 +62,7 @@ class Query {
   DnsQuery *get() const {
     return record_;
   }
-  // Neither the question nor what stands before the record has changed.
+  // Returns whether the question and the bytes before the record are unchanged.
   bool intact() const {
     for (size_t i = 0; i < page_ - sizeof(DnsQuery); i++) {
       if (memory_[i] != before)
@@ -71,7 +71,7 @@ class Query {
     return memcmp(record_->servers, asked_.servers, sizeof(asked_.servers)) == 0 &&
            memcmp(record_->names, asked_.names, sizeof(asked_.names)) == 0;
   }
-  // What is filed: "A server slot address" and "AAAA server slot address", in that order.
+  // Returns the filed addresses as "A server slot address", then as "AAAA server slot address".
   std::vector<std::string> filed() const {
     std::vector<std::string> all;
     for (int server = 0; server < 5; server++) {

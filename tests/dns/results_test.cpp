@@ -1,4 +1,4 @@
-// What the three calls of the client return, count and trace.
+// These tests check what the three calls of the client return, count and trace.
 #include <errno.h>
 #include <string.h>
 
@@ -23,7 +23,7 @@ TEST_F(Results, BothTypesAreAskedAndTraced) {
         reply(query, 1, type_asked(query) == 1 ? a(to_question(), "192.0.2.1") : aaaa(to_question(), "2001:db8::1"))};
   });
   Query query({here}, {"www.test"});
-  query->ipv4Count = 5; // what is left of a call before is cleared
+  query->ipv4Count = 5; // the rest of an earlier call is cleared
   query->ipv6Count = 5;
   memset(query->ipv4Result, 0xEE, sizeof(query->ipv4Result));
   memset(query->ipv6Result, 0xEE, sizeof(query->ipv6Result));
@@ -79,7 +79,7 @@ TEST_F(Results, TheCheckTracesNothingAndFilesAsUsual) {
 }
 
 TEST_F(Results, TheCheckCountsWhatSaysNoAndWhatMakesNoSense) {
-  // Silence tells the end, so the three wait at the same time.
+  // The calls end after a second of silence, so they run at the same time.
   Server refusing(addresses[0], with("", 0));
   Server babbling(addresses[1], [](const Bytes &) { return std::vector<Bytes>{"?"}; });
   const Mailbox silent(addresses[2]), ignored(addresses[3]);

@@ -1,4 +1,4 @@
-// The bandwidth monitor as a user meets it: a program, its lines or its table, and its end.
+// These tests run the bandwidth monitor as a user does, and look at its lines, its table and its end.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -28,13 +28,13 @@ sandbox::Outcome run(const std::string &arguments) {
   return sandbox::run(sandbox::example("bandwidth") + " " + arguments);
 }
 
-// Lines of the kernel's list, its heading included.
+// Returns how many lines the kernel's list has, its heading included.
 size_t semaphores() {
   const std::string list = sandbox::read_file("/proc/sysvipc/sem");
   return static_cast<size_t>(std::count(list.begin(), list.end(), '\n'));
 }
 
-// Started in the background, what it prints readable from `output`.
+// Runs the program in the background. It prints to `output`.
 class Program {
  public:
   Program(const std::string &arguments, int out_end, int output) : output_(output) {
@@ -54,7 +54,7 @@ class Program {
   Program(const Program &) = delete;
   Program &operator=(const Program &) = delete;
 
-  // Everything so far, once that holds a match. The test's alarm ends a wait for what never comes.
+  // Waits for a match and returns everything printed so far. The test's alarm ends a wait in vain.
   const std::string &await(const char *pattern) {
     const std::regex wanted(pattern);
     char bytes[512];
@@ -87,7 +87,7 @@ struct Pipe {
   int ends[2];
 };
 
-// 100000 bytes through the loopback.
+// Sends 100000 bytes through the loopback.
 void send_much() {
   const int out = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_in to = {};
@@ -125,7 +125,7 @@ TEST(Bandwidth, WritesLinesWithTheRatesOfEachPeriod) {
   const Pipe out;
   Program program("-p 1 lo none0", out.ends[1], out.ends[0]);
   program.await("^lo received (-|0 B/s) sent (-|0 B/s)\nnone0 received - sent -\n");
-  program.await("lo received 0 B/s sent 0 B/s\nnone0 received - sent -\n"); // a pass has found it
+  program.await("lo received 0 B/s sent 0 B/s\nnone0 received - sent -\n"); // a pass has found the interface
   EXPECT_EQ(before + 1, semaphores());
   const pid_t sender = sandbox::start_child([]() -> int {
     for (;; usleep(500000))
@@ -146,7 +146,7 @@ TEST(Bandwidth, ASecondSignalDoesNotWaitForThePeriod) {
   Program program("-p 255 lo", out.ends[1], out.ends[0]);
   program.await("lo received (-|0 B/s) sent");
   program.signal(SIGINT);
-  // Until the first one was taken the second would be the same; it looks for one every 50 ms.
+  // The program looks for signals every 50 ms. A second one before that counts as the first.
   int status = 0;
   for (int i = 0; i < 1000; i++) {
     usleep(20000);

@@ -1,4 +1,4 @@
-// The echo server as its clients meet it.
+// These tests are clients of the echo server.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -70,7 +70,7 @@ class EchoServer : public testing::Test {
     char text[256] = "";
     return fgets(text, sizeof(text), output) ? text : "";
   }
-  // Reads on until a line ends so.
+  // Reads on until a line ends with this text.
   bool await_line(const std::string &end) {
     for (std::string text = line(); !text.empty(); text = line())
       if (text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0)
@@ -127,7 +127,7 @@ TEST_F(EchoServer, OutlivesClientsThatVanish) {
     const linger at_once = {1, 0};
     setsockopt(client, SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
     say(client, std::string(1000, 'x'));
-    close(client); // a reset, before or after it has been read
+    close(client); // the server sees a reset, before or after it has read the text
   }
   const int client = connect_client();
   say(client, "still there?");
@@ -160,7 +160,7 @@ TEST_F(EchoServer, StopsWithClientsConnected) {
   say(client, "x");
   EXPECT_EQ("x", hear(client, 1));
   expect_stop(SIGTERM, "stopped; 1 bytes echoed\n");
-  EXPECT_EQ("", hear(client, 1)); // an end, not silence
+  EXPECT_EQ("", hear(client, 1)); // the connection has ended, it is not just silent
   close(client);
 }
 

@@ -1,4 +1,4 @@
-// The home router as a user meets it: a program, a policy file, and what it says and does.
+// These tests run the home router with a policy file, and look at what it says and does.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdio.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr char policy_path[] = "/run/policy.toml";
 
-// Line numbers of this file are those that the mistakes below are told with.
+// The mistakes below are reported with line numbers of this file.
 const std::string htb_policy = R"(interface = "wan0"
 link_rate = [1000, 8000]
 physical_rate = [1024, 8192]

@@ -1,4 +1,4 @@
-// The job runner as a user meets it: job files, and what it prints.
+// These tests run the job runner with job files, and look at what it prints.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,7 +33,7 @@ std::vector<std::string> lines_of(const std::string &text) {
   return lines;
 }
 
-// Without the times, which a busy machine makes longer.
+// Removes the times, which are longer on a busy machine.
 std::vector<std::string> events(const std::string &text) {
   static const std::regex time("^ *\\d+s  ");
   std::vector<std::string> lines = lines_of(text);
@@ -74,7 +74,7 @@ TEST_F(JobRunner, TellsStatusesAndSignals) {
   EXPECT_EQ((Lines{"line 1  start  kill -9 $$", "line 1  end    signal 9"}), events(run_jobs("0 kill -9 $$\n").output));
 }
 
-// A timer may run up to two seconds late: three keep jobs apart.
+// A timer may run up to two seconds late, so the jobs are three seconds apart.
 TEST_F(JobRunner, RunsEachJobAtItsTimeWhateverTheOrderOfTheLines) {
   const auto outcome = run_jobs("4 echo c >>/run/order\n0 echo a >>/run/order\n1 echo b >>/run/order\n", "-w 1");
   EXPECT_EQ(0, outcome.status);
@@ -87,7 +87,7 @@ TEST_F(JobRunner, RunsEachJobAtItsTimeWhateverTheOrderOfTheLines) {
 TEST_F(JobRunner, WorkersRunJobsSideBySide) {
   ASSERT_EQ(0, mkfifo("/run/one", 0600));
   ASSERT_EQ(0, mkfifo("/run/two", 0600));
-  // Each waits for the other.
+  // Each job waits for the other.
   const auto outcome = run_jobs("0 echo >/run/one; read line </run/two\n0 read line </run/one; echo >/run/two\n");
   EXPECT_EQ(0, outcome.status);
   Lines ends;

@@ -1,4 +1,4 @@
-// The resolver command as a user meets it, asking a real DNS server.
+// These tests run the resolver command, which asks a real DNS server.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// The example CGI program behind real web servers, as browsers and attackers meet it.
+// These tests ask the example CGI program behind real web servers, as browsers and attackers do.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -54,14 +54,14 @@ Answer answer_of(const std::string &output) {
   return answer;
 }
 
-// A page of the program; `options` as curl takes them, quoted for the shell.
+// Gets a page of the program. The options are curl's, quoted for the shell.
 Answer get(const std::string &page, const std::string &options = "") {
   return answer_of(sandbox::run("curl -s -i --max-time 60 --path-as-is -H Expect: " + options +
                                 " 'http://127.0.0.1:8080/cgi-bin/router.cgi" + page + "'")
                        .output);
 }
 
-// As get, but raw: whatever `request` says, over a connection that is then closed for writing.
+// Sends the bytes of `request` over a connection that is then closed for writing.
 Answer send_raw(const std::string &request) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address = {};
@@ -118,7 +118,7 @@ class RouterCgi : public testing::TestWithParam<const char *> {
       execv(arguments[0], arguments.data());
       _exit(127);
     }
-    // It listens when it takes a connection; a server that has ended will not.
+    // The server listens when it takes a connection; one that has ended never will.
     const timespec pause = {0, 10000000};
     while (!is_listening() && waitpid(server_, nullptr, WNOHANG) == 0)
       nanosleep(&pause, nullptr);
@@ -130,7 +130,7 @@ class RouterCgi : public testing::TestWithParam<const char *> {
     waitpid(server_, nullptr, 0);
   }
 
-  // The cookie of a session, as a browser sends it.
+  // Returns the cookie of a session, as a browser sends it.
   static std::string log_in() {
     const Answer answer = get("/login", "-d 'user=admin&password=secret'");
     EXPECT_EQ(200, answer.code) << answer.body;
@@ -142,7 +142,7 @@ class RouterCgi : public testing::TestWithParam<const char *> {
   pid_t server_ = 0;
 };
 
-// The program alone, with the environment that a server would give it.
+// Runs the program alone, with the environment that a server would give it.
 std::string run_program(const std::string &environment, const std::string &input = "</dev/null") {
   return sandbox::run("env -i ROUTER_CGI_DIR=" + std::string(store) + " SCRIPT_NAME=/router.cgi " + environment + " " +
                       sandbox::example("router_cgi") + " " + input)
@@ -345,10 +345,10 @@ TEST_P(RouterCgi, RefusesOtherMethodsAndTypes) {
 TEST_P(RouterCgi, LivesThroughOddHeadersAndWrongLengths) {
   const std::string post =
       "POST /cgi-bin/router.cgi/login HTTP/1.0\r\nContent-Type: application/x-www-form-urlencoded\r\n";
-  // More is announced than sent: no login, whoever notices it.
+  // The request announces more than it sends. There must be no login, whether server or program notices it.
   Answer answer = send_raw(post + "Content-Length: 500\r\n\r\nuser=admin&password=secret");
   EXPECT_FALSE(holds(answer.head, "Set-Cookie"));
-  // Less: the rest is no part of it.
+  // The request announces less than it sends. The rest is not part of it.
   answer = send_raw(post + "Content-Length: 20\r\n\r\nuser=admin&password=secret");
   EXPECT_FALSE(holds(answer.head, "Set-Cookie"));
   for (const char *length : {"-1", "x", "99999999999999999999", "0x1a", "26, 26", ""}) {
@@ -400,7 +400,7 @@ TEST(RouterCgiAlone, KeepsTheOldSettingsWhenTheNewCannotBeStored) {
   write_file("/run/body", "name=new&address=1.2.3.4&note=x");
   const std::string post = "REQUEST_METHOD=POST PATH_INFO=/settings HTTP_COOKIE=session=" + std::string(32, 'a') + " " +
                            form + "CONTENT_LENGTH=31";
-  // No file larger than nothing: the draft cannot be written.
+  // No file may have any contents, so the draft cannot be written.
   const std::string output =
       sandbox::run("ulimit -f 0; trap '' XFSZ; env -i ROUTER_CGI_DIR=/run/router SCRIPT_NAME=/x " + post + " " +
                    sandbox::example("router_cgi") + " </run/body")

@@ -1,4 +1,4 @@
-// The status command as a user meets it: what it prints, and how it ends.
+// These tests run the status command, and look at what it prints and how it ends.
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -18,12 +18,12 @@ using sandbox::Outcome;
 const std::string no_flash = "FLASH: none, there is no /proc/mtd\n";
 const std::string disk_heading = "DISK                                 SIZE       USED       FREE   USE\n";
 
-// A fifth of a second is enough for a load.
+// Measuring for a fifth of a second is enough for a load.
 Outcome run(const std::string &arguments) {
   return sandbox::run(sandbox::example("system_status") + " -i 0.2 " + arguments);
 }
 
-// The load at the end of the output is checked for its form and taken off.
+// Checks the form of the load at the end of the output and removes it.
 std::string before_load(const std::string &output) {
   static const std::regex load("CPU LOAD: (\\d\\d?\\.\\d|100\\.0)% over 0\\.2 s\n$");
   EXPECT_TRUE(std::regex_search(output, load)) << output;
@@ -143,7 +143,7 @@ TEST_F(SystemStatus, PartitionsWhoseDeviceDoesNotAnswerHaveNoSize) {
 TEST_F(SystemStatus, PartitionsAreShownWithTheirSizes) {
   if (sandbox::example("").find("qemu") != std::string::npos)
     GTEST_SKIP() << "the stand-in of the flash driver is not for emulated programs";
-  // A flash device is stood in for by a file, and its answer by a library loaded before all others.
+  // A file stands in for the flash device, and a library loaded before all others answers for it.
   sandbox::write_file("/run/flash.c",
                       "#include <linux/ioctl.h>\n#include <mtd/mtd-user.h>\n#include <sys/stat.h>\n"
                       "int ioctl(int fd, unsigned long request, struct mtd_info_user *info) {\n"
@@ -174,7 +174,7 @@ TEST_F(SystemStatus, ATableWithoutPartitionsHasAHeadingAlone) {
 }
 
 TEST_F(SystemStatus, WithoutCountersTheLoadIsUnknown) {
-  sandbox::write_file("/run/stat", "cpu 1 2 3 4 5 6 7 8\n"); // that stand still
+  sandbox::write_file("/run/stat", "cpu 1 2 3 4 5 6 7 8\n"); // the counters stand still
   ASSERT_EQ(0, mount("/run/stat", "/proc/stat", nullptr, MS_BIND, nullptr)) << strerror(errno);
   EXPECT_EQ(no_flash + "CPU LOAD: unknown\n", run("").output);
   EXPECT_EQ(1, run("").status);

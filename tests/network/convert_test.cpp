@@ -1,4 +1,4 @@
-// Addresses as numbers and texts.
+// These tests convert addresses between numbers and texts.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <limits.h>

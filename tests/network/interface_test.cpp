@@ -1,4 +1,4 @@
-// What the kernel knows about interfaces, asked about interfaces of the test's own.
+// These tests ask the kernel about interfaces that they make themselves.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ using network::address;
 using network::expect_trace;
 using sandbox::open_descriptors;
 
-// Two ends of one cable. The second has no address, and as long a name as there can be.
+// The interfaces are the two ends of one cable. The far end has no address and the longest possible name.
 constexpr char near_end[] = "tvn0", far_end[] = "tvnabcdefghijkl";
 
 sandbox::Outcome ip(const std::string &arguments) {
@@ -43,7 +43,7 @@ void expect_ip(const std::string &arguments) {
   EXPECT_EQ(0, outcome.status) << arguments << ": " << outcome.output;
 }
 
-// The only address of the near end from now on.
+// Makes this the only address of the near end.
 void set_address(const std::string &address_and_prefix) {
   expect_ip(std::string("addr flush dev ") + near_end);
   expect_ip("addr add " + address_and_prefix + " dev " + near_end);
@@ -92,7 +92,7 @@ std::string mac_of(const char *ifname) {
   return at == std::string::npos ? "" : text.substr(at + 11, 17);
 }
 
-// Other lines in the place of those of "/proc/net/dev". The kernel lets no file be mounted there.
+// Has other lines read in place of those of "/proc/net/dev", where the kernel lets no file be mounted.
 class NetDev {
  public:
   explicit NetDev(const std::string &lines)
@@ -111,7 +111,7 @@ class NetDev {
 
 constexpr char counters[] = "       1    2    0    0    0     0          0         0        3       4    0    0    0\n";
 
-// Every query by name that writes four bytes: an address, a mask, flags, a channel.
+// These queries by name write four bytes each: an address, a mask, flags, a channel.
 struct Query {
   const char *name;
   int (*ask)(const char *ifname, uint32_t *out);

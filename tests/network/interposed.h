@@ -1,4 +1,4 @@
-// The C library's calls that tests of the network module watch or make fail.
+// The tests of the network module watch these calls of the C library or make them fail.
 #pragma once
 
 #include <pthread.h>

@@ -1,4 +1,4 @@
-// IPv6 addresses and gateways of an interface, from the kernel's file and from the ip tool.
+// These tests look for the IPv6 addresses and the gateway of an interface, in the kernel's file and with the ip tool.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -23,7 +23,7 @@ using Groups = std::array<unsigned short, 8>;
 
 constexpr Groups untouched = {1, 2, 3, 4, 5, 6, 7, 8};
 
-// An interface "via" with a link-local and a global address, while it lives; its peer is "vib".
+// While it lives there is an interface "via" with a link-local and a global address. Its peer is "vib".
 class Via {
  public:
   Via()
@@ -50,7 +50,7 @@ class Via {
 
 class IfInet6 : public testing::Test {
  protected:
-  // The address that was found, as text, or "".
+  // Returns the address that was found, as text, or "".
   static std::string found(const char *ifname, int which) {
     Groups groups = untouched;
     const int result = get_ip6_by_ifname(ifname, which, groups.data());
@@ -103,7 +103,7 @@ TEST_F(IfInet6, ReadsTheFirst12CharactersOfAName) {
       "20010db8000000000000000000000002 03 40 00 80 eth0\n");
   EXPECT_EQ("", found("abcdefghijklmno", 0));
   EXPECT_EQ("2001:db8:0:0:0:0:0:1", found("abcdefghijkl", 0));
-  EXPECT_EQ("2001:db8:0:0:0:0:0:2", found("eth0", 0)); // the rest of that name disturbs no other record
+  EXPECT_EQ("2001:db8:0:0:0:0:0:2", found("eth0", 0)); // the rest of the long name does not disturb the next record
 }
 
 TEST_F(IfInet6, PassesOverRecordsThatAreNotAsExpected) {
@@ -158,13 +158,13 @@ TEST_F(IfInet6, ReadsTheKernelsOwn) {
 
 namespace {
 
-// The functions that ask the ip tool.
+// These functions ask the ip tool.
 class Tool : public testing::Test {
  protected:
   void SetUp() override {
     sandbox::clear_console();
   }
-  // The address, as text, or "" when there was none.
+  // Returns the address as text, or "" if there was none.
   template <typename Ask>
   static std::string asked(Ask ask) {
     Address address;
@@ -184,7 +184,7 @@ class Tool : public testing::Test {
   static std::string gateway(const char *ifname) {
     return asked([=](unsigned char *out) { return get_gw6_by_ifname(ifname, out); });
   }
-  // What a stand-in of a pipeline was called with. Each has a file of its own, as they run at the same time.
+  // Has each stand-in of a pipeline write its arguments to a file of its own, because they run at the same time.
   static void record_calls() {
     for (const char *tool : {"ip", "grep", "awk"})
       sandbox::write_file(std::string("/run/stand-in/") + tool,
@@ -196,7 +196,7 @@ class Tool : public testing::Test {
       lines.push_back(sandbox::read_file(std::string("/run/stand-in/") + tool + ".calls"));
     return lines;
   }
-  // From now on the ip tool says this.
+  // Has the ip tool print this text from now on.
   static void let_ip_say(const std::string &text) {
     sandbox::write_file("/run/stand-in/ip", "#!/bin/sh\ncat <<'END'\n" + text + "END\n");
   }
@@ -269,7 +269,7 @@ TEST_F(Tool, ReadsTheGatewayFromTheOutput) {
   let_ip_say("default via 0:0:0:0:0:0:0:0 metric 1\n");
   EXPECT_EQ("", gateway("eth0"));
   let_ip_say("default via :: metric 1\n");
-  EXPECT_EQ("::", gateway("eth0")); // that text alone is none
+  EXPECT_EQ("::", gateway("eth0")); // only the long text stands for no gateway
 }
 
 TEST_F(Tool, RefusesNamesThatMakeTheCommandTooLong) {

@@ -1,4 +1,4 @@
-// IPv6 addresses as texts.
+// These tests convert IPv6 addresses from and to texts.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -16,7 +16,7 @@ namespace {
 using Address = std::array<unsigned char, 16>;
 using Groups = std::array<unsigned short, 8>;
 
-// "RESULT ADDRESS", with the output buffer full of other bytes before.
+// Returns "RESULT ADDRESS". The output buffer is full of other bytes before.
 std::string converted(const std::string &text) {
   Address address;
   address.fill(0xff);
@@ -135,7 +135,7 @@ TEST(StringToV6Addr, OfNothingOrIntoNothingFails) {
   EXPECT_EQ(1, StringToV6Addr("::1", nullptr));
 }
 
-// Groups of random values and digits, with a run of zeros written as "::" or not.
+// The groups have random values and numbers of digits; a run of zeros is written as "::" or in full.
 TEST(StringToV6Addr, ReadsValidTextsAsTheCLibraryDoes) {
   std::mt19937 random(6);
   const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
@@ -163,7 +163,7 @@ TEST(StringToV6Addr, ReadsValidTextsAsTheCLibraryDoes) {
   }
 }
 
-// Whatever the C library takes, this reads alike; what it does not take is nowhere worse than a result.
+// A text that the C library accepts must read alike; any other text must give a result and do no harm.
 TEST(StringToV6Addr, SurvivesAnyText) {
   std::mt19937 random(66);
   const std::string characters = "0123456789abcdefABCDEF::::::./%g\xff";

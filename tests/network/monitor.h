@@ -1,4 +1,5 @@
-// The bandwidth monitor, in a time of the test's own: its thread's sleep ends when the test says so.
+// What the tests of the bandwidth monitor share. Its thread lives in a time of the test's own: its sleep ends when the
+// test says so.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,16 +23,16 @@ namespace network {
 
 using Seconds = unsigned;
 
-// The time of the thread that sleeps.
+// The time in which the monitor's thread sleeps.
 class Time {
  public:
   enum Flow {
-    usual,   // sleep as always
-    by_hand, // asleep until the test lets go
+    usual,   // the thread sleeps as long as it asks for
+    by_hand, // the thread sleeps until the test lets it go
     flying   // every sleep is over at once
   };
   void set(Flow flow);
-  // Waits until the thread sleeps; returns for how long it wants to.
+  // Waits until the thread sleeps, and returns for how long it asked to.
   Seconds await_sleep() {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [this] { return asleep_; });
@@ -42,7 +43,7 @@ class Time {
     asleep_ = false;
     changed_.notify_all();
   }
-  // On the sleeper's side. False when it has to sleep as always.
+  // Sleeps for the monitor's thread. Returns false if the thread is to sleep as usual.
   bool pass(Seconds seconds) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (flow_ == usual)
@@ -117,7 +118,7 @@ inline std::vector<bm_sample *> history_of(const bm_iface *iface) {
 
 using Rates = std::array<uint64_t, 2>;
 
-// By hand: with no thread, or while it sleeps.
+// These tests look at the monitor's records while no thread runs, or while it sleeps.
 class Monitor : public testing::Test {
  protected:
   void SetUp() override {
@@ -159,7 +160,7 @@ class Monitor : public testing::Test {
     file.set(net_dev(interfaces));
     start_thread();
   }
-  // The next pass, with these counters in the file.
+  // Lets the thread make its next pass with these counters in the file. Returns the sleep that it asks for afterwards.
   Seconds pass(const std::vector<Traffic> &interfaces) {
     file.set(net_dev(interfaces));
     return pass();
@@ -168,7 +169,7 @@ class Monitor : public testing::Test {
     the_time.let_go();
     return the_time.await_sleep();
   }
-  // Interfaces go first, so that their histories are freed.
+  // Deletes the interfaces first, because the thread's end does not free their histories.
   void end_thread() {
     for (const std::string &name : locked([this] { return names_of(&head); }))
       del_bm_by_iface(name.c_str(), &head);

@@ -1,4 +1,4 @@
-// The counters of an interface, from a file of the kernel's with contents of the test's.
+// These tests read the counters of an interface from a file that stands in for the kernel's.
 #include <gtest/gtest.h>
 #include <stddef.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-// The list of interfaces that the monitor measures, and the semaphore that guards it.
+// These tests look at the list of interfaces that the monitor measures, and at the semaphore that guards it.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stddef.h>
@@ -109,7 +109,7 @@ TEST_F(Monitor, DeletesByExactName) {
   EXPECT_EQ(1, del_bm_by_iface("eth0.1", &head));
   EXPECT_EQ(0, del_bm_by_iface("eth0.1", &head));
   EXPECT_EQ((std::vector<std::string>{"eth0", "ppp0"}), names_of(&head));
-  EXPECT_EQ(3, head.count); // of adds
+  EXPECT_EQ(3, head.count); // counts the adds, not the interfaces
   EXPECT_EQ(1, semaphore());
 }
 
@@ -170,10 +170,10 @@ TEST_F(Monitor, NothingIsDoneWhenTheSemaphoreCannotBeTaken) {
   EXPECT_EQ(1, semaphore());
 }
 
-// Signals that are meant for others cut the wait short; it is begun again.
+// A signal cuts the wait for the semaphore short, and the wait begins again.
 TEST_F(Monitor, InterruptedWaitsForTheSemaphoreChangeNothing) {
   sandbox::Captured reasons(STDERR_FILENO);
-  static std::atomic<int> interruptions; // still to come
+  static std::atomic<int> interruptions; // how many are still to come
   const interposed::StandIn hook(interposed::semop_call, [](int id, sembuf *operations, size_t count) {
     if (interruptions > 0) {
       interruptions--;

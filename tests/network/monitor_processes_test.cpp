@@ -1,4 +1,4 @@
-// The monitor in memory that two processes share.
+// These tests share the monitor's memory between two processes.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
@@ -18,7 +18,7 @@ namespace {
 using namespace network;
 using sandbox::ProcNetFile;
 
-// The monitor in memory that a second process shares. The child is started before the thread.
+// The child process is started before the monitor's thread.
 class SharedMonitor : public testing::Test {
  protected:
   void SetUp() override {

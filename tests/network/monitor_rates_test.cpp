@@ -1,4 +1,4 @@
-// The rates that the monitor measures, and their history.
+// These tests check the rates that the monitor measures, and their history.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -66,7 +66,7 @@ TEST_F(Monitor, ReadsThePeriodAfreshBeforeEachSleep) {
   start_measuring({"eth0"});
   locked([this] { return head.period = 5; });
   EXPECT_EQ(5u, pass({{"eth0", 3000, 300}}));
-  expect_rates("eth0", 1000, 100); // that sleep was of 3 seconds
+  expect_rates("eth0", 1000, 100); // the sleep before took 3 seconds
   locked([this] { return head.period = 255; });
   EXPECT_EQ(255u, pass({{"eth0", 8000, 800}}));
   expect_rates("eth0", 1000, 100);
@@ -105,7 +105,7 @@ TEST_F(Monitor, AVanishedInterfaceKeepsItsLastRates) {
   EXPECT_EQ(1, iface->flags);
   EXPECT_EQ(300u, iface->prev_rx);
   EXPECT_EQ(1, iface->history_count);
-  pass({{"ppp0", 900, 900}}); // the difference of both periods, as one
+  pass({{"ppp0", 900, 900}}); // the difference of both periods counts as one
   expect_rates("ppp0", 200, 100);
   EXPECT_EQ(2, iface->history_count);
 }
@@ -205,7 +205,7 @@ TEST_F(Monitor, ReadsTheFileOnceForEachInterface) {
       at += static_cast<ssize_t>(sizeof(event) + event.len);
     }
   close(watch);
-  // Equal events in a row are told as one.
+  // The kernel reports equal events in a row as one.
   EXPECT_EQ(16, opens);
   EXPECT_EQ(16, closes);
 }
@@ -268,7 +268,7 @@ TEST(MonitorOfVeth, MeasuresRealTraffic) {
   run("ip link del mona");
 }
 
-// The monitor in the usual time: three passes of a second each.
+// The monitor runs in real time here: three passes of a second each.
 TEST(MonitorOfLoopback, RunsByTheClock) {
   bm_head head;
   ASSERT_EQ(1, init_bm(&head, key, 1, 1));
@@ -285,7 +285,7 @@ TEST(MonitorOfLoopback, RunsByTheClock) {
   bm_sample rates = {};
   EXPECT_EQ(1, query_bm_by_iface("lo", &head, &rates));
   del_bm_by_iface("lo", &head);
-  add_bm_by_iface("lo", &head); // no history to be left behind
+  add_bm_by_iface("lo", &head); // so that no history is left behind
   downdown(head.semid, "test", 1, "end", 0);
   head.exit = 1;
   head.history = 0;

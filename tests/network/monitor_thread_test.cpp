@@ -1,4 +1,4 @@
-// The thread of the monitor: its start, its passes and its end.
+// These tests follow the thread of the monitor from its start through its passes to its end.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ using namespace network;
 using sandbox::console;
 using sandbox::ProcNetFile;
 
-// A file that is read when the test writes it.
+// A reader of this file waits until the test writes to it.
 class Pass : public testing::Test {
  protected:
   ProcNetFile fifo{"dev", true};
@@ -66,7 +66,7 @@ TEST_F(Monitor, RunsDetachedByStart) {
 
   const auto traces = console();
   ASSERT_EQ(2u, traces.size());
-  const auto &started = traces[traces[0].func == "bm_start" ? 0 : 1]; // two threads: either order
+  const auto &started = traces[traces[0].func == "bm_start" ? 0 : 1]; // the two threads may trace in either order
   EXPECT_FALSE(started.has_process);
   EXPECT_EQ(getpid(), started.thread);
   EXPECT_EQ("quorra_network", started.file);
@@ -75,7 +75,7 @@ TEST_F(Monitor, RunsDetachedByStart) {
   EXPECT_EQ(1, sscanf(started.message.c_str(), "main process get thread id=%d\n%n", &handle, &length));
   EXPECT_EQ(started.message.size(), static_cast<size_t>(length));
 
-  // As a program sees the end.
+  // A program notices the end by the empty list.
   ask_to_exit();
   while (!locked([this] { return list_empty(&head.link); }))
     usleep(1000);

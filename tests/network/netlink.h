@@ -1,4 +1,4 @@
-// Netlink messages about addresses put together byte by byte, and what was read from them as text.
+// The netlink tests put messages about addresses together byte by byte, and read the entries made of them as text.
 #pragma once
 
 #include <arpa/inet.h>
@@ -28,7 +28,7 @@ inline Address address_of(const char *text) {
   return address;
 }
 
-// "ADDRESS/PREFIX family scope state", as a person reads an entry.
+// Returns an entry as "ADDRESS/PREFIX family scope state", the last three as their codes.
 inline std::string shown(const v6_ifaddr &entry) {
   char text[INET6_ADDRSTRLEN] = "";
   const unsigned family = entry.info >> 22 & 3;
@@ -61,7 +61,7 @@ inline Datagram attribute(unsigned short type, const Datagram &value) {
   return bytes;
 }
 
-// One whose length may be wrong.
+// Returns an attribute whose length field may be wrong.
 inline Datagram cut_attribute(size_t length, unsigned short type, const Datagram &value) {
   Datagram bytes;
   append(bytes, rtattr{static_cast<unsigned short>(length), type});
@@ -112,7 +112,7 @@ inline Datagram ipv6_message(const char *text, unsigned index = 5, unsigned char
 
 inline const Datagram done = message(NLMSG_DONE, Datagram(4));
 
-// Expects one trace on the console: by the IPv6 functions, whose header has process and thread.
+// Expects one trace on the console. The IPv6 functions trace with process and thread in the header.
 inline void expect_ipv6_trace(const char *func, const std::string &text) {
   const auto traces = sandbox::console();
   ASSERT_EQ(1u, traces.size());

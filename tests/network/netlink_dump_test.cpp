@@ -1,4 +1,4 @@
-// What the kernel says of real addresses in the program's own network.
+// These tests have the kernel list real addresses in the program's own network.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stddef.h>
@@ -24,7 +24,7 @@ using namespace network;
 using sandbox::Captured;
 using sandbox::run;
 
-// Two linked interfaces with addresses of every kind, and what the kernel says of them.
+// The fixture makes two linked interfaces with addresses of every kind.
 class Dump : public testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -39,13 +39,13 @@ class Dump : public testing::Test {
             "ip addr add fe80::1/64 dev va && "
             "ip addr add 2001:db8:b::1/64 dev vb && "
             "ip addr add 192.0.2.65/26 dev vb && "
-            // Addresses on a third link are looked at for so long that they stay tentative.
+            // Duplicate detection on a third link takes so long that its addresses stay tentative.
             "ip link add vc type veth peer name vd && echo 1000 >/proc/sys/net/ipv6/conf/vc/dad_transmits && "
             "ip link set vc addrgenmode none && ip link set vc up && ip link set vd addrgenmode none && "
             "ip link set vd up && ip addr add 2001:db8:c::1/64 dev vc");
     if (made.status != 0)
       refusal = made.output;
-    // The kernel takes the mark from an address that it does not look at in its own time.
+    // The kernel takes its time to clear the tentative mark of the other addresses.
     for (int i = 0; i < 1000 && !run("ip addr show dev va tentative; ip addr show dev vb tentative").output.empty();
          i++)
       usleep(10000);
@@ -58,7 +58,7 @@ class Dump : public testing::Test {
       GTEST_SKIP() << "no interfaces with addresses: " << refusal;
     sandbox::clear_console();
   }
-  // Sorted. What the kernel's unknown attributes print is kept away.
+  // Returns the addresses, sorted. The lines that unknown attributes print are thrown away.
   static Texts dump(const char *ifname, int family = 0, v6_ifaddr wanted = {}, int count = 100, int mode = 1) {
     std::vector<v6_ifaddr> entries(static_cast<size_t>(count));
     entries[0] = wanted;
@@ -230,11 +230,11 @@ TEST_F(Dump, OfThousandsIsComplete) {
   for (const v6_ifaddr &entry : entries)
     if (memcmp(entry.addr, first.data(), 14) == 0) {
       seen.insert(entry.addr[14] * 256u + entry.addr[15]);
-      EXPECT_EQ(128u << 24 | 2u << 22 | 1u << 19, entry.info & ~(7u << 16)); // not all are past being looked at
+      EXPECT_EQ(128u << 24 | 2u << 22 | 1u << 19, entry.info & ~(7u << 16)); // some may still be tentative
     }
   EXPECT_EQ(count, seen.size());
   EXPECT_EQ(count, seen.empty() ? 0 : *seen.rbegin());
-  EXPECT_EQ(99u, dump("many", 10).size()); // no more than fit; the others are read all the same
+  EXPECT_EQ(99u, dump("many", 10).size()); // the array holds no more, but the others are read too
   EXPECT_EQ("", sandbox::console_text());
   run("ip link del many");
 }

@@ -1,4 +1,4 @@
-// Netlink messages about addresses: what one of them says, and how datagrams of them are read to their end.
+// These tests read netlink messages about addresses: single ones, and datagrams of them up to the last.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <linux/if_addr.h>
@@ -25,7 +25,7 @@ namespace {
 using namespace network;
 using sandbox::Captured;
 
-// process_ifaddr_ip with one message, in memory of exactly its size.
+// Hands one message to process_ifaddr_ip, in memory of exactly its size.
 class Entry : public testing::Test {
  protected:
   int process(const Datagram &bytes, unsigned ifindex = 0, int found = 0) {
@@ -106,9 +106,9 @@ TEST_F(Entry, IsOnlyWhatTheFilterKeeps) {
   struct Case {
     v6_ifaddr wanted;
     int kept;
-    uint32_t left; // codes in the entry of a message that was rejected
+    uint32_t left; // the codes that a rejected message leaves in the entry
   };
-  // The message: IPv6, link scope, prefix 10, permanent.
+  // The message is of an IPv6 address with link scope and prefix 10, and permanent.
   const Case cases[] = {
       {filter(0, 0, 0), 1, 10u << 24 | 2u << 22 | 3u << 19 | 4u << 16},
       {filter(0, 2, 3), 1, 10u << 24 | 2u << 22 | 3u << 19 | 4u << 16},
@@ -170,12 +170,12 @@ TEST_F(Entry, AttributesEndAtOneThatIsNotWhole) {
   const ifaddrmsg about = {AF_INET6, 64, 0x80, 0, 1};
   const Datagram good = attribute(IFA_ADDRESS, address_bytes("2001:db8::1"));
   const Datagram late = attribute(IFA_ADDRESS, address_bytes("2001:db8::2"));
-  for (const size_t length : {0u, 1u, 3u, 48u, 100u, 0xffffu}) { // 44 are left
+  for (const size_t length : {0u, 1u, 3u, 48u, 100u, 0xffffu}) { // 44 bytes are left
     memset(entries, 0, sizeof(entries));
     EXPECT_EQ(1, process(address_message(about, {good, cut_attribute(length, 99, Datagram(20)), late}))) << length;
     EXPECT_EQ("2001:db8::1/64 2 1 4", shown(entries[1])) << length;
   }
-  // The last may end without its padding, and a rest of less than a header is nothing.
+  // The last attribute may end without its padding, and a rest shorter than a header is ignored.
   for (size_t rest = 0; rest < 4; rest++) {
     memset(entries, 0, sizeof(entries));
     EXPECT_EQ(1, process(address_message(about, {good, Datagram(rest, 0xff)})));
@@ -233,7 +233,7 @@ TEST_F(Entry, RefusesWhatIsNotThere) {
 
 namespace {
 
-// What a handler was called with.
+// The arguments of one call of a handler.
 struct Call {
   Datagram bytes;
   unsigned ifindex;
@@ -249,12 +249,12 @@ int record(const nlmsghdr *bytes, unsigned ifindex, int found, v6_ifaddr *entrie
   return handler_result;
 }
 
-// read_ifc_results on one end of a pair of sockets that keeps datagrams apart.
+// Runs read_ifc_results on one end of a pair of sockets that keeps datagrams apart.
 class Reader : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends));
-    const timeval long_enough = {10, 0}; // a reading that misses its end fails by a trace
+    const timeval long_enough = {10, 0}; // a reader that misses the end fails with a trace
     setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &long_enough, sizeof(long_enough));
     calls.clear();
     handler_result = 1;
@@ -269,7 +269,7 @@ class Reader : public testing::Test {
     for (const Datagram &bytes : datagrams)
       EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(ends[1], bytes.data(), bytes.size(), 0));
   }
-  // No more comes.
+  // Closes the sending end.
   void hang_up() {
     close(ends[1]);
     ends[1] = -1;
@@ -283,7 +283,7 @@ class Reader : public testing::Test {
       found.push_back(shown(entries[i]));
     return found;
   }
-  // How many bytes wait to be read.
+  // Returns how many bytes wait to be read.
   ssize_t waiting() const {
     char bytes[8192];
     return recv(ends[0], bytes, sizeof(bytes), MSG_DONTWAIT);
@@ -393,7 +393,7 @@ TEST_F(Reader, AMessageThatIsNotWholeEndsItsDatagramAlone) {
     const auto found = read({joined({first, with_length(ipv6_message("2001:db8::bad"), length)}), second, done});
     EXPECT_EQ((Texts{"2001:db8::1/64 2 1 4", "2001:db8::2/64 2 1 4"}), found) << length;
   }
-  for (size_t rest = 1; rest < 16; rest++) { // less than a header behind the first
+  for (size_t rest = 1; rest < 16; rest++) { // fewer bytes than a header stand behind the first message
     Datagram bytes = first;
     bytes.resize(bytes.size() + rest, 0xff);
     EXPECT_EQ(Texts{"2001:db8::1/64 2 1 4"}, read({bytes, done})) << rest;
@@ -438,7 +438,7 @@ TEST_F(Reader, TakesABufferOfAnySize) {
     expect_trace(incomplete);
   }
   sandbox::clear_console();
-  for (const int size : {16, 17, 24, 43}) // cut: not whole
+  for (const int size : {16, 17, 24, 43}) // the message is cut, so it is not whole
     EXPECT_EQ(Texts{}, read({bytes, done}, 10, size)) << size;
   for (const int size : {44, 45, 65536, 1000000})
     EXPECT_EQ(Texts{"2001:db8::1/64 2 1 4"}, read({bytes, done}, 10, size)) << size;

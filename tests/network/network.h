@@ -1,4 +1,4 @@
-// What all tests of the network module share: an address, a descriptor, a trace.
+// All tests of the network module share these helpers.
 #pragma once
 
 #include <arpa/inet.h>
@@ -20,14 +20,14 @@ inline uint32_t address(const char *text) {
   return result.s_addr;
 }
 
-// The number of the descriptor that the process opens next.
+// Returns the number that the next descriptor of this process will have.
 inline int next_descriptor() {
   const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   close(fd);
   return fd;
 }
 
-// Expects one trace on the console: by the network functions, whose header has the thread alone.
+// Expects one trace on the console. The network functions trace with the thread alone in the header.
 inline void expect_trace(const char *func, const std::string &message) {
   const auto traces = sandbox::console();
   ASSERT_EQ(1u, traces.size());

@@ -1,4 +1,5 @@
-// Select services whose thread is cancelled.
+// These tests cancel the thread of a select service, in processes of their own: the record of a cancelled service is
+// lost.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,7 +35,7 @@ class Cancellation : public testing::Test {
   }
 };
 
-// Handlers that hold nothing, as ones must that may be cancelled anywhere.
+// These handlers hold nothing, because the thread may be cancelled at any of their instructions.
 volatile int spins;
 std::atomic<int> seen_tid, data_calls, cycle_calls;
 
@@ -63,7 +64,7 @@ constexpr socket_handler_set holding_nothing = {[](int, int fd, ipport *, int) {
                                                 count_cycle,
                                                 [](int, fd_set *) {},
                                                 [](int, int) {},
-                                                [](int, int) { _exit(99); }}; // never
+                                                [](int, int) { _exit(99); }}; // a cancelled service never calls it
 
 // Starts a service on one end of a pair of sockets and writes to the other. Returns 0, or the number of the step that
 // failed.
@@ -84,7 +85,7 @@ bool gone(int tid) {
   return false;
 }
 
-// The C library still works for the rest: no lock of its own was taken with the thread.
+// Returns whether the C library still works: the cancelled thread must not have kept one of its locks.
 bool everything_works() {
   void *blocks[64];
   for (void *&block : blocks)
@@ -138,7 +139,7 @@ TEST_F(Cancellation, AtAnyMomentTakesNoLockWithIt) {
   sandbox::Captured errors(STDERR_FILENO);
   EXPECT_EQ(0, sandbox::in_child([] {
               alarm(100);
-              // Every accept fails and is told, so that most of the time is spent on standard error.
+              // Every accept fails and is reported, so that the thread spends most of its time on standard error.
               interposed::accept_call.stand_in([](int, sockaddr *, socklen_t *) { return interposed::fail(EMFILE); });
               const int listening = open_listening();
               const int client = connect_to(listening);

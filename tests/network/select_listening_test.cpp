@@ -1,4 +1,4 @@
-// The select service of a listening socket: connections, their data and their ends.
+// These tests run the select service on a listening socket: it accepts connections, and tells their data and ends.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,14 +33,14 @@ class Listening : public Select {
     doing.close = [this](int fd) { close_accepted(fd); };
     doing.accept = [this](int fd, ipport *, int) { accepted.push_back(fd); };
   }
-  // What was accepted and not closed by a handler is the test's.
+  // Closes the accepted connections that no handler has closed.
   void TearDown() override {
     for (const int fd : accepted)
       close(fd);
     close(listening);
     Select::TearDown();
   }
-  // In a handler.
+  // To be called in a handler.
   void close_accepted(int fd) {
     close(fd);
     accepted.erase(std::remove(accepted.begin(), accepted.end(), fd), accepted.end());
@@ -58,8 +58,8 @@ class Listening : public Select {
       usleep(200);
     return fd;
   }
-  // A service of which accept() is `stand_in` accepts one client in its n-th cycle. Returns what it wrote to standard
-  // error until then.
+  // Has a service accept one client in its n-th cycle while `stand_in` replaces accept(). Returns what the service
+  // wrote to standard error until then.
   std::string accept_one_in_cycle(size_t n, int (*stand_in)(int, sockaddr *, socklen_t *)) {
     std::string told;
     int client;
@@ -119,7 +119,7 @@ TEST_F(Listening, TellsThePeerAndWhetherItIsTheHighest) {
     peers[count] = *peer;
     highest[count++] = new_highest;
   };
-  // The connection's own descriptor is to be higher than the listening one, the second's lower.
+  // The first connection's descriptor is to be higher than the listening one, the second's lower.
   static int above;
   above = listening + 10;
   std::vector<int> clients;
@@ -147,7 +147,7 @@ TEST_F(Listening, TellsThePeerAndWhetherItIsTheHighest) {
     EXPECT_EQ(0, get_socket_local(clients[i], &own));
     EXPECT_EQ(own.ip, peers[i].ip);
     EXPECT_EQ(own.port, peers[i].port);
-    say(clients[i], "x"); // both are served, above and below
+    say(clients[i], "x"); // descriptors on both sides of the listening one are served
     EXPECT_TRUE(heard.await(named("data", accepted_at(i))));
   }
   stop(listening);
@@ -247,14 +247,14 @@ TEST_F(Listening, OneShotWatchesAConnectionUntilItsFirstData) {
   doing.data = [](int fd, uint8_t *remove) {
     EXPECT_EQ(0, *remove);
     char byte;
-    EXPECT_EQ(1, recv(fd, &byte, 1, 0)); // of two
+    EXPECT_EQ(1, recv(fd, &byte, 1, 0)); // one of two bytes
   };
   start(listening, SOCKET_OPT_ONESHOT);
   const int client = connect_to(listening);
   const int fd = await_accept();
   say(client, "ab");
   ASSERT_TRUE(heard.await(named("data", fd)));
-  // Cycles without it, although it has data.
+  // The next cycles leave the connection out, although it has data.
   const int other = connect_to(listening);
   ASSERT_LE(0, await_accept(1));
   ASSERT_TRUE(heard.await("cycle", 3));
@@ -273,10 +273,10 @@ TEST_F(Listening, ARemovedConnectionIsWatchedNoLonger) {
   doing.data = [this](int fd, uint8_t *remove) {
     EXPECT_EQ(0, *remove);
     *remove = 1;
-    close_accepted(fd); // would end a service that still watched it
+    close_accepted(fd); // a service that still watched it would end
   };
   start(listening);
-  std::map<int, size_t> connections; // by descriptor: the numbers come again
+  std::map<int, size_t> connections; // counted by descriptor, because the numbers come again
   for (size_t i = 0; i < 3; i++) {
     const int client = connect_to(listening);
     const int fd = await_accept(i);
@@ -306,7 +306,8 @@ TEST_F(Listening, AnyRemoveFlagThatIsNotZeroCounts) {
 
 TEST_F(Listening, ServesDescriptorsThatACycleAdds) {
   int pair[2];
-  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair)); // between listening and accepted
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0,
+                          pair)); // its numbers lie between the listening and the accepted one
   const int added = pair[0];
   doing.cycle = [added](fd_set *watched, int *) {
     if (heard.times("cycle") == 0)
@@ -407,7 +408,7 @@ TEST_F(Listening, ClosesAConnectionThatNoSetCanHold) {
 }
 
 TEST_F(Listening, AFailingSelectEndsItAfterOneMoreCycle) {
-  // Below the highest, and nothing that is open.
+  // This number is below the highest, and not open.
   static constexpr int bad = 799;
   std::string told;
   int client, awaited;
@@ -426,7 +427,7 @@ TEST_F(Listening, AFailingSelectEndsItAfterOneMoreCycle) {
     start(listening);
     client = connect_to(listening);
     ASSERT_TRUE(heard.await("error 2"));
-    // The last cycle takes everything for ready, and waits for a connection to accept.
+    // The last cycle takes every descriptor for ready, and waits for a connection to accept.
     awaited = connect_to(listening);
     await_exit();
     told = errors.text();

@@ -1,4 +1,4 @@
-// What no select service is started for.
+// These tests ask for select services that cannot be started.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -24,14 +24,14 @@ using namespace network;
 
 class Refusal : public Select {
  protected:
-  // All handlers but one, until the next call.
+  // Returns all handlers but one. The next call overwrites them.
   template <typename Handler>
   const socket_handler_set *without(Handler socket_handler_set::*missing) {
     handlers_ = all_handlers;
     handlers_.*missing = nullptr;
     return &handlers_;
   }
-  // Nothing is started, and `message` is traced.
+  // Expects that no service starts and that `message` is traced.
   static void expect_refusal(int fd, const std::string &message, const socket_handler_set *handlers = &all_handlers,
                              int sec = 0, int usec = 0) {
     pthread_t thread = {};
@@ -65,7 +65,8 @@ TEST_F(Refusal, OfMissingHandlers) {
     expect_refusal(fd, message, without(&socket_handler_set::on_timeout), 0, 1);
     expect_refusal(fd, message, without(&socket_handler_set::on_timeout), -1, 0);
   }
-  expect_refusal(-1, message, without(&socket_handler_set::on_timeout), 1, 0); // looked at before the socket
+  expect_refusal(-1, message, without(&socket_handler_set::on_timeout), 1,
+                 0); // the handlers are checked before the socket
   for (const int fd : {listening, pair[0], pair[1]})
     close(fd);
 }
@@ -141,5 +142,3 @@ TEST_F(Refusal, WithoutAThread) {
   close(pair[0]);
   close(pair[1]);
 }
-
-// In processes of their own: the record of a cancelled service is lost.

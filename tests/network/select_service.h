@@ -1,4 +1,4 @@
-// The handlers of a select service under test, what they heard, and the sockets that it serves.
+// The tests of the select service share these handlers, the record of what they heard, and the sockets to be served.
 #pragma once
 
 #include <arpa/inet.h>
@@ -28,8 +28,8 @@ namespace network {
 
 constexpr auto patience = std::chrono::seconds(60);
 
-// What the handlers heard, in order: "accept 7", "data 7", "close 7", "cycle", "quiet cycle", "timeout", "error 2",
-// "exit 0".
+// The handlers write down every call, in order: "accept 7", "data 7", "close 7", "cycle", "quiet cycle", "timeout",
+// "error 2", "exit 0".
 class Heard {
  public:
   void clear() {
@@ -73,11 +73,11 @@ class Heard {
   std::condition_variable changed_;
   std::vector<std::string> events_;
   int tid_ = 0;
-  bool one_thread_ = true; // every call on the thread that its first argument names
+  bool one_thread_ = true; // every call came on the thread that its first argument names
 };
 inline Heard heard;
 
-// What the handlers do besides.
+// A test may have the handlers do something before they write their call down.
 struct Doing {
   std::function<void(int fd, ipport *peer, int new_highest)> accept;
   std::function<void(int fd, uint8_t *remove)> data;
@@ -87,10 +87,10 @@ struct Doing {
   std::function<void(int code)> error, exit;
 };
 inline Doing doing;
-inline std::recursive_mutex doing_lock; // taken by every handler, and by a test that changes what a running one does
+inline std::recursive_mutex doing_lock; // every handler takes it, and a test that changes `doing`
 inline std::atomic<bool> stopping;      // the next cycle is the last
 
-// A handler at work. The service's thread may be cancelled at any point, but not while it holds what others need.
+// Keeps the service's thread from being cancelled while a handler holds the lock that others need.
 class Working {
  public:
   Working() {
@@ -179,7 +179,7 @@ inline bool thread_lives(int tid) {
   return syscall(SYS_tgkill, getpid(), tid, 0) == 0;
 }
 
-// Nothing of a thread is left, its memory included, when the kernel no longer knows it.
+// Waits until the kernel no longer knows the thread; then its memory is gone too.
 inline void await_end(int tid) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (thread_lives(tid) && std::chrono::steady_clock::now() < deadline)
@@ -195,7 +195,7 @@ inline sockaddr_in loopback(uint16_t port) {
   return at;
 }
 
-// A listening socket as socket_listen makes it.
+// Opens a listening socket like those of socket_listen.
 inline int open_listening(int backlog = 64) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   const sockaddr_in at = loopback(0);
@@ -217,7 +217,7 @@ inline void say(int fd, const char *text) {
   EXPECT_EQ(static_cast<ssize_t>(strlen(text)), send(fd, text, strlen(text), MSG_NOSIGNAL));
 }
 
-// Vanishes with a reset in place of an orderly end.
+// Closes a connection with a reset instead of an orderly end.
 inline void reset(int fd) {
   const linger at_once = {1, 0};
   setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
@@ -232,7 +232,7 @@ inline std::string flag_trace() {
   return "get ExitFlag pid=" + std::to_string(getpid()) + ",ppid=" + std::to_string(getppid()) + "\n";
 }
 
-// Those of the service's thread. The starter's own may come before, between or after them.
+// Returns the traces of the service's thread. Those of the starter may stand before, between or after them.
 inline std::vector<sandbox::Trace> service_traces() {
   std::vector<sandbox::Trace> traces;
   for (const sandbox::Trace &trace : sandbox::console())
@@ -264,7 +264,7 @@ class Select : public testing::Test {
     return thread;
   }
 
-  // The end of the service whose last call is told as `exit`.
+  // Waits for the end of the service, whose last call must be `exit`.
   void await_exit(const char *exit = "exit 0") {
     ASSERT_TRUE(heard.await(exit));
     await_end(heard.tid());
@@ -272,7 +272,7 @@ class Select : public testing::Test {
     EXPECT_EQ(1u, heard.times(exit));
   }
 
-  // With one more connection to wake it.
+  // Ends the service in its next cycle, which one more connection starts.
   void stop(int listening) {
     stopping = true;
     const int waker = connect_to(listening);

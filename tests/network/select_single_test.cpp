@@ -1,4 +1,4 @@
-// The select service of a single socket: its cycles, its time-outs and its end.
+// These tests run the select service on a single socket: its cycles, its time-outs and its end.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -47,7 +47,7 @@ TEST_F(Single, IsWatchedUntilItsPeerCloses) {
   doing.exit = [](int) { traced_before = sandbox::console_text().find("Exit pid=") != std::string::npos; };
   doing.data = [](int fd, uint8_t *remove) {
     EXPECT_EQ(0, *remove);
-    *remove = 1; // counts for nothing, nor does one-shot
+    *remove = 1; // neither this nor one-shot counts for a single socket
     char bytes[64];
     EXPECT_LT(0, recv(fd, bytes, sizeof(bytes), 0));
   };
@@ -133,7 +133,7 @@ TEST_F(Single, GivesSelectTheSameTimeOutEveryTime) {
       timeout->tv_usec = 0;
       FD_ZERO(set);
       errno = calls == 2 ? EAGAIN : EINTR;
-      return -1; // and again, in silence
+      return -1; // the service asks again, in silence
     }
     return interposed::select_call.real(count, set, w, e, timeout);
   });
@@ -212,9 +212,9 @@ TEST_F(Single, AFailingSelectStillServesWhatWaits) {
   start(pair[0], 0, -1, 0);
   await_exit();
   EXPECT_EQ(events({"error 2", named("data", pair[0]), "cycle", "exit 0"}), heard.all());
-  descriptors++; // the saved one of `errors`
+  descriptors++; // `errors` keeps one open
   const int now = open_descriptors();
-  EXPECT_EQ(descriptors + 2, now); // and the pair
+  EXPECT_EQ(descriptors + 2, now); // the pair is still open
   descriptors--;
 }
 

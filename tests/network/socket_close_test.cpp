@@ -1,4 +1,4 @@
-// Endpoints that are closed, and what an open one tells about itself.
+// These tests close endpoints, and ask open ones about themselves.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Endpoints that are opened, bound, listened at and connected to.
+// These tests open endpoints, bind them, listen at them and connect them.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -98,7 +98,7 @@ TEST_F(Open, DoesWhatEachOptionBitSays) {
   expect_silence();
 }
 
-// Ports that the kernel gives nobody by itself: one that it gave may still be remembered from a connection.
+// The kernel gives nobody these ports by itself. One that it had given might still be busy from an old connection.
 constexpr uint16_t own_port = 4001, another_own_port = 4002;
 
 TEST_F(Open, BindsToTheEndpointGiven) {
@@ -177,10 +177,10 @@ TEST_F(Open, TellsAnEndpointThatCannotBeBound) {
   int fd = 77;
   EXPECT_EQ(1, socket_open(nullptr, &local, SOCKET_OPT_BIND, &fd));
   expect_trace("socket_open", "socket bind error fd=" + number + ",ip=127.0.0.1,port=" + port + "\n");
-  local.ip = address("10.200.3.4"); // told, although the interface's is tried
+  local.ip = address("10.200.3.4"); // the trace names it, although the interface's address is tried
   EXPECT_EQ(1, socket_open("lo", &local, SOCKET_OPT_BIND, &fd));
   expect_trace("socket_open", "socket bind error fd=" + number + ",ip=10.200.3.4,port=" + port + "\n");
-  local = endpoint("203.0.113.77", 65535); // nobody's here
+  local = endpoint("203.0.113.77", 65535); // no interface here has it
   EXPECT_EQ(1, socket_open(nullptr, &local, SOCKET_OPT_TCP | SOCKET_OPT_REUSE | SOCKET_OPT_BIND, &fd));
   expect_trace("socket_open", "socket bind error fd=" + number + ",ip=203.0.113.77,port=65535\n");
   EXPECT_EQ(77, fd);
@@ -335,7 +335,7 @@ TEST_F(Connect, OfAStreamThatIsInProgressFailsInSilence) {
 TEST_F(Connect, ThatFailsLeavesNothing) {
   ipport broadcast = endpoint("255.255.255.255", 9), nobody = endpoint("127.0.0.1", 1);
   int fd = 77;
-  EXPECT_EQ(1, socket_connect(nullptr, &broadcast, 0, &fd)); // without leave to broadcast
+  EXPECT_EQ(1, socket_connect(nullptr, &broadcast, 0, &fd)); // the socket may not broadcast
   EXPECT_EQ(1, socket_connect(nullptr, &nobody, SOCKET_OPT_TCP, &fd));
   EXPECT_EQ(77, fd);
   EXPECT_EQ(descriptors, open_descriptors());

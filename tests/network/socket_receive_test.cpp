@@ -1,4 +1,4 @@
-// Whole buffers received.
+// These tests receive whole buffers.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -58,7 +58,7 @@ TEST_F(Receive, StringsDatagramsTogetherAndCutsTheLast) {
   EXPECT_EQ(0, socket_recv(receiver.fd, SOCKET_OPT_RECVFROM, got, &length, &from));
   EXPECT_EQ(6, length);
   EXPECT_STREQ("abcdef", got);
-  EXPECT_EQ(address("203.0.113.9"), from.ip); // the sender is not told
+  EXPECT_EQ(address("203.0.113.9"), from.ip); // the sender's address is not stored
   EXPECT_EQ(htons(99), from.port);
   EXPECT_EQ("ijkl", receiver.take());
   expect_silence();
@@ -112,7 +112,7 @@ TEST_F(Receive, PassesFlagsAndAddressAsAsked) {
   int length = 2;
   EXPECT_EQ(0, socket_recv(datagram.fd, SOCKET_OPT_RECVFROM, got, &length, &from));
   EXPECT_TRUE(calls.has_address);
-  EXPECT_EQ(4, calls.address_length); // each time
+  EXPECT_EQ(4, calls.address_length); // the same in each call
 }
 
 TEST_F(Receive, PeekingReadsTheSameAgainUntilAllIsThere) {

@@ -1,4 +1,4 @@
-// Whole buffers sent.
+// These tests send whole buffers.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ TEST_F(Send, MovesAllThroughASlowStream) {
   std::string bytes(1000000, '\0'), got;
   for (size_t i = 0; i < bytes.size(); i++)
     bytes[i] = static_cast<char>(i * 31 >> 3);
-  // Every wait of the sender lets the reader read.
+  // The reader reads whenever the sender waits.
   static int near, far;
   static std::string *sink;
   near = connection.near;
@@ -133,7 +133,7 @@ TEST_F(Send, OfNothingSucceedsAtOnce) {
   }
   EXPECT_EQ(0, calls.transfers);
   int length = 0;
-  EXPECT_EQ(1, socket_send(-1, 0, "x", &length, nullptr)); // the socket is looked at all the same
+  EXPECT_EQ(1, socket_send(-1, 0, "x", &length, nullptr)); // the socket is checked all the same
   expect_trace("socket_send", "socket send error\n");
 }
 
@@ -150,7 +150,7 @@ TEST_F(Send, TellsASocketThatCannotSend) {
                {INT_MIN, SOCKET_OPT_SENDTO, &to},
                {pipes[1], 0, nullptr},
                {next_descriptor(), 0, nullptr},
-               {datagram.fd, 0, &to}, // no peer, and not asked to take `to`
+               {datagram.fd, 0, &to}, // it has no peer, and no option says to use `to`
                {datagram.fd, SOCKET_OPT_SENDTO, nullptr}};
   for (const auto &row : cases) {
     int length = 5;
@@ -191,7 +191,7 @@ TEST_F(Send, GivesUpWithTheTwoThousandAndFirstRefusal) {
 
 TEST_F(Send, CountsAllRefusalsOfACall) {
   Connection connection;
-  // One byte goes after every refusal.
+  // One byte is sent after every refusal.
   const StandIn hook(interposed::sendto_call,
                      [](int, const void *, size_t, int, const sockaddr *, socklen_t) -> ssize_t {
                        return calls.transfers++ % 2 == 0 ? fail(EAGAIN) : 1;
@@ -202,7 +202,7 @@ TEST_F(Send, CountsAllRefusalsOfACall) {
   EXPECT_EQ(2000, length);
   EXPECT_EQ(2001, calls.failures);
   calls.reset();
-  length = 2000; // 2000 refusals are borne
+  length = 2000; // 2000 refusals are tolerated
   EXPECT_EQ(0, socket_send(connection.near, 0, bytes.data(), &length, nullptr));
   EXPECT_EQ(2000, length);
   EXPECT_EQ(2000, calls.failures);

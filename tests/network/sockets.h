@@ -1,4 +1,4 @@
-// Sockets of the test's own, and a test that leaves none behind.
+// The tests of sockets share endpoints, connections and a fixture that sees to it that no descriptor is left open.
 #pragma once
 
 #include <arpa/inet.h>
@@ -61,7 +61,7 @@ class Sockets : public testing::Test {
   int descriptors = 0;
 };
 
-// A connected pair of TCP sockets on loopback, both blocking; `near` is given to the library, `far` is the peer's.
+// Two connected TCP sockets on loopback, both blocking. The library gets `near`; the test speaks through `far`.
 struct Connection {
   Connection() {
     const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -92,7 +92,7 @@ struct Connection {
   int near, far;
 };
 
-// A datagram socket of the test's own.
+// A bound datagram socket of the test's own.
 struct Receiver {
   Receiver() {
     fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -1,4 +1,4 @@
-// Sending and receiving, with the calls of the C library counted and no pause in between.
+// The tests of sending and receiving count the calls of the C library and skip the pauses between them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 namespace network {
 
-// Counts what the stand-ins below see.
+// The stand-ins for sending, receiving and sleeping count here.
 struct Calls {
   std::atomic<int> transfers, failures, sleeps, wrong_sleeps;
   std::atomic<int> flags, address_length;

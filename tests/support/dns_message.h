@@ -1,4 +1,4 @@
-// DNS messages put together byte by byte, for servers that tell the truth and servers that do not.
+// Tests put DNS messages together byte by byte, for servers that tell the truth and for servers that do not.
 #pragma once
 
 #include <arpa/inet.h>
@@ -19,7 +19,7 @@ inline Bytes word(unsigned value) {
   return {static_cast<char>(value >> 8 & 255), static_cast<char>(value & 255)};
 }
 
-// Labels with their zero byte; `name` has no dot at its end.
+// Returns the labels of a name with their zero byte. The name has no dot at its end.
 inline Bytes labels(const std::string &name) {
   Bytes out;
   for (size_t from = 0; from < name.size();) {
@@ -31,7 +31,7 @@ inline Bytes labels(const std::string &name) {
   return out + Bytes(1, '\0');
 }
 
-// A compression pointer to a place in the message.
+// Returns a compression pointer to a place in the message.
 inline Bytes pointer(unsigned at) {
   return word(0xC000 + at);
 }
@@ -40,7 +40,7 @@ inline Bytes to_question() {
   return pointer(header_size);
 }
 
-// The fixed part and the data; `length` is what the record says of its data.
+// Returns a resource record whose length field says `length`, whatever the data's size is.
 inline Bytes record(const Bytes &owner, unsigned type, const Bytes &data, size_t length) {
   return owner + word(type) + word(1) + word(0) + word(60) + word(static_cast<unsigned>(length)) + data;
 }
@@ -77,13 +77,13 @@ inline Bytes header(unsigned id, unsigned flags, unsigned answers) {
   return word(id) + word(flags) + word(1) + word(answers) + word(0) + word(0);
 }
 
-// The reply to `query` with `count` answers that are `answers`, or are said to be.
+// Returns a reply to `query` that claims `count` answers and has the bytes of `answers`.
 inline Bytes reply(const Bytes &query, unsigned count, const Bytes &answers) {
   return query.substr(0, 2) + word(0x8180) + word(1) + word(count) + word(0) + word(0) + query.substr(header_size) +
          answers;
 }
 
-// The question of a query: its name in dotted text, and its type.
+// These return the name in a query's question, as dotted text, and its type.
 inline std::string name_asked(const Bytes &query) {
   std::string name;
   size_t at = header_size;

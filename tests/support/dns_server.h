@@ -1,4 +1,4 @@
-// DNS servers as tests need them: a mailbox that only receives, and one that answers as a test wants it.
+// Tests need two kinds of DNS servers: a mailbox that only receives, and one that answers as the test wants.
 #pragma once
 
 #include <arpa/inet.h>
@@ -16,7 +16,7 @@
 
 namespace dns {
 
-// A socket on port 53 of an address of the loopback network, whose queue keeps what is sent to it.
+// A socket on port 53 of a loopback address. Its queue keeps the queries until the test reads them.
 class Mailbox {
  public:
   explicit Mailbox(const char *address) : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -36,7 +36,7 @@ class Mailbox {
   int fd() const {
     return fd_;
   }
-  // Every query that has come and was not read yet.
+  // Returns the queries that have come since the last look.
   std::vector<std::string> queries() const {
     std::vector<std::string> all;
     std::string query;

@@ -1,4 +1,4 @@
-// A real DNS server, and tests that ask it.
+// Some tests ask a real DNS server, dnsmasq.
 #pragma once
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 namespace dns {
 
-// dnsmasq on port 53 with these lines of configuration. It knows the names of its configuration and no others.
+// Runs dnsmasq on port 53 with these lines of configuration. It knows the names of its configuration and no others.
 class Dnsmasq {
  public:
   explicit Dnsmasq(const std::string &configuration) {
@@ -30,7 +30,7 @@ class Dnsmasq {
     process_ = fork();
     if (process_ == 0) {
       dup2(said[1], STDERR_FILENO);
-      // In the foreground: with its usual change of user it would end in the namespace of an ordinary user.
+      // It stays in the foreground, because its usual change of user fails in the namespace of an ordinary user.
       execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/run/dnsmasq.conf", static_cast<char *>(nullptr));
       execl("/usr/sbin/dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/run/dnsmasq.conf",
             static_cast<char *>(nullptr));
@@ -38,7 +38,7 @@ class Dnsmasq {
     }
     close(said[1]);
     log_ = fdopen(said[0], "r");
-    // It says so once its sockets are there.
+    // It prints this line once its sockets are there.
     char line[512];
     while (!started_ && fgets(line, sizeof(line), log_)) {
       started_ = strstr(line, ": started, version") != nullptr;
@@ -70,7 +70,7 @@ class Dnsmasq {
   std::string reason_;
 };
 
-// Tests of one server, which starts before the first of them; where it does not start they are skipped.
+// A fixture whose server starts before the first test. Where it does not start, the tests are skipped.
 template <const char *configuration>
 class WithDnsmasq : public testing::Test {
  protected:

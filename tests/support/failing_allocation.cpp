@@ -1,13 +1,13 @@
-// The test program's own malloc, calloc and realloc. They call those of the C library or the sanitizer, but one call
-// can be made to fail. A program's own replace those of the libraries that it loads, and so of the library under test.
+// The test program's malloc, calloc and realloc call those of the C library or the sanitizer, but a test can make one
+// call fail. A program's own definitions serve the libraries that it loads too, so this reaches the library under test.
 #include <dlfcn.h>
 #include <stddef.h>
 
 #include "support/sandbox.h"
 
-// These do not use support/interposed.h. Sanitizers call them before they are ready themselves, and dlsym() may allocate
-// while it looks a name up: nothing here may be instrumented (the build says so), come from a template that another
-// file instruments, or need a guard.
+// The allocation functions do not use support/interposed.h. Sanitizers call them before they are ready themselves, and
+// dlsym() may allocate while it looks a name up. So nothing here may be instrumented (the build says so), come from a
+// template that another file instruments, or need a guard.
 namespace {
 
 unsigned calls_left;

@@ -1,6 +1,6 @@
-// C-library calls of a test program, and of the library in it, that a test can watch or make fail.
+// A test can watch calls of the C library, the program's own and those of the library under test, or make them fail.
 //
-// A function that a program defines itself is the one that its shared libraries call too. One file of the program says
+// If a program defines a function itself, its shared libraries call that one too. One file of the program says
 //
 //   INTERPOSE(socket, 3); // the function and how many arguments it takes
 //
@@ -38,7 +38,7 @@ class Call<Result(Arguments...)> {
     const Function hook = __atomic_load_n(&hook_, __ATOMIC_SEQ_CST);
     return hook ? hook(arguments...) : real(arguments...);
   }
-  // The C library's, or the sanitizer's in front of it.
+  // Calls the C library's function, or the sanitizer's in front of it.
   [[gnu::always_inline]] Result real(Arguments... arguments) {
     return find()(arguments...);
   }
@@ -152,8 +152,8 @@ constexpr bool is_noexcept(...) {
   }                                                                                                      \
   static_assert(true)
 
-// The same for a function that takes one argument more or none after `count` fixed ones, a pointer or what is passed
-// like one (ioctl, semctl): it is handed on as it came.
+// INTERPOSE_VARIADIC is for a function that takes at most one argument after `count` fixed ones, such as ioctl and
+// semctl. The argument is a pointer, or is passed like one, and is handed on as it came.
 #define INTERPOSE_VARIADIC(name, count, ...)                                                                 \
   INTERPOSE_CALL(name __VA_OPT__(, ) __VA_ARGS__);                                                           \
   extern "C" decltype(interposed::result_of(&::name)) name(INTERPOSE_PARAMETERS_##count(name),               \

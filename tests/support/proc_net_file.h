@@ -1,4 +1,4 @@
-// A file of /proc/net with contents that the test gives it.
+// A test can give a file of /proc/net contents of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,9 +13,9 @@
 
 namespace sandbox {
 
-// While it lives, this process alone (/proc/net is its own) sees a folder of the test's as /proc/net, with one file in
-// it; a file there cannot be mounted over, the kernel looks it up anew each time. set() writes in place: whoever opens
-// it next reads the new text.
+// While it lives, this process alone sees a folder of the test's as /proc/net, with one file in it. (No file can be
+// mounted over a single one there: the kernel looks it up anew each time.) set() writes in place, so the next reader
+// that opens the file reads the new text.
 class ProcNetFile {
  public:
   explicit ProcNetFile(const std::string &name, bool fifo = false) : path_(std::string(folder) + "/" + name) {

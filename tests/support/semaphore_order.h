@@ -18,7 +18,7 @@ INTERPOSED(semop);
 
 namespace sandbox {
 
-inline std::atomic<int> semaphore_steps; // calls of semop so far
+inline std::atomic<int> semaphore_steps; // counts the calls of semop
 
 inline int ordered_semop(int id, sembuf *operations, size_t count) {
   static char holders[64]; // each semaphore of a test has an address of its own

@@ -1,4 +1,4 @@
-// Faults of the C library's thread functions, made in the test program: the n-th call from now on fails, once.
+// The tests of the thread pool make calls of the C library's thread functions fail: the n-th from now on, once.
 #pragma once
 
 #include <pthread.h>
@@ -9,7 +9,7 @@
 namespace faults {
 
 struct Fault {
-  std::atomic<int> calls_left = 0; // 0: none fails
+  std::atomic<int> calls_left = 0; // 0 if none is to fail
   std::atomic<int> calls = 0;
 
   void fail_call(int n) {
@@ -22,12 +22,12 @@ struct Fault {
   }
 };
 
-// Those of this thread's calls that go out while `counting` is set there: gtest and the sanitizers lock too.
+// Only calls of a thread with this flag set are counted, because gtest and the sanitizers lock too.
 inline thread_local bool counting;
 
 inline Fault create, join, mutex_init, cond_init, lock, unlock, signal, broadcast;
-inline std::atomic<size_t> last_stack;       // that a thread was to be created with, in bytes; 0 without attributes
-inline std::atomic<int> mutexes, conditions; // initialised and not destroyed
+inline std::atomic<size_t> last_stack; // the stack size of the last thread, in bytes; 0 if no attributes were given
+inline std::atomic<int> mutexes, conditions; // how many are initialised and not yet destroyed
 
 class Counting {
  public:
@@ -41,7 +41,7 @@ class Counting {
   Counting &operator=(const Counting &) = delete;
 };
 
-// The result of a call whose thread functions count.
+// Makes a call whose thread functions are counted, and returns its result.
 template <typename Call>
 auto counted(Call call) {
   const Counting on;

@@ -1,4 +1,4 @@
-// The functions of faults.h, and a test that they work when nothing is told to fail.
+// This file makes the faults of faults.h, and tests that calls work when none is to fail.
 #include "faults.h"
 
 #include <errno.h>
@@ -6,7 +6,7 @@
 
 #include "support/interposed.h"
 
-// A race is a failed test.
+// A data race ends the program, so that the test fails.
 extern "C" const char *__tsan_default_options() {
   return "halt_on_error=1:atexit_sleep_ms=0";
 }
@@ -68,7 +68,7 @@ INTERPOSE(pthread_mutex_lock, 1, [](pthread_mutex_t *mutex) {
   return faults::counting && faults::lock.fails_now() ? EINVAL : pthread_mutex_lock_call.real(mutex);
 });
 
-// Says that it failed, and gave the lock back all the same, so that the test can go on.
+// The mutex is unlocked even if this call is to fail, so that the test can go on.
 INTERPOSE(pthread_mutex_unlock, 1, [](pthread_mutex_t *mutex) {
   const int error = pthread_mutex_unlock_call.real(mutex);
   return faults::counting && faults::unlock.fails_now() ? EPERM : error;

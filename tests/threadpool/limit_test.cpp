@@ -1,4 +1,4 @@
-// The thread limit.
+// These tests raise and lower a thread limit.
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <stddef.h>

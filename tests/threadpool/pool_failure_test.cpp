@@ -1,4 +1,4 @@
-// How a pool is made, and what becomes of it when a call fails.
+// These tests make pools, possible and impossible ones, and let the calls of a pool fail.
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <pthread.h>
@@ -49,7 +49,7 @@ TEST(ThreadPool, WorkersHaveTheStackThatIsAskedFor) {
     EXPECT_EQ(0, task_enqueue(pool, run_function, &ask));
     EXPECT_EQ(0, threadpool_destroy(pool, 1));
     EXPECT_EQ(static_cast<size_t>(kib) * 1024, faults::last_stack);
-    EXPECT_LE(static_cast<size_t>(kib) * 1024, bytes); // a larger one that the C library had left will do
+    EXPECT_LE(static_cast<size_t>(kib) * 1024, bytes); // the C library may reuse a larger stack
   }
 }
 
@@ -78,7 +78,7 @@ TEST(ThreadPool, EveryFailureOfMemoryMakesNoPoolAndLeaksNothing) {
     EXPECT_EQ(0, faults::mutexes);
     EXPECT_EQ(0, faults::conditions);
   };
-  // The record and two arrays. No worker: starting one takes what the C library takes.
+  // The pool allocates its record and two arrays. It has no worker, for which the C library allocates as it likes.
   EXPECT_EQ(3u, sandbox::fail_each_allocation([] { return threadpool_init(0, 4, 256); }, check));
 }
 
@@ -138,7 +138,7 @@ TEST(ThreadPool, EnqueueTellsFailuresOfLockSignalAndUnlock) {
   EXPECT_EQ(0, counted(enqueue));
   faults::unlock.fail_call(1);
   sandbox::Captured output(STDOUT_FILENO);
-  EXPECT_EQ(-2, counted(enqueue)); // in place of -3
+  EXPECT_EQ(-2, counted(enqueue)); // this comes before -3
   EXPECT_EQ("queue full!!!!\n", output.text());
   EXPECT_EQ(0, threadpool_destroy(pool, 0));
 }
@@ -178,7 +178,7 @@ TEST(ThreadPool, AWorkerThatCannotBeJoinedLeavesThePool) {
     ThreadPool *pool = threadpool_init(3, 4, 0);
     faults::join.fail_call(n);
     EXPECT_EQ(-5, counted([=] { return threadpool_destroy(pool, 1); }));
-    EXPECT_EQ(3, faults::join.calls); // the rest is joined all the same
+    EXPECT_EQ(3, faults::join.calls); // the others are joined all the same
     EXPECT_FALSE(is_locked(pool));
     EXPECT_EQ(0, pool->started);
     EXPECT_EQ(3, pool->threadCount);

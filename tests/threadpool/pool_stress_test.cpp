@@ -1,4 +1,4 @@
-// The thread pool under load.
+// These tests put the thread pool under load.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@
 
 using tasks::count;
 
-// Producers that are faster than the workers try again; every task runs exactly once.
+// Producers that find the queue full try again, and every task must run exactly once.
 TEST(ThreadPoolStress, EveryTaskRunsExactlyOnce) {
   constexpr int producers = 4, tasks_each = 20000;
   std::vector<std::atomic<unsigned char>> runs(producers * tasks_each);
@@ -54,7 +54,7 @@ TEST(ThreadPoolStress, EveryTaskRunsExactlyOnce) {
   EXPECT_EQ(0, wrong);
 }
 
-// Destroyed at once in the middle of the work: what ran, ran once, and nothing runs afterwards.
+// The pool is destroyed in the middle of its work, and no task may run afterwards.
 TEST(ThreadPoolStress, ImmediateShutdownUnderLoad) {
   for (int round = 0; round < 50; round++) {
     ThreadPool *pool = threadpool_init(3, 1000, 128);

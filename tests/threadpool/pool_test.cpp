@@ -1,4 +1,4 @@
-// The thread pool at work: its queue, its workers and its end.
+// These tests follow the thread pool at work: its queue, its workers and its end.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
@@ -58,7 +58,7 @@ TEST(ThreadPool, TheRingGoesRound) {
   Entry entries[] = {{&diary, "0"}, {&diary, "1"}, {&diary, "2"}, {&diary, "3"}, {&diary, "4"},
                      {&diary, "5"}, {&diary, "6"}, {&diary, "7"}, {&diary, "8"}, {&diary, "9"}};
   int queued = 0;
-  for (int round = 0; round < 5; round++) { // three slots for each: its gate and two entries
+  for (int round = 0; round < 5; round++) { // each round takes three slots: a gate and two entries
     Gate gate;
     EXPECT_EQ(0, task_enqueue(pool, pass, &gate));
     gate.entered.take();
@@ -148,7 +148,7 @@ TEST(ThreadPool, AFullQueueIsToldBeforeTheShutdown) {
 
 namespace {
 
-// How many of a hundred queued tasks run when the pool is destroyed while every worker is busy.
+// Destroys a pool whose workers are all busy. Returns how many of a hundred queued tasks run.
 int run_after_all(int flags) {
   ThreadPool *pool = threadpool_init(2, 100, 0);
   Gate gates[2];

@@ -1,4 +1,4 @@
-// Tasks for the tests of the thread pool, and a look into a pool.
+// The tests of the thread pool share these tasks and looks into a pool.
 #pragma once
 
 #include <errno.h>
@@ -39,7 +39,7 @@ class Signal {
   sem_t semaphore_;
 };
 
-// A task that says that it runs, and ends when it is told to.
+// The task pass() tells that it has entered the gate, and ends when the test opens it.
 struct Gate {
   Signal entered, open;
 };
@@ -52,7 +52,7 @@ inline void *pass(void *gate) {
 
 inline void *count(void *counter) {
   ++*static_cast<std::atomic<int> *>(counter);
-  return counter; // ignored
+  return counter; // the pool ignores it
 }
 
 struct Diary {

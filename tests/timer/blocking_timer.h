@@ -1,4 +1,4 @@
-// Timers whose callback waits for the test.
+// The callback of these timers waits for the test.
 #pragma once
 
 #include <stdint.h>
@@ -9,7 +9,7 @@
 
 namespace controls {
 
-// A callback that tells that it began, and goes on when it is told to.
+// The callback tells the test that it began, and goes on when the test lets it.
 inline const sandbox::Handshake *began, *may_end;
 
 inline void block(uint32_t arg1, uint32_t arg2) {

@@ -1,4 +1,4 @@
-// The controls, and tests that they leave alone what they are not told to change.
+// This file implements the controls, and tests that they leave alone what no test has changed.
 #include "controls.h"
 
 #include <errno.h>
@@ -14,13 +14,13 @@
 #include "support/interposed.h"
 #include "support/semaphore_order.h"
 
-// A race is a failed test, also in a child.
+// A data race ends the process, also a child, so that the test fails.
 extern "C" const char *__tsan_default_options() {
   return "halt_on_error=1:atexit_sleep_ms=0";
 }
 
-// A thread that is cancelled leaves its stack marked as in use, and the sanitizer stumbles over that when it takes its
-// own signal stack away.
+// A cancelled thread leaves its stack marked as in use, and the sanitizer stumbles over that when it removes its own
+// signal stack.
 extern "C" const char *__asan_default_options() {
   return "use_sigaltstack=0";
 }
@@ -53,7 +53,7 @@ struct Start {
   bool is_runner;
 };
 
-// A key's destructor runs however the thread ends.
+// The destructor of a key runs however the thread ends, so it can count the ends.
 pthread_key_t at_end() {
   static const pthread_key_t key = [] {
     pthread_key_t made;
@@ -71,7 +71,7 @@ void *run_watched(void *argument) {
   return start.run(start.argument);
 }
 
-// What comes of a wait of the timer thread, when it is not to be the real one.
+// Returns whether a test has set the outcome of this wait of the timer thread, and stores that outcome.
 bool take_over_wait(fd_set *readable, timeval *&timeout, int *result) {
   const std::lock_guard<std::mutex> hold(lock);
   seen_waits.push_back({!timeout, timeout ? timeout->tv_sec : 0, timeout ? timeout->tv_usec : 0});
@@ -143,8 +143,8 @@ int failing_pthread_setcanceltype(int type, int *old_type) {
   return controls::cancel_type_fails ? EINVAL : interposed::pthread_setcanceltype_call.real(type, old_type);
 }
 
-// The timer thread may be cancelled here at any moment but one. Nothing with a destructor stands here: the end of a
-// thread that is cut between two calls cannot find its way through such a function.
+// The timer thread may be cancelled at any instruction here that does not hold cancellation off. The function has no
+// object with a destructor, because the end of a cancelled thread cannot find its way through such a function.
 int watched_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
   if (is_timer_thread) {
     int cancelability, result;
@@ -223,7 +223,7 @@ void next_wait(const Outcome &outcome) {
 
 bool settle() {
   return eventually([] {
-    // One wait for each notification, and the one that goes on.
+    // There is one wait for each notification, and the one that goes on.
     return waits().size() >= static_cast<size_t>(sent) + 1 && ended_runners == runners;
   });
 }

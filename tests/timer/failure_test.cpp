@@ -1,4 +1,4 @@
-// The timer service when something is refused to it.
+// These tests refuse the timer service something that it needs.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ TEST(TimerFailure, WithoutDescriptorsItCanBeStartedLater) {
               const int before = sandbox::open_descriptors();
               int result;
               {
-                const sandbox::NoDescriptors none; // nor a console
+                const sandbox::NoDescriptors none; // the console cannot be opened either
                 result = createTimerThread(&config);
               }
               const int left = sandbox::open_descriptors() - before;
@@ -57,7 +57,7 @@ TEST(TimerFailure, WithoutDescriptorsItCanBeStartedLater) {
 TEST(TimerFailure, TracesThatThereIsNoSocketPair) {
   EXPECT_EQ("0 0", scenario([] {
               const TimerThreadConfig config = config_of_a_new_semaphore();
-              // Room for the console and not for a pair.
+              // There is room for the console's descriptor, but not for a pair.
               const int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
               close(next);
               rlimit limit;
@@ -106,7 +106,7 @@ TEST(TimerFailure, WithoutAThreadTheSocketPairStaysOpen) {
               controls::timer_creation = Creation::fails;
               const int result = createTimerThread(&config);
               const int left = sandbox::open_descriptors() - before;
-              const int destroyed = destoryTimerThread(); // it does not run
+              const int destroyed = destoryTimerThread(); // the service does not run
               controls::timer_creation = Creation::real;
               const int later = createTimerThread(&config);
               return told(result, left, destroyed, later);
@@ -189,7 +189,7 @@ TEST(TimerFailure, ANotificationThatCannotBeSentIsTracedAndDropped) {
                 const int result = code == 0 ? addTimer(&a) : code == 1 ? delTimer(&a) : modTimer(&a, 1000);
                 if (code == 1)
                   addTimer(&a);
-                controls::wake_up(); // the change stands
+                controls::wake_up(); // the change was made all the same
                 return told(result, controls::semaphore_value()) + " |" + fired();
               }));
     ASSERT_EQ(1u, console().size());
@@ -208,7 +208,7 @@ TEST(TimerFailure, AFullSocketDoesNotStopWhoNotifies) {
   EXPECT_EQ("", sandbox::console_text());
 }
 
-// The timer thread waits for the semaphore that the notifier holds: it makes no room.
+// The timer thread waits for the semaphore that the notifier holds, so it cannot make room in the socket.
 TEST(TimerFailure, AFullSocketDoesNotStopTheHolderOfTheSemaphore) {
   EXPECT_EQ("1 1 1 ", scenario([] {
               start_service();

@@ -1,4 +1,4 @@
-// The lists of the timer service and the steps of its threads, taken one at a time: no thread runs here.
+// These tests take the steps of the timer service's threads one at a time, and look at its lists. No thread runs here.
 #include <gtest/gtest.h>
 #include <stddef.h>
 
@@ -16,7 +16,7 @@ static_assert(offsetof(TimerThreadConfig, semid) == 0 && offsetof(TimerThreadCon
 
 namespace {
 
-// The sleep that reSchedule finds for timers of these expiries, added in this order.
+// Returns the sleep that reSchedule finds for timers of these expiries, added in this order.
 std::string sleep_at(uint32_t now, std::vector<uint32_t> expiries) {
   return scenario([&] {
     start_service_without_thread();

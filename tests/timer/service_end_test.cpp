@@ -1,4 +1,4 @@
-// The end of the timer service, at every moment of its work.
+// These tests end the timer service at every moment of its work.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -59,7 +59,7 @@ TEST(TimerService, DestroyingTwiceTouchesNeitherThreadNorDescriptorsAgain) {
               const int before = sandbox::open_descriptors();
               const int first = destoryTimerThread();
               for (int i = 0; i < 8; i++)
-                open("/dev/null", O_RDONLY | O_CLOEXEC); // takes the numbers
+                open("/dev/null", O_RDONLY | O_CLOEXEC); // takes the numbers of the closed descriptors
               const int second = destoryTimerThread();
               return told(first, second, static_cast<int>(sandbox::open_descriptors() == before - 2 + 8),
                           controls::cancellations.load(), controls::semaphore_value());
@@ -113,7 +113,7 @@ TEST(TimerService, ACallbackMayEndTheService) {
             }));
 }
 
-// Cancelled while it waits for the semaphore, the thread must not end with it.
+// The thread is cancelled while it waits for the semaphore, and must not keep it when it ends.
 TEST(TimerService, CancelledInItsListsTheThreadGivesTheSemaphoreBackFirst) {
   EXPECT_EQ("1 0 1 1", scenario([] {
               start_service();
@@ -129,8 +129,8 @@ TEST(TimerService, CancelledInItsListsTheThreadGivesTheSemaphoreBackFirst) {
             }));
 }
 
-// Destroyed at many moments of its work: the semaphore is never lost nor given back twice, every wait for it is left
-// alone, and every timer is on one list.
+// The service is destroyed at many moments of its work. The semaphore must be neither lost nor given back twice, no
+// wait for it may be disturbed, and every timer must be on one list.
 TEST(TimerService, EndsCleanlyAtAnyMoment) {
   sandbox::Captured errors(STDERR_FILENO);
   for (int moment = 0; moment < 60; moment++) {
@@ -158,7 +158,7 @@ TEST(TimerService, EndsCleanlyAtAnyMoment) {
   EXPECT_EQ("", errors.text());
 }
 
-// The thread takes up a notification while the service is ended: found waiting or busy, it ends, undisturbed.
+// The thread takes up a notification while the service ends. It must end undisturbed, whether it waits or is busy.
 TEST(TimerService, EndsCleanlyWhileItIsNotified) {
   sandbox::Captured errors(STDERR_FILENO);
   for (int round = 0; round < 200; round++) {
@@ -177,7 +177,8 @@ TEST(TimerService, EndsCleanlyWhileItIsNotified) {
   EXPECT_EQ("", errors.text());
 }
 
-// Whoever comes next for the semaphore adds a timer that is due; the thread comes after that, and leaves it alone.
+// A thread that waits for the semaphore adds a due timer after the service has ended. The timer thread gets the
+// semaphore next, and must leave the timer alone.
 TEST(TimerService, WhatIsAddedAfterItsEndNeverRuns) {
   EXPECT_EQ("1 1 0 ", scenario([] {
               start_service();
@@ -195,7 +196,7 @@ TEST(TimerService, WhatIsAddedAfterItsEndNeverRuns) {
               adding.join();
               const bool ended = every_thread_ended();
               processTimerListThread(nullptr);
-              // Found busy it is not cancelled, which would interrupt its wait.
+              // The busy thread is not cancelled: that would interrupt its wait.
               return told(static_cast<int>(waits), static_cast<int>(ended), controls::cancellations.load()) + " " +
                      fired();
             }));

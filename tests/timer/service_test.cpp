@@ -1,4 +1,4 @@
-// The timer service at work: its thread and its runners.
+// These tests follow the timer service at work: its thread and its runners.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -64,7 +64,7 @@ TEST(TimerService, StartsOncePerProcess) {
               settle(); // the thread has closed the console
               const int before = sandbox::open_descriptors();
               TimerThreadConfig config = {};
-              config.semid = -1; // not taken over
+              config.semid = -1; // a second start does not take it over
               const int second = createTimerThread(&config), third = createTimerThread(nullptr);
               TimerNode a = timer(4, 1000);
               addTimer(&a);
@@ -81,7 +81,7 @@ TEST(TimerService, SleepsWithoutEndWhenThereIsNoTimer) {
               settle();
               std::string text = last_wait() + " ";
               TimerNode a = timer(1, 1000);
-              addTimer(&a); // due
+              addTimer(&a); // it is due
               settle();
               text += last_wait() + " ";
               delTimer(&a);
@@ -188,7 +188,7 @@ TEST(TimerService, StartsARunnerAtEveryWakeUp) {
                 settle();
               }
               const int notified = controls::runners_started();
-              controls::next_wait({0, 0, false, {0, 0}}); // after the next, a time-out
+              controls::next_wait({0, 0, false, {0, 0}}); // the wait after the next one times out
               sendNotifyToTimerThread(2);
               eventually([] { return controls::waits().size() >= 6 && controls::runners_ended() >= 5; });
               return told(notified, controls::sent.load(), controls::runners_started());
@@ -203,7 +203,7 @@ TEST(TimerService, OnlyTheSecondsOfTheSleepAreSet) {
               addTimer(&a);
               settle();
               std::string text = last_wait() + "|";
-              // What select leaves of a sleep that a notification cut short.
+              // A notification cut the sleep short, and select leaves the rest of it.
               controls::next_wait({1, 0, true, {7, 250000}});
               sendNotifyToTimerThread(0);
               eventually([] { return controls::waits().size() >= 4; });
@@ -281,7 +281,7 @@ TEST(TimerService, ASlowCallbackDoesNotDelayTheTimersOfLaterWakeUps) {
               TimerNode slow = blocking_timer(1, 1000), behind = timer(2, 1000), later = timer(3, 1010);
               addTimer(&later);
               settle();
-              downdown(controls::semaphore, "test", 1, "test", 0); // both are found at one wake-up, or two
+              downdown(controls::semaphore, "test", 1, "test", 0); // both timers are found at one wake-up, or at two
               __modTimer(&slow, 1000);
               __modTimer(&behind, 1000);
               upup(controls::semaphore, "test", 1, "test", 0);
@@ -328,7 +328,7 @@ TEST(TimerService, RunsOnTheRealClock) {
                 early += getCurrentTime(nullptr) < expire;
                 if (calls++ == 0) {
                   expire = getCurrentTime(nullptr) + 1;
-                  modTimer(&a, expire); // a period
+                  modTimer(&a, expire); // arms the timer for its next period
                 }
               };
               getCurrentTime(&expire);
@@ -354,7 +354,7 @@ TEST(TimerService, AThreadCancelledInsideAnOperationFinishesItFirst) {
                 pthread_create(
                     &thread, nullptr,
                     [](void *) -> void * {
-                      pthread_cancel(pthread_self()); // from now on at the next cancellation point: send is one
+                      pthread_cancel(pthread_self()); // it takes effect at the next cancellation point, which is send
                       result = which == 0 ? addTimer(&a) : which == 1 ? modTimer(&a, 2001) : delTimer(&a);
                       return nullptr;
                     },

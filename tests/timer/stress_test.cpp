@@ -1,4 +1,4 @@
-// Many operations from several threads at once: no armed timer is lost, and none runs twice.
+// Several threads operate on timers at once. No armed timer may be lost, and none may run twice.
 #include <gtest/gtest.h>
 #include <sched.h>
 
@@ -16,7 +16,7 @@ constexpr uint32_t timers_each = 16;
 constexpr uint32_t operations_each = 25000;
 constexpr uint32_t far_away = 1000000;
 
-// Every arming has a number, which its run is told with.
+// Every arming has a number, which the callback gets.
 std::atomic<unsigned char> runs[worker_threads * operations_each + 1];
 std::atomic<int> twice;
 
@@ -27,14 +27,14 @@ void count_run(uint32_t arming, uint32_t) {
 
 struct Timer {
   TimerNode node;
-  uint32_t arming; // the last one
+  uint32_t arming; // the number of the last one
   enum State { off, waiting, due } state;
 };
 
 Timer timers[worker_threads][timers_each];
 std::atomic<int> lost;
 
-// Two of three due armings are left alone until they have run; the others may be taken back before.
+// Two of three due armings are left alone until they have run. The others may be deleted before.
 void operate(uint32_t worker) {
   std::minstd_rand random(worker + 1);
   uint32_t arming = worker * operations_each;
@@ -71,7 +71,8 @@ void operate(uint32_t worker) {
 } // namespace
 
 TEST(TimerStress, NoTimerIsLostOrRunTwice) {
-  // Lost before the end, run twice, due at the end and never run, run though it was not due, linked wrongly, semaphore.
+  // The numbers are: lost before the end, run twice, due at the end and never run, run without being due, linked
+  // wrongly, the semaphore's value.
   EXPECT_EQ("0 0 0 0 0 1", scenario([] {
               start_service();
               std::vector<std::thread> threads;
@@ -94,7 +95,7 @@ TEST(TimerStress, NoTimerIsLostOrRunTwice) {
                 return controls::timer_threads_ended() == 1 && controls::runners_ended() == controls::runners_started();
               });
 
-              // All that are not off are retired now, on one ring with its head.
+              // All timers that are not off are retired now, on one ring with its head.
               const list_node *first = nullptr;
               for (auto &of_worker : timers) {
                 for (Timer &timer : of_worker) {
