@@ -8,6 +8,8 @@
 #include "base/trace.h"
 #include "torvane/process.h"
 
+using namespace torvane;
+
 namespace {
 
 constexpr const char *trace_module = "quorra_misc";
@@ -17,13 +19,18 @@ struct Command {
   int length;
 };
 
-// Formats a command. Returns false when it does not fit or there is no format, because it must not run cut short.
-[[gnu::format(printf, 2, 0)]] bool format_command(Command &command, const char *format, va_list values) {
-  command.length = format ? vsnprintf(command.text, sizeof(command.text), format, values) : -1;
-  return command.length >= 0 && command.length < static_cast<int>(sizeof(command.text));
-}
+using TraceCall = void(const char *module, int line, const char *func, const char *format, ...);
 
-constexpr char command_too_long[] = "command too long\n";
+// Formats a command. Returns false, traced in the name of `func`, when it does not fit or there is no format, because it
+// must not run cut short.
+[[gnu::format(printf, 4, 0)]] bool format_command(Command &command, TraceCall *report, const char *func,
+                                                  const char *format, va_list values) {
+  command.length = format ? vsnprintf(command.text, sizeof(command.text), format, values) : -1;
+  if (command.length >= 0 && command.length < static_cast<int>(sizeof(command.text)))
+    return true;
+  report(trace_module, __LINE__, func, "command too long\n");
+  return false;
+}
 
 } // namespace
 
@@ -33,12 +40,10 @@ int __system(const char *, int, const char *, const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, fmt, values);
+  const bool runnable = format_command(command, trace, __func__, fmt, values);
   va_end(values);
-  if (!runnable) {
-    TRACE(command_too_long);
+  if (!runnable)
     return -1;
-  }
   return system(command.text);
 }
 
@@ -46,12 +51,10 @@ int _execl(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, fmt, values);
+  const bool runnable = format_command(command, trace_no_process, __func__, fmt, values);
   va_end(values);
-  if (!runnable) {
-    TRACE_NO_PROCESS(command_too_long);
+  if (!runnable)
     return -1;
-  }
   TRACE_NO_PROCESS("sys cmd:%s\n", command.text);
 
   // vfork, because a copy of the caller's page tables is more than a small router has to spare for a command.
@@ -70,12 +73,10 @@ FILE *_system_read(const char *fmt, ...) {
   Command command;
   va_list values;
   va_start(values, fmt);
-  const bool runnable = format_command(command, fmt, values);
+  const bool runnable = format_command(command, trace, __func__, fmt, values);
   va_end(values);
-  if (!runnable) {
-    TRACE(command_too_long);
+  if (!runnable)
     return nullptr;
-  }
   fflush(nullptr);
   return popen(command.text, "r");
 }
