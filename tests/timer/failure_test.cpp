@@ -8,7 +8,15 @@
 
 #include "controls.h"
 
-using namespace controls;
+using controls::Creation;
+using controls::eventually;
+using controls::fired;
+using controls::scenario;
+using controls::settle;
+using controls::start_service;
+using controls::start_service_without_thread;
+using controls::timer;
+using controls::told;
 using sandbox::console;
 using sandbox::Trace;
 

@@ -6,7 +6,13 @@
 
 #include "controls.h"
 
-using namespace controls;
+using controls::fired;
+using controls::scenario;
+using controls::set_clock;
+using controls::start_service_without_thread;
+using controls::timer;
+using controls::told;
+using controls::wake_up;
 
 static_assert(offsetof(TimerNode, node) == 0 && offsetof(TimerNode, callback) == 2 * sizeof(void *));
 static_assert(offsetof(TimerNode, arg1) == 3 * sizeof(void *) && sizeof(TimerNode::arg1) == 4);

@@ -318,10 +318,8 @@ TEST(TimerService, RunsOnTheRealClock) {
   static uint32_t expire;
   static std::atomic<int> early, calls;
   EXPECT_EQ("1 0 2", scenario([] {
-              int semaphore;
-              sem_create(0, &semaphore);
               TimerThreadConfig config = {};
-              config.semid = semaphore;
+              sem_create(0, &config.semid);
               createTimerThread(&config);
               static TimerNode a;
               a.callback = [](uint32_t, uint32_t) {

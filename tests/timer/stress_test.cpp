@@ -7,7 +7,10 @@
 
 #include "controls.h"
 
-using namespace controls;
+using controls::eventually;
+using controls::scenario;
+using controls::start_service;
+using controls::told;
 
 namespace {
 
