@@ -9,10 +9,11 @@
 #include <vector>
 
 #include "network.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-static_assert(sizeof(ipport) == 8 && offsetof(ipport, ip) == 0 && offsetof(ipport, port) == 4);
+RECORD_LAYOUT(ipport, 8, FIELD(ip, 0, 4), FIELD(port, 4, 2));
 
 namespace {
 

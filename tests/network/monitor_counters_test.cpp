@@ -7,14 +7,16 @@
 
 #include "monitor.h"
 #include "support/proc_net_file.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
 // The record has no pointers, so its layout is the same everywhere.
-static_assert(sizeof(rxtx_stats) == 80);
-static_assert(offsetof(rxtx_stats, rx_packets) == 8 && offsetof(rxtx_stats, rx_errors) == 16);
-static_assert(offsetof(rxtx_stats, rx_multicast) == 36 && offsetof(rxtx_stats, tx_bytes) == 40);
-static_assert(offsetof(rxtx_stats, tx_errors) == 56 && offsetof(rxtx_stats, tx_compressed) == 76);
+RECORD_LAYOUT(rxtx_stats, 80, FIELD(rx_bytes, 0, 8), FIELD(rx_packets, 8, 8), FIELD(rx_errors, 16, 4),
+              FIELD(rx_drops, 20, 4), FIELD(rx_fifo, 24, 4), FIELD(rx_frame, 28, 4), FIELD(rx_compressed, 32, 4),
+              FIELD(rx_multicast, 36, 4), FIELD(tx_bytes, 40, 8), FIELD(tx_packets, 48, 8), FIELD(tx_errors, 56, 4),
+              FIELD(tx_drops, 60, 4), FIELD(tx_fifo, 64, 4), FIELD(tx_collisions, 68, 4), FIELD(tx_carrier, 72, 4),
+              FIELD(tx_compressed, 76, 4));
 
 namespace {
 

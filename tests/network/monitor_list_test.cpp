@@ -11,38 +11,17 @@
 
 #include "interposed.h"
 #include "monitor.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-// Programs and library share these records. Their layout on a 32-bit machine is fixed; pointers move it elsewhere.
-#define FIELD32(record, field, offset) static_assert(sizeof(void *) != 4 || offsetof(record, field) == (offset))
-#define SIZE32(record, bytes) static_assert(sizeof(void *) != 4 || sizeof(record) == (bytes))
-
-SIZE32(bm_head, 20);
-FIELD32(bm_head, link, 0);
-FIELD32(bm_head, count, 8);
-FIELD32(bm_head, history, 9);
-FIELD32(bm_head, period, 10);
-FIELD32(bm_head, exit, 11);
-FIELD32(bm_head, semid, 12);
-FIELD32(bm_head, reserved, 16);
-static_assert(sizeof(bm_iface::name) == 32 && sizeof(bm_head::reserved) == 4);
-
-SIZE32(bm_iface, 88);
-FIELD32(bm_iface, link, 0);
-FIELD32(bm_iface, name, 8);
-FIELD32(bm_iface, prev_rx, 40);
-FIELD32(bm_iface, prev_tx, 48);
-FIELD32(bm_iface, rx_rate, 56);
-FIELD32(bm_iface, tx_rate, 64);
-FIELD32(bm_iface, flags, 72);
-FIELD32(bm_iface, history, 76);
-FIELD32(bm_iface, history_count, 84);
-
-SIZE32(bm_sample, 24);
-FIELD32(bm_sample, link, 0);
-FIELD32(bm_sample, rx_rate, 8);
-FIELD32(bm_sample, tx_rate, 16);
+// Pointers move these layouts elsewhere.
+RECORD_LAYOUT_32(bm_head, 20, FIELD(link, 0, 8), FIELD(count, 8, 1), FIELD(history, 9, 1), FIELD(period, 10, 1),
+                 FIELD(exit, 11, 1), FIELD(semid, 12, 4), FIELD(reserved, 16, 4));
+RECORD_LAYOUT_32(bm_iface, 88, FIELD(link, 0, 8), FIELD(name, 8, 32), FIELD(prev_rx, 40, 8), FIELD(prev_tx, 48, 8),
+                 FIELD(rx_rate, 56, 8), FIELD(tx_rate, 64, 8), FIELD(flags, 72, 2), FIELD(history, 76, 8),
+                 FIELD(history_count, 84, 2));
+RECORD_LAYOUT_32(bm_sample, 24, FIELD(link, 0, 8), FIELD(rx_rate, 8, 8), FIELD(tx_rate, 16, 8));
 
 using namespace network;
 

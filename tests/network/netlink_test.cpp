@@ -15,10 +15,11 @@
 #include <vector>
 
 #include "netlink.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-static_assert(sizeof(v6_ifaddr) == 20 && offsetof(v6_ifaddr, addr) == 0 && offsetof(v6_ifaddr, info) == 16);
+RECORD_LAYOUT(v6_ifaddr, 20, FIELD(addr, 0, 16), FIELD(info, 16, 4));
 
 namespace {
 

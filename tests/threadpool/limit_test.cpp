@@ -7,11 +7,12 @@
 #include <vector>
 
 #include "faults.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
-static_assert(offsetof(ThreadLimit, lock) == 0 && offsetof(ThreadLimit, current) == sizeof(pthread_mutex_t));
-static_assert(offsetof(ThreadLimit, maximum) == sizeof(pthread_mutex_t) + 4 && sizeof(ThreadLimit::maximum) == 4);
+RECORD_LAYOUT(ThreadLimit, sizeof(pthread_mutex_t) + 8, FIELD(lock, 0, sizeof(pthread_mutex_t)),
+              FIELD(current, sizeof(pthread_mutex_t), 4), FIELD(maximum, sizeof(pthread_mutex_t) + 4, 4));
 
 TEST(ThreadLimit, IsRaisedToItsMaximumAndLoweredToNothing) {
   ThreadLimit *limit = threadlimit_init(3);

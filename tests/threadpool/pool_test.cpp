@@ -11,20 +11,21 @@
 #include <thread>
 
 #include "support/child_process.h"
+#include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "tasks.h"
 #include "torvane.h"
 
-static_assert(offsetof(ThreadPoolTask, argument) == sizeof(void *) && sizeof(ThreadPoolTask) == 2 * sizeof(void *));
-static_assert(offsetof(ThreadPool, lock) == 0 && offsetof(ThreadPool, notify) == sizeof(pthread_mutex_t));
-static_assert(offsetof(ThreadPool, queue) == offsetof(ThreadPool, threads) + sizeof(void *));
-static_assert(offsetof(ThreadPool, threadCount) == offsetof(ThreadPool, queue) + sizeof(void *));
-static_assert(offsetof(ThreadPool, queueSize) == offsetof(ThreadPool, threadCount) + 4);
-static_assert(offsetof(ThreadPool, head) == offsetof(ThreadPool, threadCount) + 8);
-static_assert(offsetof(ThreadPool, tail) == offsetof(ThreadPool, threadCount) + 12);
-static_assert(offsetof(ThreadPool, count) == offsetof(ThreadPool, threadCount) + 16);
-static_assert(offsetof(ThreadPool, shutdown) == offsetof(ThreadPool, threadCount) + 20);
-static_assert(offsetof(ThreadPool, started) == offsetof(ThreadPool, threadCount) + 24);
+constexpr size_t word = sizeof(void *);
+constexpr size_t lists_at = sizeof(pthread_mutex_t) + sizeof(pthread_cond_t);
+constexpr size_t counts_at = lists_at + 2 * word;
+
+RECORD_LAYOUT(ThreadPoolTask, 2 * word, FIELD(function, 0, word), FIELD(argument, word, word));
+RECORD_FIELDS(ThreadPool, FIELD(lock, 0, sizeof(pthread_mutex_t)),
+              FIELD(notify, sizeof(pthread_mutex_t), sizeof(pthread_cond_t)), FIELD(threads, lists_at, word),
+              FIELD(queue, lists_at + word, word), FIELD(threadCount, counts_at, 4), FIELD(queueSize, counts_at + 4, 4),
+              FIELD(head, counts_at + 8, 4), FIELD(tail, counts_at + 12, 4), FIELD(count, counts_at + 16, 4),
+              FIELD(shutdown, counts_at + 20, 4), FIELD(started, counts_at + 24, 4));
 
 using sandbox::in_child;
 using namespace tasks;

@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "controls.h"
+#include "support/record_layout.h"
 
 using controls::fired;
 using controls::scenario;
@@ -14,11 +15,13 @@ using controls::timer;
 using controls::told;
 using controls::wake_up;
 
-static_assert(offsetof(TimerNode, node) == 0 && offsetof(TimerNode, callback) == 2 * sizeof(void *));
-static_assert(offsetof(TimerNode, arg1) == 3 * sizeof(void *) && sizeof(TimerNode::arg1) == 4);
-static_assert(offsetof(TimerNode, arg2) == 3 * sizeof(void *) + 4 && sizeof(TimerNode::arg2) == 4);
-static_assert(offsetof(TimerNode, expire) == 3 * sizeof(void *) + 8 && sizeof(TimerNode::expire) == 4);
-static_assert(offsetof(TimerThreadConfig, semid) == 0 && offsetof(TimerThreadConfig, thread) == sizeof(pthread_t));
+constexpr size_t word = sizeof(void *);
+
+RECORD_FIELDS(TimerNode, FIELD(node, 0, 2 * word), FIELD(callback, 2 * word, word), FIELD(arg1, 3 * word, 4),
+              FIELD(arg2, 3 * word + 4, 4), FIELD(expire, 3 * word + 8, 4));
+RECORD_LAYOUT_32(TimerNode, 24, FIELD(expire, 20, 4));
+RECORD_LAYOUT(TimerThreadConfig, 2 * sizeof(pthread_t), FIELD(semid, 0, 4),
+              FIELD(thread, sizeof(pthread_t), sizeof(pthread_t)));
 
 namespace {
 
