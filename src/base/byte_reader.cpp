@@ -29,12 +29,4 @@ void ByteReader::copy(void *out, size_t count) {
     memcpy(out, bytes_.data() + from, count);
 }
 
-ByteReader ByteReader::part(size_t count) {
-  const size_t from = at_;
-  skip(count);
-  ByteReader part(failed_ ? std::span<const uint8_t>() : bytes_.subspan(from, count));
-  part.failed_ = failed_;
-  return part;
-}
-
 } // namespace torvane

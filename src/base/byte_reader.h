@@ -53,7 +53,13 @@ class ByteReader {
     return out;
   }
   // Returns a reader of the next `count` bytes; this one goes on behind them. Both fail when there are not as many.
-  ByteReader part(size_t count);
+  ByteReader part(size_t count) {
+    const size_t from = at_;
+    skip(count);
+    ByteReader part(failed_ ? std::span<const uint8_t>() : bytes_.subspan(from, count));
+    part.failed_ = failed_;
+    return part;
+  }
 
  private:
   std::span<const uint8_t> bytes_;

@@ -14,10 +14,6 @@ bool take_semaphore(int id, const char *module, int line, const char *func) {
   return true;
 }
 
-bool give_semaphore(int id, const char *module, int line, const char *func) {
-  return upup(id, module, line, func, 0) == 0;
-}
-
 int take_lock(int id, const char *module, int line, const char *func) {
   const int cancellability = hold_cancellation();
   take_semaphore(id, module, line, func);

@@ -3,6 +3,8 @@
 // the end of a scope: threads that take it may be cancelled at any instruction, and no destructor would run there.
 #pragma once
 
+#include "torvane/ipc.h"
+
 namespace torvane {
 
 // Takes a semaphore. Returns whether it was taken. A signal that interrupts the wait is traced and the wait begun
@@ -11,7 +13,9 @@ namespace torvane {
 bool take_semaphore(int id, const char *module, int line, const char *func);
 
 // Gives a semaphore back. Returns whether that worked; a failure is traced.
-bool give_semaphore(int id, const char *module, int line, const char *func);
+inline bool give_semaphore(int id, const char *module, int line, const char *func) {
+  return upup(id, module, line, func, 0) == 0;
+}
 
 // Takes the lock with cancellation held off. The work under the lock goes on even when the semaphore is gone. Returns
 // the state of cancellation before, for give_lock.

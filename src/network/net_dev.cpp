@@ -4,15 +4,12 @@
 
 namespace torvane {
 
-NetDev::NetDev() : file_(fopen("/proc/net/dev", "re")) {
-  constexpr int headings = 2;
-  for (int i = 0; file_ && i < headings; i++)
-    if (!fgets(buffer_, sizeof(buffer_), file_.get()))
-      break;
-}
-
 void NetDev::read_line() {
   while (fgets(buffer_, sizeof(buffer_), file_.get())) {
+    if (headings_left_ > 0) {
+      headings_left_--;
+      continue;
+    }
     char *const name = buffer_ + strspn(buffer_, " \t\n\v\f\r");
     if (char *const colon = strchr(name, ':')) {
       line_ = {buffer_, name, colon};

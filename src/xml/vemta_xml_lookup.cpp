@@ -7,7 +7,6 @@
 #include "base/trace.h"
 #include "torvane/text.h"
 #include "torvane/xml_lookup.h"
-#include "xml/xml.h"
 
 using namespace torvane;
 
@@ -71,11 +70,13 @@ int _get_element_value(const char *text, char *dest, int size, const char *name)
 int get_element_value(const char *text, char *dest, int size, const char *path) {
   if (!text || !dest || !path)
     return 0;
-  const HeapBlock<char> components(duplicate(path));
+  const size_t path_size = strlen(path) + 1;
+  const HeapBlock<char> components(allocate_zeroed<char>(path_size));
   if (!components) {
     TRACE("cannot alloc memory, return error\n");
     return 0;
   }
+  memcpy(components.get(), path, path_size);
 
   HeapBlock<char> outer(nullptr); // content of the element found last, in which the next one is looked for
   for (char *component = components.get();;) {

@@ -3,19 +3,14 @@
 
 #include "base/owners.h"
 #include "torvane/xml.h"
-#include "xml/xml.h"
 
 using namespace torvane;
 
 namespace {
 
-// Adds a new element. Returns null, with nothing left over, when there is no memory.
+// Adds a new element. Returns null when there is no memory for it or was none for its parent.
 xml_node *add_element(xml_node *parent, const char *name) {
-  xml_node *const node = xmlNewNode(name);
-  if (xmlAddChild(parent, node))
-    return node;
-  free_chain(node);
-  return nullptr;
+  return parent ? xmlAddChild(parent, xmlNewNode(name)) : nullptr;
 }
 
 void add_text(xml_node *node, const char *content) {

@@ -11,6 +11,15 @@ using namespace torvane;
 
 namespace {
 
+// Returns a copy of the text in a block of its own, or null without memory.
+char *duplicate(const char *text) {
+  const size_t size = strlen(text) + 1;
+  char *copy = static_cast<char *>(malloc(size));
+  if (copy)
+    memcpy(copy, text, size);
+  return copy;
+}
+
 void free_attr(xml_attr *attr) {
   freeString(attr->name);
   freeString(attr->value);
@@ -24,18 +33,7 @@ void free_text(xml_text *text) {
   free(text);
 }
 
-} // namespace
-
-namespace torvane {
-
-char *duplicate(const char *text) {
-  const size_t size = strlen(text) + 1;
-  char *copy = static_cast<char *>(malloc(size));
-  if (copy)
-    memcpy(copy, text, size);
-  return copy;
-}
-
+// Frees an element, the elements after it and everything below them.
 void free_chain(xml_node *node) {
   while (node) {
     xml_node *const next = node->next;
@@ -52,7 +50,7 @@ void free_chain(xml_node *node) {
   }
 }
 
-} // namespace torvane
+} // namespace
 
 extern "C" {
 

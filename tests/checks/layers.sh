@@ -35,7 +35,7 @@ is_meant() {
   case "$1 $2" in
     "src/base/records.h list" | "src/base/map_table.h map") ;; # their records are what base walks and ends
     "src/base/trace.h trace" | "src/base/trace.cpp trace") ;;   # base writes the header that programs write too
-    "src/base/lock.cpp ipc") ;;                                 # base takes the semaphore that programs take too
+    "src/base/lock.h ipc" | "src/base/lock.cpp ipc") ;;         # base takes the semaphore that programs take too
     "src/ipc/quorra_ipc.cpp trace") ;;                          # its traces show the thread
     "src/qos/quorra_qos_script.cpp rules") ;;                   # a start script ends with the rules
     *) return 1 ;;
