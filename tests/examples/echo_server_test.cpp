@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -19,13 +20,30 @@ namespace {
 
 constexpr uint16_t port = 7007;
 
-int connect_client() {
+int new_client() {
+  return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+}
+
+void connect_to_server(int fd) {
   sockaddr_in at = {};
   at.sin_family = AF_INET;
   at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   at.sin_port = htons(port);
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr *>(&at), sizeof(at)));
+}
+
+int connect_client() {
+  const int fd = new_client();
+  connect_to_server(fd);
+  return fd;
+}
+
+// A client that is soon full: it has room for a few segments, and segments have the size that they have on a wire.
+int connect_narrow_client() {
+  const int fd = new_client(), room = 4096, segment = 1460;
+  EXPECT_EQ(0, setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, sizeof(room)));
+  EXPECT_EQ(0, setsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof(segment)));
+  connect_to_server(fd);
   return fd;
 }
 
@@ -137,13 +155,13 @@ TEST_F(EchoServer, OutlivesClientsThatVanish) {
 }
 
 TEST_F(EchoServer, DropsAClientThatReadsNothingAndServesTheOthers) {
-  const int deaf = connect_client(), client = connect_client();
+  const int deaf = connect_narrow_client(), client = connect_client();
   const pid_t talker = fork();
   if (talker == 0) {
-    const std::string bytes(65536, 'x');
-    while (send(deaf, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
-    }
-    _exit(0);
+    // This is several times what fills both buffers. A flood without end would keep a small router's kernel busy with the
+    // server's full queue, and leave the server no time to give up.
+    const std::string bytes(size_t{512} * 1024, 'x');
+    _exit(send(deaf, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0 ? 0 : 1);
   }
   EXPECT_TRUE(await_line(": does not take what it is sent, dropped\n"));
   say(client, "me too");
