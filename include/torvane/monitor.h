@@ -18,9 +18,10 @@
  *
  * Semaphore: it guards the monitor, every record and every history. The functions here take it themselves. Take it with
  * downdown(head->semid, ...) (torvane/ipc.h) to change `period`, `history` or `exit`, or to read a record or a history.
- * The thread holds it for a whole pass and never while it sleeps. If a signal interrupts a wait for it, downdown
- * reports that and the wait begins again. When the semaphore is gone, a function does nothing and returns 0, and the
- * thread makes no passes; the exit bit ends the thread even then.
+ * The thread holds it for a whole pass and never while it sleeps; a thread that is cancelled ends in its sleep. If a
+ * signal interrupts a wait for it, downdown traces the first interruption and the wait begins again. When the semaphore
+ * is gone, a function does nothing and returns 0, and the thread makes no passes; the exit bit ends the thread even
+ * then.
  *
  * Signals: a signal that is handled on the thread cuts its sleep short, and the rates of that pass are still divided by
  * the whole period. The thread inherits the signal mask of the thread that calls bm_start, so block signals around that

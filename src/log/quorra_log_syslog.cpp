@@ -47,12 +47,12 @@ int __syslogprintf(int semid, const char *ident, const char *file, int line, con
 
   trace_event(file, line, func, "%s", message);
   // The system logger's socket may block, and a thread that is cancelled there must not end with the semaphore taken.
-  const int cancellability = TAKE_LOCK(semid);
+  const Lock lock = TAKE_LOCK(semid);
   openlog(ident, LOG_PID, LOG_USER);
   if (type >= 0 && type < type_count)
     syslog(priorities[type], "[%s]%s\n", TxtMapById(log_types, static_cast<uint32_t>(type)), message);
   closelog();
-  return GIVE_LOCK(semid, cancellability) ? 0 : 1;
+  return GIVE_LOCK(lock) ? 0 : 1;
 }
 
 int syslogType(const char *text) {

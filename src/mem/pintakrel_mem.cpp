@@ -27,6 +27,7 @@ XmemRecord records[256]; // a record is free while its ptr is null; without a po
 // the pool itself whole; the semaphore is taken inside it.
 pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
 int cancellability; // the state of the thread that has the table's lock, before it took it
+Lock semaphore;     // as that thread took it
 
 void lock_table() {
   const int before = hold_cancellation();
@@ -47,12 +48,12 @@ bool enter(const char *func) {
     unlock_table();
     return false;
   }
-  TAKE_LOCK_AS(func, pool->semid); // the table's lock holds cancellation off before it and after it
+  semaphore = TAKE_LOCK_AS(func, pool->semid); // the table's lock holds cancellation off before it and after it
   return true;
 }
 
 void leave(const char *func) {
-  GIVE_LOCK_AS(func, pool->semid, PTHREAD_CANCEL_DISABLE);
+  GIVE_LOCK_AS(func, semaphore);
   unlock_table();
 }
 

@@ -128,27 +128,30 @@ int add_bm_by_iface(const char *name, bm_head *head) {
   set_text(iface->name, name);
   list_make_empty(&iface->history);
 
-  if (!TAKE_SEMAPHORE(head->semid))
+  Lock lock;
+  if (!TAKE_LOCK_OR_NOTHING(&lock, head->semid))
     return 0;
   list_add_tail(&iface.release()->link, &head->link);
   head->count++; // this is meant: it counts what was added, and is never lowered
-  GIVE_SEMAPHORE(head->semid);
+  GIVE_LOCK(lock);
   return 1;
 }
 
 int del_bm_by_iface(const char *name, bm_head *head) {
-  if (!name || !head || !TAKE_SEMAPHORE(head->semid))
+  Lock lock;
+  if (!name || !head || !TAKE_LOCK_OR_NOTHING(&lock, head->semid))
     return 0;
   bm_iface *iface = find(name, head);
   const bool listed = iface != nullptr;
   if (listed)
     release(iface);
-  GIVE_SEMAPHORE(head->semid);
+  GIVE_LOCK(lock);
   return listed;
 }
 
 int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
-  if (!name || !head || !out || !TAKE_SEMAPHORE(head->semid))
+  Lock lock;
+  if (!name || !head || !out || !TAKE_LOCK_OR_NOTHING(&lock, head->semid))
     return 0;
   const bm_iface *iface = find(name, head);
   const bool known = iface && (iface->flags & sampled);
@@ -156,42 +159,44 @@ int query_bm_by_iface(const char *name, bm_head *head, bm_sample *out) {
     out->rx_rate = iface->rx_rate;
     out->tx_rate = iface->tx_rate;
   }
-  GIVE_SEMAPHORE(head->semid);
+  GIVE_LOCK(lock);
   return known;
 }
 
 // When the semaphore is gone the thread makes no pass: it touches nothing that the semaphore guards, and gives nothing
 // back that it has not taken. It still looks at the exit bit, so that such a monitor can be ended; then nobody else can
-// have the list, and the thread frees it all the same.
+// have the list, and the thread frees it all the same. A thread that is cancelled ends while it sleeps, without the
+// semaphore.
 void *bmThread(void *head) {
   bm_head *const monitor = static_cast<bm_head *>(head);
   if (!monitor)
     return nullptr;
   TRACE_THREAD_START();
 
-  bool held = TAKE_SEMAPHORE(monitor->semid);
+  Lock lock;
+  bool held = TAKE_LOCK_OR_NOTHING(&lock, monitor->semid);
   unsigned period = period_of(monitor);
   while (!(__atomic_load_n(&monitor->exit, __ATOMIC_RELAXED) & exit_asked)) {
     if (held) {
       sample_interfaces(monitor, period);
       period = period_of(monitor);
-      GIVE_SEMAPHORE(monitor->semid);
+      GIVE_LOCK(lock);
     }
     sleep(period);
-    held = TAKE_SEMAPHORE(monitor->semid);
+    held = TAKE_LOCK_OR_NOTHING(&lock, monitor->semid);
   }
   if (held)
-    GIVE_SEMAPHORE(monitor->semid);
+    GIVE_LOCK(lock);
   TRACE("bmThread Exit\n");
 
-  held = TAKE_SEMAPHORE(monitor->semid);
+  held = TAKE_LOCK_OR_NOTHING(&lock, monitor->semid);
   for (bm_iface &iface : Interfaces(&monitor->link)) {
     list_del(&iface.link);
     free(&iface); // its history stays allocated: this is meant, callers may still read it
   }
   // A caller that finds the list empty under the semaphore may free the monitor, so this is the last use of it.
   if (held)
-    GIVE_SEMAPHORE(monitor->semid);
+    GIVE_LOCK(lock);
   return nullptr;
 }
 

@@ -75,7 +75,7 @@ void drop_notification() {
 uint32_t look_at_timers(bool is_timer_thread, bool notified) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
-  const int cancellability = TAKE_LOCK_AS(func, configuration.semid);
+  const Lock lock = TAKE_LOCK_AS(func, configuration.semid);
   if (notified)
     drop_notification();
   const bool ended = is_timer_thread && signal_pair[1] == -1;
@@ -92,7 +92,7 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
       pending = true;
     }
   }
-  GIVE_LOCK_AS(func, configuration.semid, cancellability);
+  GIVE_LOCK_AS(func, lock);
   // This is meant: a timer at second 0 does not shorten the sleep, and past the wrap of the clock the sleep is a second
   // shorter.
   if (earliest == 0)
@@ -132,7 +132,7 @@ int createTimerThread(const TimerThreadConfig *config) {
 int destoryTimerThread(void) {
   if (!__atomic_load_n(&running, __ATOMIC_ACQUIRE))
     return 0;
-  const int cancellability = TAKE_LOCK(configuration.semid);
+  const Lock lock = TAKE_LOCK(configuration.semid);
   if (__atomic_exchange_n(&thread_state, thread_is_to_end, __ATOMIC_ACQ_REL) == thread_waits)
     pthread_cancel(configuration.thread);
   retire_all(&timerList);
@@ -142,26 +142,26 @@ int destoryTimerThread(void) {
     close(signal_pair[1]);
     signal_pair[1] = -1;
   }
-  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
+  return GIVE_LOCK(lock) ? 0 : 1;
 }
 
 int addTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancellability = TAKE_LOCK(configuration.semid);
+  const Lock lock = TAKE_LOCK(configuration.semid);
   list_add_tail(&timer->node, &timerList);
   sendNotifyToTimerThread(timer_added);
-  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
+  return GIVE_LOCK(lock) ? 0 : 1;
 }
 
 int delTimer(TimerNode *timer) {
   if (!timer)
     return 1;
-  const int cancellability = TAKE_LOCK(configuration.semid);
+  const Lock lock = TAKE_LOCK(configuration.semid);
   // This is meant: only this function empties the node. After __delTimer alone it names its old neighbours.
   __delTimer(timer);
   list_make_empty(&timer->node);
-  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
+  return GIVE_LOCK(lock) ? 0 : 1;
 }
 
 void __delTimer(TimerNode *timer) {
@@ -174,9 +174,9 @@ void __delTimer(TimerNode *timer) {
 int modTimer(TimerNode *timer, uint32_t expire) {
   if (!timer)
     return 1;
-  const int cancellability = TAKE_LOCK(configuration.semid);
+  const Lock lock = TAKE_LOCK(configuration.semid);
   __modTimer(timer, expire);
-  return GIVE_LOCK(configuration.semid, cancellability) ? 0 : 1;
+  return GIVE_LOCK(lock) ? 0 : 1;
 }
 
 void __modTimer(TimerNode *timer, uint32_t expire) {
@@ -262,16 +262,16 @@ void launchProcessTimerListThread(void) {
 
 void *processTimerListThread(void *) {
   for (;;) {
-    TAKE_SEMAPHORE(configuration.semid);
+    const Lock lock = TAKE_LOCK(configuration.semid);
     if (list_empty(&expiredList)) {
-      GIVE_SEMAPHORE(configuration.semid);
+      GIVE_LOCK(lock);
       return nullptr;
     }
     TimerNode *timer = record_of<TimerNode>(expiredList.next, offsetof(TimerNode, node));
     list_move(&timer->node, &retiredList);
     // Once the semaphore is given back the owner may take the timer out and free it.
     const TimerNode due = *timer;
-    GIVE_SEMAPHORE(configuration.semid);
+    GIVE_LOCK(lock);
     if (due.callback)
       due.callback(due.arg1, due.arg2);
   }

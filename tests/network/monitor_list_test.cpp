@@ -11,6 +11,7 @@
 
 #include "interposed.h"
 #include "monitor.h"
+#include "support/contended_semaphore.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
@@ -170,6 +171,26 @@ TEST_F(Monitor, InterruptedWaitsForTheSemaphoreChangeNothing) {
   EXPECT_EQ(std::vector<std::string>{"eth0"}, names_of(&head));
   interruptions = 2;
   EXPECT_EQ(1, del_bm_by_iface("eth0", &head));
+  EXPECT_EQ(1, semaphore());
+  // Each of the three waits is reported once.
+  std::string expected;
+  for (int i = 0; i < 3; i++)
+    expected += "sem down: Interrupted system call\n";
+  EXPECT_EQ(expected, reasons.text());
+}
+
+TEST_F(Monitor, WhatTheKernelRefusesIsNotGivenBack) {
+  sandbox::Captured reasons(STDERR_FILENO);
+  add_bm_by_iface("eth0", &head);
+  const interposed::StandIn hook(interposed::semop_call, sandbox::refusing_semop);
+  EXPECT_EQ(0, add_bm_by_iface("eth1", &head));
+  EXPECT_EQ(0, del_bm_by_iface("eth0", &head));
+  EXPECT_EQ(1, semaphore());
+}
+
+TEST_F(Monitor, AChildForkedWhileAThreadWaitsCanUseIt) {
+  EXPECT_TRUE(sandbox::works_in_a_child_of_waiting_threads(
+      head.semid, [&] { return del_bm_by_iface("eth0", &head) == 0; })); // nobody has added it
   EXPECT_EQ(1, semaphore());
 }
 

@@ -220,3 +220,19 @@ TEST_F(Pass, HoldsTheSemaphoreFromTheFirstInterfaceToTheLast) {
   sem_delete(head.semid);
   close(out);
 }
+
+// The counters' file is a place where a thread can be cancelled.
+TEST_F(Monitor, CancelledInItsPassItGivesTheSemaphoreBack) {
+  add_bm_by_iface("eth0", &head);
+  const interposed::StandIn hook(interposed::fopen_call, [](const char *path, const char *mode) {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+    return interposed::fopen_call.real(path, mode);
+  });
+  pthread_t cancelled;
+  ASSERT_EQ(0, pthread_create(&cancelled, nullptr, bmThread, &head));
+  void *result = nullptr;
+  EXPECT_EQ(0, pthread_join(cancelled, &result));
+  EXPECT_EQ(PTHREAD_CANCELED, result);
+  EXPECT_EQ(1, semaphore());
+}
