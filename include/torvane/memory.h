@@ -17,8 +17,13 @@
  * Threads and processes: any thread may call the functions at any time, except xprint. While they work, xmalloc,
  * xcalloc, xrealloc and xfree hold the pool's semaphore. Other processes that use the same key wait meanwhile; a key of
  * one's own spares them that. If the semaphore cannot be taken or given back, downdown or upup (torvane/ipc.h) traces
- * that in the name of "pintakrel_mem", and the work is done all the same. Nothing else is traced. A child of fork(2)
- * shares the semaphore, and its xfree of the last block deletes it for the parent too.
+ * that in the name of "pintakrel_mem", and the work is done all the same; what the kernel refused to take is not given
+ * back. If a signal interrupts a wait, downdown traces the first interruption and the wait begins again. A thread that
+ * waits while another one ends the pool hears from downdown that the semaphore is gone, and finds no pool. Nothing else
+ * is traced.
+ *
+ * fork: a child of fork(2) has a copy of the table, which is whole at any time, and shares the semaphore. Its xfree of
+ * the last block deletes the semaphore for the parent too.
  *
  * Time: a search of the table takes at most 256 steps.
  */
@@ -62,7 +67,7 @@ extern int G_nTraceGroupVEMTA_MEM;
  *         memory runs out
  *         the semaphore cannot be had; sem_create traces why. There is a pool then, and it hands out blocks, but every
  *         taking of its semaphore is reported as failed until another xmem_init succeeds
- *         there is a pool with a semaphore already; nothing is changed
+ *         there is a pool with a semaphore already, or another thread is just making it; nothing is changed
  *
  * Safe from any thread.
  */

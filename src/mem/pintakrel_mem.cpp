@@ -22,39 +22,91 @@ constexpr int no_semaphore = -1;
 
 XmemPool *pool;
 XmemRecord records[256]; // a record is free while its ptr is null; without a pool all are free
+bool being_made;         // a thread is making a pool with its semaphore
 
 // The semaphore ends with the pool, and may be gone before. So a lock of its own keeps the table of this process and
-// the pool itself whole; the semaphore is taken inside it.
+// the pool itself whole. It is taken behind the semaphore and only for the work on the table: whoever waits for the
+// semaphore must not hold it, because a child that is forked meanwhile would never get it.
 pthread_mutex_t table_lock = PTHREAD_MUTEX_INITIALIZER;
-int cancellability; // the state of the thread that has the table's lock, before it took it
-Lock semaphore;     // as that thread took it
 
 void lock_table() {
-  const int before = hold_cancellation();
   pthread_mutex_lock(&table_lock);
-  cancellability = before;
 }
 
 void unlock_table() {
-  const int before = cancellability;
   pthread_mutex_unlock(&table_lock);
-  restore_cancellation(before);
 }
 
-// Takes the table and the library's lock. Returns false, with nothing taken, when there is no pool.
-bool enter(const char *func) {
-  lock_table();
-  if (!pool) {
-    unlock_table();
-    return false;
-  }
-  semaphore = TAKE_LOCK_AS(func, pool->semid); // the table's lock holds cancellation off before it and after it
-  return true;
-}
-
-void leave(const char *func) {
-  GIVE_LOCK_AS(func, semaphore);
+// A child of fork must not inherit the table in the middle of a change, or a pool that no thread of its own goes on
+// making. So the thread that forks holds the table meanwhile.
+void free_table_in_child() {
+  being_made = false;
   unlock_table();
+}
+
+pthread_once_t fork_handlers = PTHREAD_ONCE_INIT;
+int fork_handlers_result;
+
+void install_fork_handlers() {
+  fork_handlers_result = pthread_atfork(lock_table, unlock_table, free_table_in_child);
+}
+
+// Tells whether there is a pool, and its semaphore.
+bool find_pool(int *semid) {
+  const int cancellability = hold_cancellation();
+  lock_table();
+  const bool found = pool != nullptr;
+  if (found)
+    *semid = pool->semid;
+  unlock_table();
+  restore_cancellation(cancellability);
+  return found;
+}
+
+// Takes the library's lock and the table. Returns false, with nothing taken, when there is no pool, or when it ends
+// before its semaphore is taken.
+bool enter(Lock *lock, const char *func) {
+  int semid;
+  while (find_pool(&semid)) {
+    *lock = TAKE_LOCK_AS(func, semid);
+    lock_table();
+    if (pool && pool->semid == semid)
+      return true;
+    // The pool has ended meanwhile, and its semaphore with it. There may be a new one.
+    unlock_table();
+    give_lock_silently(*lock);
+  }
+  return false;
+}
+
+void leave(const Lock &lock, const char *func) {
+  unlock_table();
+  GIVE_LOCK_AS(func, lock);
+}
+
+// Begins to make a pool, or the semaphore of one that could not get it before. A pool that works is left alone.
+bool begin_making() {
+  lock_table();
+  const bool begun = !being_made && (!pool || pool->semid == no_semaphore);
+  if (begun)
+    being_made = true;
+  unlock_table();
+  return begun;
+}
+
+// Gives the semaphore to the pool that is there, or else to `made`. Frees `made` if it is not needed.
+void end_making(XmemPool *made, int semid) {
+  lock_table();
+  if (!pool && made) {
+    list_make_empty(&made->blocks);
+    pool = made;
+    made = nullptr;
+  }
+  if (pool)
+    pool->semid = semid;
+  being_made = false;
+  unlock_table();
+  free(made);
 }
 
 using Blocks = Records<XmemRecord, offsetof(XmemRecord, node)>;
@@ -84,7 +136,8 @@ void forget(XmemRecord &record) {
 }
 
 void *allocate(uint32_t count, uint32_t size, uint32_t flag, const char *func) {
-  if (size == 0 || count == 0 || !enter(func))
+  Lock lock;
+  if (size == 0 || count == 0 || !enter(&lock, func))
     return nullptr;
   void *block = nullptr;
   if (XmemRecord *record = free_record()) {
@@ -95,7 +148,7 @@ void *allocate(uint32_t count, uint32_t size, uint32_t flag, const char *func) {
       list_add(&record->node, &pool->blocks, pool->blocks.next);
     }
   }
-  leave(func);
+  leave(lock, func);
   return block;
 }
 
@@ -126,23 +179,18 @@ extern "C" {
 int G_nTraceGroupVEMTA_MEM = 3;
 
 int xmem_init(int semkey) {
+  pthread_once(&fork_handlers, install_fork_handlers);
+  const int cancellability = hold_cancellation();
   int result = -1;
-  lock_table();
-  if (!pool) {
-    pool = static_cast<XmemPool *>(malloc(sizeof(XmemPool)));
-    if (pool) {
-      pool->semid = no_semaphore;
-      list_make_empty(&pool->blocks);
-    }
+  if (fork_handlers_result == 0 && begin_making()) {
+    // Making the semaphore may be traced, and the console may block. Nothing is locked meanwhile.
+    auto *made = static_cast<XmemPool *>(malloc(sizeof(XmemPool)));
+    int semid = no_semaphore;
+    if (made)
+      result = sem_create(semkey, &semid) == 0 ? 0 : -1;
+    end_making(made, result == 0 ? semid : no_semaphore);
   }
-  // A pool that works is left alone. A pool that could not get its semaphore before gets it now.
-  if (pool && pool->semid == no_semaphore) {
-    if (sem_create(semkey, &pool->semid) == 0)
-      result = 0;
-    else
-      pool->semid = no_semaphore;
-  }
-  unlock_table();
+  restore_cancellation(cancellability);
   return result;
 }
 
@@ -155,7 +203,8 @@ void *xcalloc(uint32_t count, uint32_t size, uint32_t flag) {
 }
 
 void *xrealloc(void *block, uint32_t size, uint32_t flag) {
-  if (size == 0 || !block || !enter(__func__))
+  Lock lock;
+  if (size == 0 || !block || !enter(&lock, __func__))
     return nullptr;
   void *renewed = nullptr;
   for (XmemRecord &record : live_blocks()) {
@@ -171,12 +220,13 @@ void *xrealloc(void *block, uint32_t size, uint32_t flag) {
       forget(record);
     break;
   }
-  leave(__func__);
+  leave(lock, __func__);
   return renewed;
 }
 
 void xfree(void *block) { // cppcheck-suppress constParameter ; the block is freed
-  if (!enter(__func__))
+  Lock lock;
+  if (!enter(&lock, __func__))
     return;
   for (XmemRecord &record : live_blocks()) {
     // This is meant: a null pointer frees every block.
@@ -188,14 +238,16 @@ void xfree(void *block) { // cppcheck-suppress constParameter ; the block is fre
       break;
   }
   if (!list_empty(&pool->blocks)) {
-    leave(__func__);
+    leave(lock, __func__);
     return;
   }
-  // This is meant: a pool without blocks ends here, even when the block that was to be freed is not tracked.
+  // This is meant: a pool without blocks ends here, even when the block that was to be freed is not tracked. Its
+  // semaphore is deleted and not given back.
   sem_delete(pool->semid);
   free(pool);
   pool = nullptr;
   unlock_table();
+  restore_cancellation(lock.cancellability);
 }
 
 void xprint(void) {

@@ -1,7 +1,5 @@
 // The semaphore of tracked memory, and threads that share a pool.
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <signal.h>
 #include <string.h>
 #include <sys/sem.h>
 #include <unistd.h>
@@ -11,6 +9,9 @@
 #include <thread>
 
 #include "mem/tracked_memory.h"
+#include "support/child_process.h"
+#include "support/contended_semaphore.h"
+#include "support/interposed.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -23,6 +24,8 @@ using memory::printed;
 using memory::semaphore;
 using memory::table_size;
 using memory::TrackedMemory;
+
+INTERPOSE(semop, 3, sandbox::ordered_semop);
 
 TEST_F(TrackedMemory, TakesNoSemaphoreForWhatIsRefusedAnyway) {
   void *const block = xmalloc(10, 1);
@@ -107,26 +110,63 @@ TEST_F(TrackedMemory, WaitsForAnotherProcessThatHoldsTheSemaphore) {
   expect_free();
 }
 
-TEST_F(TrackedMemory, AnInterruptedWaitIsReportedAndBegunAgain) {
-  struct sigaction interrupt = {}, usual;
-  interrupt.sa_handler = [](int) {};
-  ASSERT_EQ(0, sigaction(SIGUSR1, &interrupt, &usual));
-  const int id = semaphore();
-  ASSERT_EQ(0, downdown(id, "test", 1, "test", 0));
+TEST_F(TrackedMemory, AnInterruptedWaitIsReportedOnceAndBegunAgain) {
+  const interposed::StandIn hook(interposed::semop_call, sandbox::counting_semop);
   sandbox::Captured errors(STDERR_FILENO);
   void *block = nullptr;
-  std::thread other([&] { block = xmalloc(8, 0); });
-  while (semctl(id, 0, GETNCNT) == 0)
-    usleep(500);
-  pthread_kill(other.native_handle(), SIGUSR1);
-  while (errors.text() != "sem down: Interrupted system call\n")
-    usleep(500);
-  EXPECT_EQ(0, upup(id, "test", 1, "test", 0));
-  other.join();
+  sandbox::interrupt_waiting(semaphore(), 4, [&] { block = xmalloc(8, 0); });
   EXPECT_NE(nullptr, block);
+  EXPECT_EQ("sem down: Interrupted system call\n", errors.text());
   EXPECT_EQ(1u, sandbox::console().size());
   EXPECT_EQ(1, counter());
-  sigaction(SIGUSR1, &usual, nullptr);
+}
+
+// The semaphore stands, so giving back what was not taken would let two holders in from then on.
+TEST_F(TrackedMemory, WhatTheKernelRefusesIsNotGivenBack) {
+  void *const stays = xmalloc(1, 0);
+  ASSERT_NE(nullptr, stays);
+  const interposed::StandIn hook(interposed::semop_call, sandbox::refusing_semop);
+  sandbox::Captured errors(STDERR_FILENO);
+  void *block = xmalloc(8, 0);
+  EXPECT_NE(nullptr, block);
+  block = xrealloc(block, 9, 0);
+  EXPECT_NE(nullptr, block);
+  xfree(block);
+  EXPECT_EQ("sem down: Cannot allocate memory\nsem down: Cannot allocate memory\nsem down: Cannot allocate memory\n",
+            errors.text());
+  EXPECT_EQ(3u, sandbox::console().size());
+  EXPECT_EQ(1, counter());
+}
+
+TEST_F(TrackedMemory, AChildForkedWhileAThreadWaitsCanAllocate) {
+  EXPECT_TRUE(sandbox::works_in_a_child_of_waiting_threads(semaphore(), [] { return xmalloc(8, 0) != nullptr; }));
+  EXPECT_EQ(1u, live());
+  expect_free();
+}
+
+// Each child may be forked while the threads change the table.
+TEST_F(TrackedMemory, AChildForkedInTheMiddleOfWorkCanAllocate) {
+  ASSERT_NE(nullptr, xmalloc(1, 0)); // so that no xfree ends the pool
+  std::atomic<bool> stop = false;
+  const auto work = [&] {
+    while (!stop)
+      xfree(xcalloc(30, 30, 0));
+  };
+  std::thread one(work), two(work);
+  int children = 0;
+  for (int result = 0; children < 100 && result == 0; children++)
+    result = sandbox::in_child([] {
+      alarm(60);
+      void *const block = xmalloc(8, 0);
+      xfree(block);
+      return block ? 0 : 1;
+    });
+  EXPECT_EQ(100, children);
+  stop = true;
+  one.join();
+  two.join();
+  EXPECT_EQ(1u, live());
+  expect_free();
 }
 
 TEST_F(TrackedMemory, ThreadsShareTheTable) {
@@ -159,8 +199,9 @@ TEST_F(TrackedMemory, ThreadsShareTheTable) {
   expect_free();
 }
 
+// Each free may end the pool while the other thread is using it. Who waits for its semaphore then hears that it is gone.
 TEST_F(TrackedMemory, EndsAndBeginsBetweenThreads) {
-  // Each free may end the pool while the other thread is using it.
+  sandbox::Captured errors(STDERR_FILENO);
   const auto work = [] {
     for (int round = 0; round < 300; round++) {
       xmem_init(key);
@@ -173,5 +214,6 @@ TEST_F(TrackedMemory, EndsAndBeginsBetweenThreads) {
   std::thread one(work), two(work);
   one.join();
   two.join();
-  EXPECT_EQ("", sandbox::console_text());
+  for (const std::string &message : sandbox::console_messages())
+    EXPECT_NE(std::string::npos, message.find(" down fail\n")) << message;
 }
