@@ -30,8 +30,9 @@
  * free (1) at the start. addTimer, delTimer, modTimer and destoryTimerThread take it. __delTimer and __modTimer are for
  * callers that hold it already (downdown). Callbacks run without it and may call any of these. A thread that is
  * cancelled inside one of them goes on to its end first. If a down or up fails, downdown or upup traces it, and the
- * work is done all the same, without a lock. Runners take the semaphore once more after their last callback, also when
- * the service has been ended: delete it from another process when this one has ended.
+ * work is done all the same, without a lock; what the kernel refused to take is not given back. Runners take the
+ * semaphore once more after their last callback, also when the service has been ended, and the timer thread may be
+ * waiting for it then. If the semaphore is deleted meanwhile, downdown traces that once for each of them.
  *
  * fork: a child of fork(2) has the lists and the mark that the service runs, but no timer thread, and it can never
  * start one. Its notifications reach the parent's thread. Start the service after daemon(3).
@@ -44,7 +45,7 @@
  * Threads and signals: timer thread and runners are detached, have stacks of 1 MiB, and inherit the signal mask of the
  * thread that starts them, so block signals around createTimerThread. If a signal handler runs on the timer thread in
  * the last second of its sleep, the thread sleeps on until the next notification. If a signal interrupts a wait for the
- * semaphore, downdown reports that and the wait begins again. The SIGCHLD of a system(3) or __system in another thread
+ * semaphore, downdown traces the first interruption and the wait begins again. The SIGCHLD of a system(3) or __system in another thread
  * is such a signal too: the kernel gives it to any thread that does not block it, whether it is handled or not.
  */
 #ifndef TORVANE_TIMER_H
@@ -96,10 +97,11 @@ int createTimerThread(const TimerThreadConfig *config);
  *
  * Returns:
  *   0  done, also when the service never ran
- *   1  the semaphore could not be given back
+ *   1  the semaphore could not be taken or given back
  *
- * From then on no callback is started, except one that a runner has already taken; those that run go on. The timer
- * thread ends at once or, if it is in the middle of its lists, as soon as the semaphore is free.
+ * From then on no runner and no callback is started, except a callback that a runner has already taken; those that run
+ * go on. Nothing is traced any more by the service's threads. The timer thread ends at once or, if it waits for the
+ * semaphore, as soon as it has it or the semaphore is gone, which downdown traces once.
  *
  * Timers may still be deleted. Those added or modified afterwards never run; the notification of each operation fails,
  * and is traced. Another call retires those timers, and cancels and closes nothing. Safe from any thread that does not
@@ -115,7 +117,7 @@ int destoryTimerThread(void);
  *
  * Returns:
  *   0  armed
- *   1  `timer` is null, or the semaphore could not be given back
+ *   1  `timer` is null, or the semaphore could not be taken or given back
  *
  * While a timer with the expiry 0 is the earliest that waits, the sleep has no end: that timer runs at the first
  * wake-up at or after its time. Safe from any thread that does not hold the semaphore.
@@ -130,7 +132,7 @@ int addTimer(TimerNode *timer);
  *
  * Returns:
  *   0  the timer is on no list
- *   1  `timer` is null, or the semaphore could not be given back
+ *   1  `timer` is null, or the semaphore could not be taken or given back
  *
  * A callback that a runner has taken already is running or still runs, with copies of the two arguments. Safe from any
  * thread that does not hold the semaphore.
@@ -155,7 +157,7 @@ void __delTimer(TimerNode *timer);
  *
  * Returns:
  *   0  armed
- *   1  `timer` is null, or the semaphore could not be given back
+ *   1  `timer` is null, or the semaphore could not be taken or given back
  *
  * If the timer was due before and no runner has taken it yet, that is forgotten. Safe from any thread that does not
  * hold the semaphore.

@@ -69,21 +69,12 @@ void drop_notification() {
     recv(signal_pair[0], &code, sizeof(code), MSG_DONTWAIT);
 }
 
-// Does the work of reSchedule. A timer thread that was notified takes its notification here, because the semaphore
-// keeps the socket from being closed meanwhile, and its number from becoming another's. When the service was ended
-// before the thread got the semaphore, it leaves alone what was added since.
-uint32_t look_at_timers(bool is_timer_thread, bool notified) {
-  constexpr char func[] = "reSchedule";
-  const uint32_t now = getCurrentTime(nullptr);
-  const Lock lock = TAKE_LOCK_AS(func, configuration.semid);
-  if (notified)
-    drop_notification();
-  const bool ended = is_timer_thread && signal_pair[1] == -1;
+// Moves the timers that are due at `now`. Returns the seconds until the next one, 0 when there is none. The caller has
+// the semaphore.
+uint32_t move_due_timers(uint32_t now) {
   uint32_t earliest = 0;
   bool pending = false;
   for (TimerNode &timer : Timers(&timerList)) {
-    if (ended)
-      break;
     // The 32-bit seconds may wrap, so differences are signed.
     if (static_cast<int32_t>(now - timer.expire) >= 0) {
       list_move(&timer.node, &expiredList);
@@ -92,12 +83,39 @@ uint32_t look_at_timers(bool is_timer_thread, bool notified) {
       pending = true;
     }
   }
-  GIVE_LOCK_AS(func, lock);
   // This is meant: a timer at second 0 does not shorten the sleep, and past the wrap of the clock the sleep is a second
   // shorter.
   if (earliest == 0)
     return 0;
   return now < earliest ? earliest - now : earliest - now - 1;
+}
+
+bool start_runner() {
+  pthread_t runner;
+  return start_detached(&runner, thread_stack, processTimerListThread, nullptr);
+}
+
+// Does what the timer thread does at a wake-up: takes its notification, looks at the timers, starts a runner. Returns
+// false when the service was ended before the thread got the semaphore; then nobody hears of it any more. All of it
+// happens under the semaphore: it keeps the socket from being closed meanwhile, and its number from becoming another's,
+// and no runner starts after the end.
+bool wake_up(bool notified, timeval *timeout) {
+  constexpr char func[] = "reSchedule";
+  const uint32_t now = getCurrentTime(nullptr);
+  const Lock lock = TAKE_LOCK_AS(func, configuration.semid);
+  if (signal_pair[1] == -1) {
+    give_lock_silently(lock);
+    return false;
+  }
+  if (notified)
+    drop_notification();
+  timeout->tv_sec = static_cast<int32_t>(move_due_timers(now));
+  // This is meant: a runner is started at every wake-up, also when nothing is due.
+  const bool started = start_runner();
+  GIVE_LOCK_AS(func, lock);
+  if (!started)
+    TRACE_AS("launchProcessTimerListThread", "CHECK!!\n");
+  return true;
 }
 
 } // namespace
@@ -211,10 +229,16 @@ void sendNotifyToTimerThread(int code) {
 }
 
 uint32_t reSchedule(void) {
-  return look_at_timers(false, false);
+  const uint32_t now = getCurrentTime(nullptr);
+  const Lock lock = TAKE_LOCK(configuration.semid);
+  const uint32_t seconds = move_due_timers(now);
+  GIVE_LOCK(lock);
+  return seconds;
 }
 
 void *timerThread(void *) {
+  if (__atomic_load_n(&thread_state, __ATOMIC_ACQUIRE) == thread_is_to_end)
+    return nullptr; // the service was ended before this thread began
   TRACE_THREAD_START();
   if (pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr) != 0 ||
       pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr) != 0) { // NOLINT(cert-pos47-c,concurrency-*)
@@ -245,17 +269,15 @@ void *timerThread(void *) {
     }
     if (ready != 0 && !FD_ISSET(notifications, &readable))
       continue;
-    timeout.tv_sec = static_cast<int32_t>(look_at_timers(true, ready != 0));
-    // This is meant: a runner is started at every wake-up, also when nothing is due.
-    launchProcessTimerListThread();
+    if (!wake_up(ready != 0, &timeout))
+      return nullptr;
   }
   return nullptr;
 }
 
 void launchProcessTimerListThread(void) {
   const int cancellability = hold_cancellation();
-  pthread_t runner;
-  if (!start_detached(&runner, thread_stack, processTimerListThread, nullptr))
+  if (!start_runner())
     TRACE("CHECK!!\n");
   restore_cancellation(cancellability);
 }
@@ -263,8 +285,12 @@ void launchProcessTimerListThread(void) {
 void *processTimerListThread(void *) {
   for (;;) {
     const Lock lock = TAKE_LOCK(configuration.semid);
-    if (list_empty(&expiredList)) {
-      GIVE_LOCK(lock);
+    const bool ended = signal_pair[1] == -1; // then the semaphore may be gone, and nobody hears of the service any more
+    if (list_empty(&expiredList) || (ended && lock.wait != Wait::taken)) {
+      if (ended)
+        give_lock_silently(lock);
+      else
+        GIVE_LOCK(lock);
       return nullptr;
     }
     TimerNode *timer = record_of<TimerNode>(expiredList.next, offsetof(TimerNode, node));

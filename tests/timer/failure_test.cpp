@@ -2,11 +2,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 
 #include "controls.h"
+#include "support/contended_semaphore.h"
+#include "support/interposed.h"
 
 using controls::Creation;
 using controls::eventually;
@@ -19,6 +20,8 @@ using controls::timer;
 using controls::told;
 using sandbox::console;
 using sandbox::Trace;
+
+INTERPOSED(semop);
 
 namespace {
 
@@ -231,41 +234,54 @@ TEST(TimerFailure, AFullSocketDoesNotStopTheHolderOfTheSemaphore) {
             }));
 }
 
-TEST(TimerFailure, AnInterruptedWaitForTheSemaphoreIsBegunAgain) {
+TEST(TimerFailure, AnInterruptedWaitForTheSemaphoreIsReportedOnceAndBegunAgain) {
   std::string errors;
   {
     sandbox::Captured captured(STDERR_FILENO);
-    EXPECT_EQ("1 1 -1 0 1 ", scenario([] {
+    EXPECT_EQ("0 1 ", scenario([] {
                 start_service_without_thread();
-                signal(SIGUSR1, [](int) {});
+                const interposed::StandIn hook(interposed::semop_call, sandbox::counting_semop);
                 static TimerNode a = timer(1, 1000);
-                static std::atomic<int> result;
-                result = -1;
-                downdown(controls::semaphore, "test", 1, "test", 0);
-                pthread_t adding;
-                pthread_create(
-                    &adding, nullptr,
-                    [](void *) -> void * {
-                      result = addTimer(&a);
-                      return nullptr;
-                    },
-                    nullptr);
-                const bool waits = eventually([] { return controls::semaphore_waiters() == 1; });
-                const int steps = controls::semaphore_steps();
-                pthread_kill(adding, SIGUSR1);
-                eventually([=] { return controls::semaphore_steps() == steps + 1; });
-                const bool waits_again = eventually([] { return controls::semaphore_waiters() == 1; });
-                const int meanwhile = result;
-                upup(controls::semaphore, "test", 1, "test", 0);
-                pthread_join(adding, nullptr);
-                return told(static_cast<int>(waits), static_cast<int>(waits_again), meanwhile, result.load(),
-                            controls::semaphore_value()) +
-                       " " + fired();
+                int result = -1;
+                sandbox::interrupt_waiting(controls::semaphore, 3, [&] { result = addTimer(&a); });
+                return told(result, controls::semaphore_value()) + " " + fired();
               }));
     errors = captured.text();
   }
   EXPECT_EQ("sem down: Interrupted system call\n", errors);
   ASSERT_EQ(1u, console().size());
+}
+
+// The semaphore stands, so giving back what was not taken would let two holders in from then on.
+TEST(TimerFailure, WhatTheKernelRefusesIsNotGivenBack) {
+  std::string errors;
+  {
+    sandbox::Captured captured(STDERR_FILENO);
+    EXPECT_EQ("1 1 1 1 1 1 1", scenario([] {
+                start_service_without_thread();
+                const interposed::StandIn hook(interposed::semop_call, sandbox::refusing_semop);
+                static TimerNode a = timer(1, 1000), b = timer(2, 1500);
+                const int added = addTimer(&a), modified = modTimer(&b, 1200), deleted = delTimer(&b);
+                reSchedule();
+                processTimerListThread(nullptr);
+                const int ran = fired() == "1 " ? 1 : 0; // the steps go on
+                const int after = controls::semaphore_value();
+                const int ended = destoryTimerThread();
+                return told(added, modified, deleted, ran, after, ended, controls::semaphore_value());
+              }));
+    errors = captured.text();
+  }
+  EXPECT_EQ(std::string::npos, errors.find("sem up")) << errors;
+}
+
+TEST(TimerFailure, AChildForkedWhileAThreadWaitsCanAddTimers) {
+  EXPECT_EQ("1 1", scenario([] {
+              start_service_without_thread();
+              static TimerNode a = timer(1, 1000);
+              const bool works =
+                  sandbox::works_in_a_child_of_waiting_threads(controls::semaphore, [] { return addTimer(&a) == 0; });
+              return told(static_cast<int>(works), controls::semaphore_value());
+            }));
 }
 
 TEST(TimerFailure, WithoutAConsoleItWorksAlike) {

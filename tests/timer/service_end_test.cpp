@@ -221,3 +221,63 @@ TEST(TimerService, EndsWhileItWaitsForTheSemaphore) {
             }));
   EXPECT_EQ("", errors.text());
 }
+
+namespace {
+
+// Ends the service while its thread waits for the semaphore behind the end, deletes the semaphore as soon as the end
+// has come, and tells whether the thread ended and how many runners were started then. With `held`, another thread
+// holds the semaphore between the two.
+std::string end_before_the_thread_gets_the_semaphore(bool held) {
+  return scenario([=] {
+    start_service();
+    settle();
+    const int runners = controls::runners_started();
+    const int id = controls::semaphore;
+    downdown(id, "test", 1, "test", 0);
+    std::thread destroying([] { destoryTimerThread(); });
+    eventually([] { return controls::semaphore_waiters() == 1; });
+    std::thread holding([=] {
+      if (held)
+        downdown(id, "test", 1, "test", 0);
+    });
+    eventually([=] { return controls::semaphore_waiters() == (held ? 2 : 1); });
+    sendNotifyToTimerThread(0);
+    const bool waits = eventually([=] { return controls::semaphore_waiters() == (held ? 3 : 2); });
+    upup(id, "test", 1, "test", 0);
+    destroying.join();
+    holding.join();
+    sem_delete(id);
+    const bool ended = every_thread_ended();
+    return told(static_cast<int>(waits), static_cast<int>(ended), controls::runners_started() - runners);
+  });
+}
+
+} // namespace
+
+TEST(TimerService, AfterItsEndNoRunnerStartsAndNothingIsTraced) {
+  sandbox::Captured errors(STDERR_FILENO);
+  for (int round = 0; round < 50; round++) {
+    EXPECT_EQ("1 1 0", end_before_the_thread_gets_the_semaphore(false));
+    EXPECT_EQ(2u, console().size()); // of its start
+  }
+  EXPECT_EQ("", errors.text());
+}
+
+TEST(TimerService, ASemaphoreThatEndsWithItIsMissedOnceAtMost) {
+  sandbox::Captured errors(STDERR_FILENO);
+  EXPECT_EQ("1 1 0", end_before_the_thread_gets_the_semaphore(true));
+  EXPECT_EQ("sem down: Identifier removed\n", errors.text());
+  ASSERT_EQ(3u, console().size());
+  EXPECT_NE(std::string::npos, console()[2].message.find(":::reSchedule:::"));
+}
+
+TEST(TimerService, EndedBeforeItsThreadBeginsItStaysSilent) {
+  EXPECT_EQ("0 1 1", scenario([] {
+              start_service_without_thread();
+              controls::cancel_is_pretended = true;
+              const int result = destoryTimerThread();
+              const bool at_once = timerThread(nullptr) == nullptr;
+              return told(result, static_cast<int>(at_once), controls::semaphore_value());
+            }));
+  EXPECT_TRUE(console().empty());
+}
