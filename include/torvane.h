@@ -27,6 +27,13 @@
  *             or hold a lock of your own around every call. downdown and upup (torvane/ipc.h) are such a lock, and it
  *             works between processes too. Functions that keep no state may be called from any thread. Where calling a
  *             function at any time from any thread is not safe, its description says so.
+ * fork.       A thread of the library never holds a lock of the process while it waits for a semaphore, the console or
+ *             a socket, except task_enqueue while it prints. So a child that is forked from a program with threads may
+ *             use the library. The C library has locks of its own, and a child that is forked while another thread has
+ *             one of them waits for it without end: that of the system logger (__syslogprintf), of popen(3)
+ *             (_system_read, exec_system), of rand(3) (the random numbers), and of each stdio stream (whatever prints
+ *             on standard output or standard error). Traces, __system, downdown and upup, tracked memory, timers,
+ *             the interface queries and the XML builders use none of them.
  * Names.      Interface names, MAC texts, domain and URL texts go into shell scripts as they stand. Never pass text
  *             that came from a user without checking it first; torvane/text.h has guards.
  * Byte order. IPv4 addresses in rules are plain numbers with the first octet in the top byte, on every host.

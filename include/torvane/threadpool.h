@@ -19,6 +19,9 @@
  *   -5  a thread could not be joined
  * Results of the thread limit: 0 for success and -2 for failure.
  *
+ * fork: a child of fork(2) has none of the workers of its parent's pools. It makes pools of its own, and leaves those
+ * of its parent alone.
+ *
  * Threads: any thread may queue tasks, and so may the tasks. A task ends by returning. One that ends its thread
  * (pthread_exit) takes a worker away, and the pool can then not be freed. One that never returns takes a worker away
  * too, and the destruction of the pool waits for ever.
