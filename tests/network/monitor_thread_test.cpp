@@ -221,18 +221,27 @@ TEST_F(Pass, HoldsTheSemaphoreFromTheFirstInterfaceToTheLast) {
   close(out);
 }
 
-// The counters' file is a place where a thread can be cancelled.
-TEST_F(Monitor, CancelledInItsPassItGivesTheSemaphoreBack) {
+// The thread must not end in its pass, where it has the semaphore, and can be cancelled in its sleep.
+TEST_F(Monitor, CanBeCancelledInItsSleepAlone) {
+  static const auto cancellability = [] {
+    int state;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    pthread_setcancelstate(state, nullptr);
+    return state;
+  };
+  static std::atomic<int> in_pass, in_sleep;
+  in_pass = in_sleep = -1;
   add_bm_by_iface("eth0", &head);
-  const interposed::StandIn hook(interposed::fopen_call, [](const char *path, const char *mode) {
-    pthread_cancel(pthread_self());
-    pthread_testcancel();
+  start_thread();
+  const interposed::StandIn opening(interposed::fopen_call, [](const char *path, const char *mode) {
+    in_pass = cancellability();
     return interposed::fopen_call.real(path, mode);
   });
-  pthread_t cancelled;
-  ASSERT_EQ(0, pthread_create(&cancelled, nullptr, bmThread, &head));
-  void *result = nullptr;
-  EXPECT_EQ(0, pthread_join(cancelled, &result));
-  EXPECT_EQ(PTHREAD_CANCELED, result);
-  EXPECT_EQ(1, semaphore());
+  const interposed::StandIn sleeping(interposed::sleep_call, [](unsigned seconds) {
+    in_sleep = cancellability();
+    return the_time.pass(seconds) ? 0 : interposed::sleep_call.real(seconds);
+  });
+  pass({{"eth0", 0, 0}});
+  EXPECT_EQ(PTHREAD_CANCEL_DISABLE, in_pass);
+  EXPECT_EQ(PTHREAD_CANCEL_ENABLE, in_sleep);
 }
