@@ -51,6 +51,10 @@ bool change_thread_state(int from, int to) {
   return __atomic_compare_exchange_n(&thread_state, &from, to, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
 }
 
+bool thread_is_to_stop() {
+  return __atomic_load_n(&thread_state, __ATOMIC_ACQUIRE) == thread_is_to_end;
+}
+
 // A zeroed timer is on no list yet and has nothing to unlink from.
 void unlink_timer(TimerNode *timer) {
   if (timer->node.next)
@@ -103,7 +107,7 @@ bool wake_up(bool notified, timeval *timeout) {
   constexpr char func[] = "reSchedule";
   const uint32_t now = getCurrentTime(nullptr);
   const Lock lock = TAKE_LOCK_AS(func, configuration.semid);
-  if (signal_pair[1] == -1) {
+  if (thread_is_to_stop()) {
     give_lock_silently(lock);
     return false;
   }
@@ -237,7 +241,7 @@ uint32_t reSchedule(void) {
 }
 
 void *timerThread(void *) {
-  if (__atomic_load_n(&thread_state, __ATOMIC_ACQUIRE) == thread_is_to_end)
+  if (thread_is_to_stop())
     return nullptr; // the service was ended before this thread began
   TRACE_THREAD_START();
   if (pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr) != 0 ||
@@ -285,7 +289,7 @@ void launchProcessTimerListThread(void) {
 void *processTimerListThread(void *) {
   for (;;) {
     const Lock lock = TAKE_LOCK(configuration.semid);
-    const bool ended = signal_pair[1] == -1; // then the semaphore may be gone, and nobody hears of the service any more
+    const bool ended = thread_is_to_stop(); // then the semaphore may be gone, and nobody hears of the service any more
     if (list_empty(&expiredList) || (ended && lock.wait != Wait::taken)) {
       if (ended)
         give_lock_silently(lock);
