@@ -12,11 +12,20 @@
  * Results.    Every module has its own result codes, and each function lists its own. Two modules have opposite senses:
  *             the operations on QoS trees (torvane/qos.h) return 0 for success, while those on rules, schedules and
  *             scripts (torvane/qos.h, torvane/rules.h) return 1 for success.
- * Traces.     Where a description says that a function traces a text, the library opens "/dev/console" in mode "a" and
+ * Traces.     Where a description says that a function traces a text, the library opens "/dev/console" for appending and
  *             close-on-exec, writes a coloured header (torvane/trace.h) and the text, and closes the console again. It
  *             does so once for each trace. When the console cannot be opened, that line is missing and nothing else
- *             changes. A trace leaves errno as it was. Texts are quoted as printf formats: "%d" stands for a number,
- *             "%s" for a text, "\n" for a newline.
+ *             changes. A console that is absent is not made, and a terminal does not become the process's controlling
+ *             terminal by being traced to. A trace leaves errno as it was. Texts are quoted as printf formats: "%d"
+ *             stands for a number, "%s" for a text, "\n" for a newline.
+ *             A trace takes as long as the console does. A serial line whose output is stopped, or a pipe that nobody
+ *             reads, holds the thread that traces, and it cannot be cancelled, until the console takes the line; give
+ *             such a machine another console. No semaphore is held meanwhile, with two exceptions: addTimer, delTimer
+ *             and modTimer once the timer service has ended (torvane/timer.h), and a downdown that is told to trace its
+ *             success (torvane/ipc.h).
+ * Files.      When the program has closed descriptors 0, 1 or 2, a file that the library writes is moved off them at once.
+ *             So what is printed to standard output or standard error does not get into the file. When no other
+ *             descriptor is free, the file counts as one that cannot be opened.
  * Ownership.  Blocks that a program passes in are copied, and the program keeps its own. Records that the library makes
  *             (root_qdisc, qos_class, qos_rule, qos_sched) belong to the library: a program may use their pointers
  *             until the record is deleted, and must never free them.

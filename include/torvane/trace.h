@@ -4,7 +4,8 @@
  * A trace is the line that a module of the library writes to "/dev/console" when it reports something: a coloured
  * header that tells who speaks, then the message. Programs can write lines that look alike:
  *
- *     FILE *console = fopen("/dev/console", "ae");
+ *     int fd = open("/dev/console", O_WRONLY | O_APPEND | O_NOCTTY | O_CLOEXEC);
+ *     FILE *console = fd < 0 ? NULL : fdopen(fd, "a");
  *
  *     if (console) {
  *       __stdprintf_info__(console, "daemon", __LINE__, __func__);
@@ -14,6 +15,7 @@
  *
  * Open the stream, write header and message, and close the stream again, once for each line. Header and message then
  * leave in one write as far as they fit the stream's buffer, and the lines of several threads and processes stay whole.
+ * Opened like this, a console that is absent is not made: fopen would make a file that grows without bound.
  *
  * Headers come in two forms. Most modules write that of __stdprintf_info__. The older ones (addresses, interfaces,
  * sockets, IPC, _execl, and parts of the select service and the bandwidth monitor) write a SHORT HEADER, which has the

@@ -1,9 +1,11 @@
 #include "base/trace.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 
+#include "base/append_file.h"
 #include "base/cancellation.h"
 #include "torvane/trace.h"
 
@@ -28,8 +30,8 @@ using HeaderWriter = int(FILE *stream, const char *module, int line, const char 
   const int saved_errno = errno;
   // A thread that may be cancelled at any point must not end with the stream open and stdio's lock taken.
   const int cancellability = hold_cancellation();
-  // "e": children that other threads start meanwhile do not inherit the console.
-  if (FILE *console = fopen("/dev/console", "ae")) {
+  // A console that is absent is not made: the file would grow without bound, and nobody would read it.
+  if (FILE *console = append_to("/dev/console", O_WRONLY)) {
     write_header(console, module, line, func);
     vfprintf(console, format, values);
     fclose(console);

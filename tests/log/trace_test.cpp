@@ -331,6 +331,7 @@ TEST_F(Trace, IsLeftOutWithoutDescriptors) {
 }
 
 TEST_F(Trace, IsLeftOutWithoutMemory) {
+  const int descriptors = sandbox::open_descriptors();
   sandbox::fail_allocation(1);
   errno = EXDEV;
   const int result = __kill("caller", 1, "stop", 0, 0);
@@ -340,6 +341,7 @@ TEST_F(Trace, IsLeftOutWithoutMemory) {
   EXPECT_EQ(-1, result);
   EXPECT_EQ(EXDEV, left);
   EXPECT_EQ("", console_text());
+  EXPECT_EQ(descriptors, sandbox::open_descriptors());
 }
 
 TEST_F(Trace, OnAFullConsoleChangesNeitherResultNorErrno) {
