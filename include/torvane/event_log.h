@@ -68,10 +68,11 @@ int isLogSysInit(void);
  *   0 to 7  the category's index, for putlog
  *   -1      no category is free, because all eight are in use or initLogSys has not run. The file has been created or
  *           emptied all the same
- *   -2      the file cannot be opened, or an argument is null
+ *   -2      the file cannot be opened, its path is too long for the system (PATH_MAX bytes with its terminator), or an
+ *           argument is null; no file is created or emptied
  *
- * Texts that are longer than the fields of log_entry are cut in the table, so lines go to a file of the cut name. The
- * file that this call creates has the whole name, except that its path is cut after 195 characters.
+ * The file that this call creates or empties is exactly the one that was named. Texts that are longer than the fields
+ * of log_entry are cut in the table, so lines go to a file of the cut name.
  */
 int createLog(const char *name, const char *file, const char *dir);
 

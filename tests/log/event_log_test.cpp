@@ -13,6 +13,7 @@
 #include "support/mounts.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
+#include "support/standard_descriptors.h"
 #include "support/unprivileged.h"
 #include "torvane.h"
 
@@ -220,13 +221,32 @@ TEST_F(EventLog, OfAnOverlongDirectoryTheFirst127CharactersCount) {
   EXPECT_EQ(1u, lines_of(read_file(fits + "/x")));
 }
 
-TEST_F(EventLog, APathOfMoreThan195CharactersIsCutThere) {
-  const std::string rest(195 - dir.size() - 1, 'p');
-  ASSERT_EQ(0, create("a", rest));
-  EXPECT_TRUE(exists(dir + "/" + rest));
-  unlink((dir + "/" + rest).c_str());
-  ASSERT_EQ(1, create("b", rest + "qqq"));
-  EXPECT_EQ(std::vector<std::string>{rest}, files_in(dir));
+TEST_F(EventLog, APathIsOpenedWholeHoweverLongItIs) {
+  for (const size_t length : {195u, 196u, 198u, 250u}) {
+    const std::string file(length - dir.size() - 1, 'p'), shorter = file.substr(1);
+    sandbox::write_file(dir + "/" + shorter, "another's\n");
+    initLogSys();
+    EXPECT_EQ(0, create("a", file));
+    EXPECT_EQ((std::vector<std::string>{shorter, file}), files_in(dir));
+    EXPECT_EQ("another's\n", read_file(dir + "/" + shorter));
+    sandbox::run("rm " + dir + "/*");
+  }
+}
+
+TEST_F(EventLog, APathTooLongForTheSystemIsRefusedAndEmptiesNothing) {
+  std::string long_dir = dir;
+  while (long_dir.size() < PATH_MAX - 100)
+    long_dir += "/.";
+  const std::string file(PATH_MAX - 1 - long_dir.size() - 1, 'p');
+  sandbox::write_file(dir + "/" + file, "another's\n");
+  for (const std::string &longer : {file + "q", file + "/", file + std::string(70, 'q'), std::string(100000, 'q')})
+    EXPECT_EQ(-2, create("a", longer, long_dir));
+  EXPECT_EQ(std::vector<std::string>{file}, files_in(dir));
+  EXPECT_EQ("another's\n", read_file(dir + "/" + file));
+  EXPECT_EQ(-1, logList[0].state);
+
+  EXPECT_EQ(0, create("a", file, long_dir)); // the longest that the system takes
+  EXPECT_EQ("", read_file(dir + "/" + file));
 }
 
 TEST_F(EventLog, ALineIsTwoFieldsAndTheSecondsSinceTheEpoch) {
@@ -359,8 +379,6 @@ TEST_F(EventLog, WithoutMemoryOrDescriptorsNothingHappens) {
   sandbox::fail_allocation(1);
   put(0);
   EXPECT_TRUE(sandbox::allocation_failed());
-  sandbox::fail_allocation(1);
-  EXPECT_EQ(-2, create("lan", "lan.log"));
   sandbox::fail_allocation(0);
   {
     const sandbox::NoDescriptors none;
@@ -370,4 +388,24 @@ TEST_F(EventLog, WithoutMemoryOrDescriptorsNothingHappens) {
   EXPECT_EQ(0, logList[0].lines);
   EXPECT_EQ("", read_file(dir + "/wan.log"));
   EXPECT_EQ(-1, logList[1].state);
+}
+
+TEST_F(EventLog, FilesTakeNoDescriptorOfStandardInputOutputOrError) {
+  EXPECT_EQ(0, sandbox::without_standard_descriptors([] {
+              const bool created = create("wan", "wan.log") == 0;
+              put(0, 129);
+              return created && logList[0].lines == 1 && sandbox::standard_descriptors_are_closed() ? 0 : 1;
+            }));
+  const auto files = files_in(dir);
+  ASSERT_EQ(2u, files.size());
+  EXPECT_EQ(1u, lines_of(read_file(dir + "/" + files[0])));
+  EXPECT_EQ(128u, lines_of(read_file(dir + "/" + files[1])));
+
+  sandbox::run("rm " + dir + "/*");
+  EXPECT_EQ(0, sandbox::with_only_standard_descriptors([] {
+              const bool created = create("wan", "wan.log") == 0; // the file is closed at once
+              put(0);
+              return created && logList[0].lines == 0 && sandbox::standard_descriptors_are_closed() ? 0 : 1;
+            }));
+  EXPECT_EQ("", read_file(dir + "/wan.log"));
 }
