@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+#include "base/high_descriptor.h"
 #include "base/owners.h"
 #include "base/text_writer.h"
 #include "base/trace.h"
@@ -79,8 +80,9 @@ int getMtdInfo(const uint32_t *num, struct mtd_info_user *info) {
     return 0;
   char path[32];
   TextWriter(path).append("/dev/mtd%d", static_cast<int>(*num));
-  // This is meant: the device is opened for writing too, though nothing is written.
-  const Descriptor fd(open(path, O_RDWR | O_CLOEXEC));
+  // This is meant: the device is opened for writing too, though nothing is written. All the less may it be the
+  // descriptor of standard output, which says below that it does not answer.
+  const Descriptor fd(keep_above_standard(open(path, O_RDWR | O_CLOEXEC)));
   if (!fd) {
     printf("open mtd device fail!! reason:%s\n", reason_of_failure());
     return 0;

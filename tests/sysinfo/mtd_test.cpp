@@ -14,6 +14,7 @@
 #include "support/interposed.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
+#include "support/standard_descriptors.h"
 #include "torvane.h"
 
 INTERPOSE_VARIADIC(ioctl, 2);
@@ -285,6 +286,25 @@ TEST_F(MtdDevice, ThatDoesNotAnswerIsToldAndClosed) {
   close(again);
   EXPECT_EQ(next, again);
   EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(MtdDevice, TakesNoDescriptorOfStandardInputOutputOrError) {
+  have_device(3, 1);
+  const uint32_t number = 3;
+  mtd_info_user info = {};
+  EXPECT_EQ(0, sandbox::without_standard_descriptors([&] {
+              return getMtdInfo(&number, &info) == 1 && sandbox::standard_descriptors_are_closed() ? 0 : 1;
+            }));
+  EXPECT_EQ(0, sandbox::with_only_standard_descriptors([&] { return getMtdInfo(&number, &info); }));
+
+  // What is said of a device that does not answer must not be written to it.
+  kernel.answers = false;
+  EXPECT_EQ(0, sandbox::in_child([&] {
+              close(STDOUT_FILENO);
+              setvbuf(stdout, nullptr, _IONBF, 0);
+              return getMtdInfo(&number, &info);
+            }));
+  EXPECT_EQ("", sandbox::read_file("/dev/mtd3"));
 }
 
 TEST_F(MtdDevice, NullAsksNothing) {
