@@ -50,7 +50,7 @@ struct mtd_info_user;
  *
  *   name  the partition's name. It becomes a pattern of grep and a word of the shell as it stands, so never pass text
  *         that was not checked
- *   num   receives the number; it is left alone on failure
+ *   num   receives the number, or 0 when what was found has no digit; other failures leave it alone
  *
  * Returns:
  *   1  found
@@ -100,10 +100,14 @@ int getMtdInfo(const uint32_t *num, struct mtd_info_user *info);
  *
  * Returns:
  *   1  written
- *   0  the text is longer than `size`, the kind is unknown, or a pointer is null; `out` is left alone
+ *   0  the text is longer than `size`, the kind is unknown, or a pointer that the kind uses is null; `out` is left
+ *      alone
+ *
+ * A kind uses only some of the pointers, and the others may be null. Every kind uses `out`; MTD_QUERY_ALL and
+ * MTD_QUERY_SIZE use `info`; all but MTD_QUERY_SIZE use `num`.
  *
  * A text that is too long traces "over size!! querySize:%d > outputSize:%d" with both lengths and NO newline. An
- * unknown kind traces "none case!!\n". A null pointer traces nothing.
+ * unknown kind traces "none case!!\n", whatever the pointers are. A null pointer traces nothing.
  */
 int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, uint32_t kind, const uint32_t *num);
 

@@ -48,6 +48,14 @@ void write_all(void *out, uint32_t size_of_partition, uint32_t num) {
   memcpy(out, &all, sizeof(all));
 }
 
+// Returns 1, or 0 when there is no item or no place for it.
+int store(void *out, const void *item, size_t size) {
+  if (!out || !item)
+    return 0;
+  memcpy(out, item, size);
+  return 1;
+}
+
 } // namespace
 
 extern "C" {
@@ -66,12 +74,13 @@ int parseMtdNumByCmd(const char *name, uint32_t *num) {
     return 0;
   char *end;
   const long value = strtol(digits, &end, 10);
+  // This is meant: the number is stored before it is known to be one, and is 0 then. The largest is that of a 32-bit
+  // long, on every host.
+  *num = static_cast<uint32_t>(std::min<long>(value, INT32_MAX));
   if (end == digits) {
     TRACE("string(%s) to digital error!!\n", digits);
     return 0;
   }
-  // The largest number is that of a 32-bit long, on every host.
-  *num = static_cast<uint32_t>(std::min<long>(value, INT32_MAX));
   return 1;
 }
 
@@ -95,16 +104,19 @@ int getMtdInfo(const uint32_t *num, struct mtd_info_user *info) {
 }
 
 int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, uint32_t kind, const uint32_t *num) {
-  if (!info || !out || !num)
-    return 0;
+  // Only the pointers that a kind uses are looked at, each where it is first used.
   switch (kind) {
     case MTD_QUERY_ALL:
+      if (!info || !out || !num)
+        return 0;
       write_all(out, info->size, *num);
       return 1;
     case MTD_QUERY_DEV:
     case MTD_QUERY_BLOCK_DEV:
     case MTD_QUERY_NAME:
     case MTD_QUERY_BLOCK_NAME: {
+      if (!num)
+        return 0;
       char buffer[64];
       TextWriter text(buffer);
       text.append("%s%d", name_prefixes[kind], static_cast<int>(*num));
@@ -113,15 +125,12 @@ int setQueryMtdInfo(const struct mtd_info_user *info, void *out, uint32_t size, 
         TRACE("over size!! querySize:%d > outputSize:%d", static_cast<int>(text.length()), static_cast<int>(size));
         return 0;
       }
-      memcpy(out, buffer, text.length() + 1); // the terminator may be one past `size`: this is meant
-      return 1;
+      return store(out, buffer, text.length() + 1); // the terminator may be one past `size`: this is meant
     }
     case MTD_QUERY_NUM:
-      memcpy(out, num, sizeof(*num));
-      return 1;
+      return store(out, num, sizeof(*num));
     case MTD_QUERY_SIZE:
-      memcpy(out, &info->size, sizeof(info->size));
-      return 1;
+      return store(out, info ? &info->size : nullptr, sizeof(info->size));
     default:
       TRACE("none case!!\n");
       return 0;

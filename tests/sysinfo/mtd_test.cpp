@@ -68,6 +68,8 @@ std::string reason() {
 // Is found before the real `cat` and prints what it would print on a machine with flash.
 class Mtd : public testing::Test {
  protected:
+  static constexpr uint32_t untouched = 0xABCDEF;
+
   void SetUp() override {
     old_path = getenv("PATH");
     mkdir("/run/tools", 0700);
@@ -98,12 +100,15 @@ class Mtd : public testing::Test {
     kernel.size = size;
   }
 
-  // Returns the number of `name`, -1 if there is none, and then expects that nothing was stored.
-  static long number_of(const std::string &name) {
-    uint32_t number = 0xABCDEF;
+  // Returns the number of `name`, -1 if there is none. What is stored then is `stored_if_none`.
+  static long number_of(const std::string &name, uint32_t stored_if_none = untouched) {
+    uint32_t number = untouched;
     const int result = parseMtdNumByCmd(name.c_str(), &number);
-    EXPECT_EQ(result == 1, number != 0xABCDEF) << result;
-    return result == 1 ? static_cast<long>(number) : -1;
+    if (result == 1)
+      return static_cast<long>(number);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(stored_if_none, number);
+    return -1;
   }
 
   static void expect_trace(const char *func, const std::string &message) {
@@ -185,11 +190,11 @@ TEST_F(MtdNumber, OfAnEmptyNameIsNotFound) {
   EXPECT_EQ("", sandbox::console_text());
 }
 
-TEST_F(MtdNumber, WithoutADigitIsReported) {
-  EXPECT_EQ(-1, number_of("erasesize")); // the heading's "dev:"
+TEST_F(MtdNumber, WithoutADigitIsStoredAs0AndReported) {
+  EXPECT_EQ(-1, number_of("erasesize", 0)); // the heading's "dev:"
   expect_trace("parseMtdNumByCmd", "string(:) to digital error!!\n");
   sandbox::write_file("/run/recorded_mtd", "mtdx: 00040000 \"odd\"\nmtd3: 0 \"odd\"\n");
-  EXPECT_EQ(-1, number_of("odd"));
+  EXPECT_EQ(-1, number_of("odd", 0));
   expect_trace("parseMtdNumByCmd", "string(x3) to digital error!!\n");
   sandbox::write_file("/run/recorded_mtd", "mtd3: 0 \"odd\"\nmtdx: 0 \"odd\"\n");
   EXPECT_EQ(3, number_of("odd")); // one digit is enough
@@ -197,7 +202,7 @@ TEST_F(MtdNumber, WithoutADigitIsReported) {
 
 TEST_F(MtdNumber, WithoutADigitIsNotFoundWithoutAConsoleEither) {
   const sandbox::UnopenableConsole away;
-  EXPECT_EQ(-1, number_of("erasesize"));
+  EXPECT_EQ(-1, number_of("erasesize", 0));
 }
 
 TEST_F(MtdNumber, ReadsFifteenDigitsAndNoMoreThanANumberHolds) {
@@ -387,28 +392,44 @@ TEST_F(MtdItem, NumberAndSizeAreWords) {
   EXPECT_EQ(1, setQueryMtdInfo(&info, out.bytes + 1, 0, MTD_QUERY_NUM, &number)); // the address need not be aligned
 }
 
-TEST_F(MtdItem, OtherKindsAreReported) {
+TEST_F(MtdItem, OtherKindsAreReportedWhateverThePointersAre) {
   const mtd_info_user info = {};
   const uint32_t number = 3;
   Output out;
   for (const uint32_t kind : {7u, 8u, 0xFFFFFFFFu}) {
     EXPECT_EQ(0, setQueryMtdInfo(&info, out.bytes, 100, kind, &number));
     expect_trace("setQueryMtdInfo", "none case!!\n");
+    EXPECT_EQ(0, setQueryMtdInfo(nullptr, nullptr, 0, kind, nullptr));
+    expect_trace("setQueryMtdInfo", "none case!!\n");
   }
   EXPECT_TRUE(out.untouched_from(0));
 }
 
-TEST_F(MtdItem, NullWritesNothing) {
-  const mtd_info_user info = {};
+TEST_F(MtdItem, NeedsOnlyThePointersOfItsKind) {
+  mtd_info_user info = {};
+  info.size = 0x12345678;
   const uint32_t number = 3;
   Output out;
-  for (uint32_t kind = 0; kind < 8; kind++) {
-    EXPECT_EQ(0, setQueryMtdInfo(nullptr, out.bytes, 100, kind, &number));
-    EXPECT_EQ(0, setQueryMtdInfo(&info, nullptr, 100, kind, &number));
+  EXPECT_EQ(0, setQueryMtdInfo(nullptr, out.bytes, 100, MTD_QUERY_ALL, &number));
+  EXPECT_EQ(0, setQueryMtdInfo(&info, out.bytes, 100, MTD_QUERY_ALL, nullptr));
+  EXPECT_EQ(0, setQueryMtdInfo(&info, nullptr, 100, MTD_QUERY_ALL, &number));
+  for (uint32_t kind = MTD_QUERY_DEV; kind <= MTD_QUERY_NUM; kind++) {
     EXPECT_EQ(0, setQueryMtdInfo(&info, out.bytes, 100, kind, nullptr));
+    EXPECT_EQ(0, setQueryMtdInfo(&info, nullptr, 100, kind, &number));
   }
+  EXPECT_EQ(0, setQueryMtdInfo(nullptr, out.bytes, 100, MTD_QUERY_SIZE, &number));
+  EXPECT_EQ(0, setQueryMtdInfo(&info, nullptr, 100, MTD_QUERY_SIZE, &number));
   EXPECT_TRUE(out.untouched_from(0));
   EXPECT_EQ("", sandbox::console_text());
+
+  EXPECT_EQ(0, setQueryMtdInfo(nullptr, nullptr, 3, MTD_QUERY_NAME, &number)); // its length is looked at first
+  expect_trace("setQueryMtdInfo", "over size!! querySize:4 > outputSize:3");
+  EXPECT_EQ(1, setQueryMtdInfo(nullptr, out.bytes, 100, MTD_QUERY_DEV, &number));
+  EXPECT_STREQ("/dev/mtd3", out.bytes);
+  EXPECT_EQ(1, setQueryMtdInfo(nullptr, out.bytes, 0, MTD_QUERY_NUM, &number));
+  EXPECT_EQ(3u, out.word());
+  EXPECT_EQ(1, setQueryMtdInfo(&info, out.bytes, 0, MTD_QUERY_SIZE, nullptr));
+  EXPECT_EQ(0x12345678u, out.word());
 }
 
 TEST_F(MtdByName, GivesEveryKindOfItem) {
