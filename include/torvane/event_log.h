@@ -110,14 +110,15 @@ enum {
  *
  *   semid             semaphore of sem_create, made once at start-up. It is held while the system logger is open, so
  *                     that processes that share it do not mix up their identities
- *   ident             sender that the system logger names; read only during the call
- *   file, line, func  source position of the caller, for the console
+ *   ident             sender that the system logger names; read only during the call. With null it is what the C
+ *                     library's openlog(3) makes of it: the program's name, or none
+ *   file, line, func  source position of the caller, for the console, which shows "(null)" for a text that is null
  *   type              LOG_TYPE_*. With another value the system logger gets nothing, and all else happens
  *   fmt               printf format of the message, which is cut after 1023 bytes
  *
  * Returns:
  *   0  the semaphore was given back
- *   1  the semaphore could not be given back, which upup traces and writes to standard error; or a text is null:
+ *   1  the semaphore could not be given back, which upup traces and writes to standard error; or `fmt` is null, and
  *      nothing is done
  *
  * A semaphore that cannot be taken is reported by downdown, and the message is sent all the same.

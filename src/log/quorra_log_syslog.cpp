@@ -31,13 +31,16 @@ constexpr txt_map_entry log_types[] = {
 constexpr int priorities[] = {LOG_INFO, LOG_DEBUG, LOG_WARNING, LOG_WARNING, LOG_NOTICE};
 constexpr int type_count = sizeof(priorities) / sizeof(priorities[0]);
 
+// Not every C library can print a text that is null. An identity of null is openlog's to understand.
+constexpr char text_of_null[] = "(null)";
+
 } // namespace
 
 extern "C" {
 
 int __syslogprintf(int semid, const char *ident, const char *file, int line, const char *func, int type,
                    const char *fmt, ...) {
-  if (!ident || !file || !func || !fmt)
+  if (!fmt)
     return 1;
   char message[1024] = {};
   va_list values;
@@ -45,7 +48,7 @@ int __syslogprintf(int semid, const char *ident, const char *file, int line, con
   vsnprintf(message, sizeof(message), fmt, values);
   va_end(values);
 
-  trace_event(file, line, func, "%s", message);
+  trace_event(file ? file : text_of_null, line, func ? func : text_of_null, "%s", message);
   // The system logger's socket may block, and a thread that is cancelled there must not end with the semaphore taken.
   const Lock lock = TAKE_LOCK(semid);
   openlog(ident, LOG_PID, LOG_USER);

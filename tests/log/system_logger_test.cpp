@@ -1,4 +1,5 @@
 // Messages to the system logger.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <stdio.h>
@@ -256,14 +257,32 @@ TEST_F(SysLog, WithoutASystemLoggerTheRestHappens) {
   EXPECT_EQ(1, counter());
 }
 
-TEST_F(SysLog, NullTextsAreRefusedWithoutASign) {
+TEST_F(SysLog, OnlyAFormatOfNullIsRefusedAndWithoutASign) {
   int (*const unchecked)(int, const char *, const char *, int, const char *, int, const char *, ...) = __syslogprintf;
-  EXPECT_EQ(1, unchecked(semid, nullptr, "caller", 7, "main", 4, "hello"));
-  EXPECT_EQ(1, unchecked(semid, "router", nullptr, 7, "main", 4, "hello"));
-  EXPECT_EQ(1, unchecked(semid, "router", "caller", 7, nullptr, 4, "hello"));
   EXPECT_EQ(1, unchecked(semid, "router", "caller", 7, "main", 4, nullptr));
   EXPECT_EQ("", logger.next());
   EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(SysLog, APositionOfNullIsShownAsSuch) {
+  EXPECT_EQ(0, __syslogprintf(semid, "router", nullptr, 7, "main", 4, "hello"));
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]hello\n", without_time(logger.next()));
+  EXPECT_EQ(0, __syslogprintf(semid, "router", "caller", 7, nullptr, 4, "hello"));
+  EXPECT_EQ("<13>router[" + pid() + "]: [ltNotice]hello\n", without_time(logger.next()));
+  EXPECT_EQ(echo("(null)", "7", "main", "hello") + echo("caller", "7", "(null)", "hello"), sandbox::console_text());
+  EXPECT_EQ(1, counter());
+}
+
+TEST_F(SysLog, AnIdentityOfNullIsTheProgramsName) {
+  EXPECT_EQ(0, __syslogprintf(semid, nullptr, "caller", 7, "main", 4, "hello"));
+  EXPECT_EQ("<13>" + std::string(program_invocation_short_name) + "[" + pid() + "]: [ltNotice]hello\n",
+            without_time(logger.next()));
+  EXPECT_EQ(echo("caller", "7", "main", "hello"), sandbox::console_text());
+  EXPECT_EQ(1, counter());
+
+  ASSERT_EQ(0, sem_delete(semid));
+  sandbox::Captured errors(STDERR_FILENO);
+  EXPECT_EQ(1, __syslogprintf(semid, nullptr, nullptr, 7, nullptr, 5, "hello")); // the result is still that of the up
 }
 
 TEST(SysLogType, IsFoundByItsExactName) {
