@@ -20,6 +20,20 @@
  *   is a line of its own, with the next number.
  * - A zero byte ends the text of its line, and the white space before it is kept.
  *
+ * Who frees what:
+ *
+ * - A value that a file has set is from malloc. The caller frees it with cfg_destory, together with the others.
+ * - Reading never frees a value that it replaces, so a table may hold defaults that are literals. An allocated default
+ *   that a file replaces stays allocated: keep a pointer to it and free it.
+ * - Nobody frees the earlier values of a key that comes several times in one file; they stay allocated until the process
+ *   ends. To read a file again, call cfg_destory first.
+ * - cfg_destory frees EVERY value. First set those to null that are still literals or somebody else's:
+ *
+ *     for (i = 0; i < rows; i++)
+ *       if (table[i].value == defaults[i])
+ *         table[i].value = NULL;
+ *     cfg_destory(table, rows);
+ *
  * White space is what isspace(3) says in the process's locale. Nothing is traced. All functions are safe from any
  * thread that works on a table of its own.
  */
@@ -37,14 +51,14 @@ TORVANE_BEGIN
 typedef struct CfgEntry {
   uint32_t tag;    /* the caller's own; not looked at */
   const char *key; /* the caller's; a row whose key is null is never found */
-  char *value;     /* null, or from malloc; the library's, until cfg_destory frees it */
+  char *value;     /* null or a default of the caller's; from malloc once a file has set it */
 } CfgEntry;
 
 /*
  * Reads a configuration file into a table.
  *
  *   path   the file
- *   table  the caller's; the values in it are null, or from an earlier call
+ *   table  the caller's. The values in it may be null, defaults of the caller's, or from an earlier call
  *   rows   rows of `table`
  *
  * Returns:
@@ -55,7 +69,8 @@ typedef struct CfgEntry {
  *   5  read, and at least one key was not in the table
  *
  * If several rows have the same key, the first is set. If a key comes again, in this file or in another one read into
- * the same table, the later value replaces the earlier, which is freed. Rows whose key does not come stay as they are.
+ * the same table, the later value replaces the earlier, which is NOT freed. Rows whose key does not come stay as they
+ * are.
  *
  * The function goes on to the end of the file whatever it meets, and writes:
  *   on standard error   "parsing error file, line %d : %s\n" with the line's number, counted from 1, and the text of a
@@ -69,7 +84,7 @@ int cfg_construct(const char *path, CfgEntry *table, int rows);
  * Reads configuration lines from an open stream into a table, from where the stream stands to its end.
  *
  *   file   the stream; it stays open
- *   table  the caller's; the values in it are null, or from an earlier call
+ *   table  the caller's. The values in it may be null, defaults of the caller's, or from an earlier call
  *   rows   rows of `table`
  *
  * Returns:
@@ -79,7 +94,7 @@ int cfg_construct(const char *path, CfgEntry *table, int rows);
  *   5  read, and at least one key was not in the table
  *
  * If several rows have the same key, the first is set. If a key comes again, here or in another file read into the same
- * table, the later value replaces the earlier, which is freed. Rows whose key does not come stay as they are.
+ * table, the later value replaces the earlier, which is NOT freed. Rows whose key does not come stay as they are.
  *
  * The function goes on to the end of the stream whatever it meets, and writes:
  *   on standard error   "parsing error file, line %d : %s\n" with the line's number, counted from 1 where the reading
@@ -92,7 +107,7 @@ int cfg_parse_file(FILE *file, CfgEntry *table, int rows);
 /*
  * Frees the values of a table and sets them to null. The keys and the table itself stay the caller's.
  *
- *   table  null does nothing
+ *   table  its values are null or from malloc, none a literal; null does nothing
  *   rows   rows of `table`
  *
  * Returns 0.

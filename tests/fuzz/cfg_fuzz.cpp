@@ -3,8 +3,22 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "input.h"
 #include "torvane.h"
+
+// The library frees no value that it replaces, so the target does.
+static std::vector<void *> values;
+
+extern "C" void *__real_malloc(size_t size);
+
+extern "C" void *__wrap_malloc(size_t size) {
+  void *const block = __real_malloc(size);
+  values.push_back(block);
+  return block;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   CfgEntry table[] = {
@@ -24,5 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   stderr = usual;
   for (const CfgEntry &row : table)
     fuzz::demand(!row.value || (row.value[0] != ' ' && row.value[0] != '\n' && row.key));
+  for (void *value : values)
+    if (std::none_of(table, table + rows, [=](const CfgEntry &row) { return row.value == value; }))
+      free(value);
+  values.clear();
   return cfg_destory(table, rows);
 }
