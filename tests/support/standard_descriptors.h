@@ -1,4 +1,5 @@
-// Pieces of a test in which descriptors 0, 1 and 2 are closed, as some programs close them and some start daemons.
+// Pieces of a test in which standard input, output or error are closed, as some programs close them and some start
+// daemons.
 #pragma once
 
 #include <fcntl.h>
@@ -10,16 +11,25 @@
 
 namespace sandbox {
 
-// Runs `body` in a child whose standard input, output and error are closed, and returns its result. What `body` prints
-// all the same goes wherever these descriptors lead by then.
+// Runs `body` in a child in which the descriptors from `first_closed` to 2 are closed and those below lead nowhere.
+// Returns the result of `body`. What is printed all the same goes at once to whatever has the descriptor by then.
 template <typename Body>
-int without_standard_descriptors(Body body) {
+int without_standard_descriptors(int first_closed, Body body) {
   return in_child([&] {
-    for (int fd = 0; fd < 3; fd++)
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int fd = 0; fd < first_closed; fd++)
+      dup2(nowhere, fd);
+    close(nowhere);
+    for (int fd = first_closed; fd < 3; fd++)
       close(fd);
     setvbuf(stdout, nullptr, _IONBF, 0);
     return body();
   });
+}
+
+template <typename Body>
+int without_standard_descriptors(Body body) {
+  return without_standard_descriptors(0, body);
 }
 
 // The same, and the child can open no other descriptors than these three.
@@ -31,9 +41,9 @@ int with_only_standard_descriptors(Body body) {
   });
 }
 
-// Returns whether descriptors 0, 1 and 2 are all closed.
-inline bool standard_descriptors_are_closed() {
-  for (int fd = 0; fd < 3; fd++)
+// Returns whether the descriptors from `first` to 2 are closed.
+inline bool standard_descriptors_are_closed(int first = 0) {
+  for (int fd = first; fd < 3; fd++)
     if (fcntl(fd, F_GETFD) != -1)
       return false;
   return true;
