@@ -287,3 +287,46 @@ TEST(ClosedDescriptors, MakeNoDifferenceToScripts) {
     del_root_qdisc("eth1");
   });
 }
+
+TEST(ClosedDescriptors, MakeNoDifferenceToXml) {
+  expect_no_difference([](std::ostream &outcome) {
+    xml_doc *const doc = xmlNewDoc();
+    doc->root = xmlNewNode("router");
+    xmlAddText(xmlAddChild(doc->root, xmlNewNode("name")), xmlNewText("home"));
+    char *buffer = xmlPrepareBuf(doc);
+    outcome << (buffer ? buffer : "no buffer");
+    xmlFreeBuf(buffer);
+    xmlFreeDoc(doc);
+
+    xml_doc_file *const file = xmlNewDocFile();
+    unsigned length = 0;
+    printf("this belongs to standard output\n");
+    buffer = xmlFileToBuf(file, &length);
+    outcome << (buffer ? buffer : "no buffer") << length;
+    xmlFreeBuf(buffer);
+    xmlFreeDocFile(file);
+
+    outcome << chdir("/run") << xml_test_main() << read_file("output.txt");
+    unlink("output.txt");
+  });
+}
+
+// A descriptor that a program has closed is no place for a file of the library, also when there is no other.
+TEST(ClosedDescriptors, AreNotUsedForFilesWhenThereAreNoOthers) {
+  const sandbox::StandIns stand_ins({"tc", "ifconfig", "iptables"});
+  EXPECT_EQ(0, sandbox::with_only_standard_descriptors([] {
+              add_tree("eth1");
+              if (start_qos("eth1") != 0 || stop_qos("eth1") != 0 || restart_rule("eth1") != 0)
+                return 1;
+              xml_doc *const doc = xmlNewDoc();
+              doc->root = xmlNewNode("router");
+              if (xmlPrepareBuf(doc) || xmlNewDocFile()->fp)
+                return 2;
+              return chdir("/run") == 0 && xml_test_main() == 1 ? 0 : 3;
+            }));
+  for (const char *file : {"/var/tmp/qos_start", "/var/tmp/qos_stop", "/var/tmp/qos_rule_eth1", "/run/output.txt"}) {
+    EXPECT_EQ("", read_file(file));
+    unlink(file);
+  }
+  EXPECT_TRUE(stand_ins.calls().empty());
+}
