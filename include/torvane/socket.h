@@ -66,7 +66,7 @@ extern const txt_map_entry LogStrMap[];
  *
  * Returns:
  *   0  opened
- *   1  failed, with nothing left open; traced unless `local` or `fd` is null
+ *   1  failed, with nothing left open; traced unless `local` or `fd` is null, which is looked at after the interface
  *
  * On failure, traces one of these:
  *   "Can't resolve ifname=%s\n"                                       no socket was made
@@ -179,17 +179,17 @@ int set_nonblock_sock(int fd);
  *   fd    descriptor of a socket
  *   opts  SOCKET_OPT_SENDTO, SOCKET_OPT_DONTWAIT, SOCKET_OPT_NOSIGNAL. Without the last one, sending to a stream whose
  *         peer has gone ends a process that does not handle SIGPIPE
- *   buf   `*len` bytes
+ *   buf   `*len` bytes. The kernel refuses a null pointer, unless nothing is to be sent
  *   len   bytes to send; receives the number that was sent. 0 or a negative number sends nothing and succeeds with 0
  *   to    destination, with SOCKET_OPT_SENDTO on a datagram socket; else ignored
  *
  * Returns:
  *   0  all was sent
- *   1  failed before anything was sent, and `*len` is untouched. Traces one of these, or nothing when `len` is null, or
- *      `buf` is null with bytes to send:
+ *   1  failed before anything was sent, and `*len` is untouched. Traces one of these:
  *        "socket send error\n"                 a negative descriptor, no socket, a datagram socket that has no peer and
  *                                              no SOCKET_OPT_SENDTO, or SOCKET_OPT_SENDTO with a null `to`
  *        "socket Can't handle SO_TYPE=%d\n"    the socket is neither datagram nor stream
+ *   1  none of these, but `len` is null: nothing is traced
  *   1  the kernel kept saying EAGAIN or EINTR (see below): nothing is traced
  *   1  the kernel gave any other error, which goes to standard error as "sendto:: REASON\n"
  *
@@ -205,19 +205,19 @@ int socket_send(int fd, unsigned opts, const void *buf, int *len, ipport *to);
  *   fd    descriptor of a socket
  *   opts  SOCKET_OPT_RECVFROM, SOCKET_OPT_PEEK, SOCKET_OPT_WAITALL. With SOCKET_OPT_PEEK and less queued than wanted,
  *         the same bytes are read again and again until `buf` is full of them
- *   buf   receives `*len` bytes
+ *   buf   receives `*len` bytes. The kernel refuses a null pointer once there is something to receive
  *   len   bytes wanted; receives the number that came. 0 or a negative number receives nothing and succeeds with 0
  *   from  with SOCKET_OPT_RECVFROM on a datagram socket not null, else ignored. It is not filled: recvfrom(2) tells the
  *         sender
  *
  * Returns:
  *   0  all is there
- *   1  failed before anything was received, and `*len` is untouched. Traces one of these, or nothing when `len` is
- *      null, or `buf` is null with bytes wanted:
+ *   1  failed before anything was received, and `*len` is untouched. Traces one of these:
  *        "socket send error\n"                 a negative descriptor, or no socket
  *        "getsockopt SO_TYPE Error\n"          a datagram socket that has no peer and no SOCKET_OPT_RECVFROM, or
  *                                              SOCKET_OPT_RECVFROM with a null `from`
  *        "socket Can't handle SO_TYPE=%d\n"    the socket is neither datagram nor stream
+ *   1  none of these, but `len` is null: nothing is traced
  *   1  the kernel gave an error other than EAGAIN and EINTR: traces "socket recv error errno=%d\n"
  *
  * DOES NOT END when a stream's peer closes: it traces "Recv Zero Bytes\n" over and over. For streams use
@@ -234,14 +234,14 @@ int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from);
  *
  *   fd    descriptor of a stream socket
  *   opts  ignored
- *   buf   receives `*len` bytes
+ *   buf   receives `*len` bytes. The kernel refuses a null pointer once there is something to receive
  *   len   bytes wanted; receives the number that came. 0 or a negative number receives nothing and succeeds with 0
  *
  * Returns:
  *   0  all is there
  *   0  the peer closed, and `*len` is less than wanted: traces "Recv Zero Bytes\n"
  *   1  `fd` is negative: traces "socket send error\n"; `*len` is untouched
- *   1  `len` is null, or `buf` is null with bytes wanted: nothing is traced, and `*len` is untouched
+ *   1  `len` is null: nothing is traced
  *   1  the kernel kept saying EAGAIN or EINTR: traces "more then 200 times EAGAIN[%d/%d]\n" with the bytes that came
  *      and the bytes wanted
  *   1  the kernel gave any other error: traces "socket recv error errno=%d\n"

@@ -58,13 +58,15 @@ const txt_map_entry LogStrMap[] = {
 };
 
 int socket_open(const char *ifname, ipport *local, unsigned opts, int *fd) {
-  if (!local || !fd)
-    return 1;
-  uint32_t ip = local->ip;
+  uint32_t ip;
   if (ifname && get_ip_by_ifname(ifname, &ip) != 0) {
     TRACE_NO_PROCESS("Can't resolve ifname=%s\n", ifname);
     return 1;
   }
+  if (!local || !fd)
+    return 1;
+  if (!ifname)
+    ip = local->ip;
 
   // This is meant: datagram sockets block and are inherited by started programs, stream sockets do neither.
   const int type = opts & SOCKET_OPT_TCP ? SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC : SOCK_DGRAM;

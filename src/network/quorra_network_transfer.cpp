@@ -35,8 +35,6 @@ int type_of(int fd) {
 extern "C" {
 
 int socket_send(int fd, unsigned opts, const void *buf, int *len, ipport *to) {
-  if (!len || (!buf && *len > 0))
-    return 1;
   const int type = fd < 0 ? -1 : type_of(fd);
   const bool to_given = type == SOCK_DGRAM && opts & SOCKET_OPT_SENDTO;
   if (type == -1 || (to_given && !to) || (type == SOCK_DGRAM && !to_given && get_socket_state(fd) != 0)) {
@@ -47,6 +45,8 @@ int socket_send(int fd, unsigned opts, const void *buf, int *len, ipport *to) {
     TRACE_NO_PROCESS("%s Can't handle SO_TYPE=%d\n", text_of(word_socket), type);
     return 1;
   }
+  if (!len)
+    return 1;
 
   const sockaddr_in address = to_given ? socket_address(to->ip, to->port) : sockaddr_in{};
   const int flags = (opts & SOCKET_OPT_DONTWAIT ? MSG_DONTWAIT : 0) | (opts & SOCKET_OPT_NOSIGNAL ? MSG_NOSIGNAL : 0);
@@ -77,8 +77,6 @@ int socket_send(int fd, unsigned opts, const void *buf, int *len, ipport *to) {
 }
 
 int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from) {
-  if (!len || (!buf && *len > 0))
-    return 1;
   const int type = fd < 0 ? -1 : type_of(fd);
   if (type == -1) {
     // This is meant: a bad descriptor is traced with the word of sending, here and in socket_recv_tcp.
@@ -95,6 +93,8 @@ int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from) {
     TRACE_NO_PROCESS("%s Can't handle SO_TYPE=%d\n", text_of(word_socket), type);
     return 1;
   }
+  if (!len)
+    return 1;
 
   sockaddr_in address = from_given ? socket_address(from->ip, from->port) : sockaddr_in{};
   const int flags = (opts & SOCKET_OPT_PEEK ? MSG_PEEK : 0) | (opts & SOCKET_OPT_WAITALL ? MSG_WAITALL : 0);
@@ -121,12 +121,12 @@ int socket_recv(int fd, unsigned opts, void *buf, int *len, ipport *from) {
 }
 
 int socket_recv_tcp(int fd, unsigned, void *buf, int *len) {
-  if (!len || (!buf && *len > 0))
-    return 1;
   if (fd < 0) {
     TRACE_NO_PROCESS("%s %s\n", text_of(word_socket), text_of(word_send_error));
     return 1;
   }
+  if (!len)
+    return 1;
 
   char *const bytes = static_cast<char *>(buf);
   int received = 0;

@@ -134,8 +134,13 @@ TEST_F(Open, OfAnUnknownInterfaceFailsBeforeThereIsASocket) {
   for (const unsigned opts : {0u, 1u, 5u, 7u}) {
     int fd = 77;
     EXPECT_EQ(1, socket_open("no-such0", &local, opts, &fd));
-    EXPECT_EQ(77, fd);
     expect_trace("socket_open", "Can't resolve ifname=no-such0\n");
+    // The interface comes before the endpoint and the place for the descriptor.
+    EXPECT_EQ(1, socket_open("no-such0", nullptr, opts, &fd));
+    expect_trace("socket_open", "Can't resolve ifname=no-such0\n");
+    EXPECT_EQ(1, socket_open("no-such0", &local, opts, nullptr));
+    expect_trace("socket_open", "Can't resolve ifname=no-such0\n");
+    EXPECT_EQ(77, fd);
   }
   EXPECT_EQ(0, made);
 }

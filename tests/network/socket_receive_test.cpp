@@ -132,10 +132,13 @@ TEST_F(Receive, OfNothingSucceedsAtOnce) {
     char got = 'x';
     EXPECT_EQ(0, socket_recv(connection.near, 0, &got, &length, nullptr));
     EXPECT_EQ(0, length);
+    EXPECT_EQ(0, socket_recv(connection.near, 0, nullptr, &length, nullptr));
     length = none;
     EXPECT_EQ(0, socket_recv_tcp(connection.near, 0, &got, &length));
     EXPECT_EQ(0, length);
+    EXPECT_EQ(0, socket_recv_tcp(connection.near, 0, nullptr, &length));
   }
+  expect_silence();
 }
 
 TEST_F(Receive, TriesAgainAtOnceAndWithoutLimit) {
@@ -212,8 +215,13 @@ TEST_F(Receive, TellsASocketThatCannotReceive) {
     char got[5];
     int length = 5;
     EXPECT_EQ(1, socket_recv(row.fd, row.opts, got, &length, row.from)) << row.fd;
-    EXPECT_EQ(5, length);
     expect_trace("socket_recv", row.message);
+    // The socket comes before the buffer and the length.
+    EXPECT_EQ(1, socket_recv(row.fd, row.opts, nullptr, &length, row.from)) << row.fd;
+    expect_trace("socket_recv", row.message);
+    EXPECT_EQ(1, socket_recv(row.fd, row.opts, got, nullptr, row.from)) << row.fd;
+    expect_trace("socket_recv", row.message);
+    EXPECT_EQ(5, length);
   }
   for (const int fd : {pipes[0], pipes[1], pair[0], pair[1]})
     close(fd);
@@ -237,15 +245,29 @@ TEST_F(Receive, TellsAnyOtherErrorWithItsNumber) {
   expect_trace("socket_recv_tcp", message);
 }
 
-TEST_F(Receive, WithNullFails) {
+TEST_F(Receive, IntoNoBufferIsRefusedByTheKernel) {
   Connection connection;
-  char got[5];
+  const std::string message = "socket recv error errno=" + std::to_string(EFAULT) + "\n";
+  ASSERT_EQ(5, send(connection.far, "hello", 5, 0));
   int length = 5;
   EXPECT_EQ(1, socket_recv(connection.near, 0, nullptr, &length, nullptr));
-  EXPECT_EQ(1, socket_recv(connection.near, 0, got, nullptr, nullptr));
+  EXPECT_EQ(0, length);
+  expect_trace("socket_recv", message);
+  length = 5;
   EXPECT_EQ(1, socket_recv_tcp(connection.near, 0, nullptr, &length));
-  EXPECT_EQ(1, socket_recv_tcp(connection.near, 0, got, nullptr));
-  EXPECT_EQ(5, length);
+  EXPECT_EQ(0, length);
+  expect_trace("socket_recv_tcp", message);
+}
+
+TEST_F(Receive, WithoutALengthFails) {
+  Connection connection;
+  ASSERT_EQ(5, send(connection.far, "hello", 5, 0));
+  char got[5];
+  for (char *buffer : {got, static_cast<char *>(nullptr)}) {
+    EXPECT_EQ(1, socket_recv(connection.near, 0, buffer, nullptr, nullptr));
+    EXPECT_EQ(1, socket_recv_tcp(connection.near, 0, buffer, nullptr));
+  }
+  EXPECT_EQ(5, recv(connection.near, got, sizeof(got), MSG_DONTWAIT));
   expect_silence();
 }
 
@@ -316,8 +338,12 @@ TEST_F(ReceiveStream, TellsWhatIsNoSocket) {
   char got[5];
   int length = 5, pipes[2];
   EXPECT_EQ(1, socket_recv_tcp(-1, 0, got, &length));
-  EXPECT_EQ(5, length);
   expect_trace("socket_recv_tcp", "socket send error\n");
+  EXPECT_EQ(1, socket_recv_tcp(-1, 0, nullptr, &length));
+  expect_trace("socket_recv_tcp", "socket send error\n");
+  EXPECT_EQ(1, socket_recv_tcp(-1, 0, got, nullptr));
+  expect_trace("socket_recv_tcp", "socket send error\n");
+  EXPECT_EQ(5, length);
   ASSERT_EQ(0, pipe2(pipes, O_CLOEXEC));
   EXPECT_EQ(1, socket_recv_tcp(pipes[0], 0, got, &length));
   EXPECT_EQ(0, length);

@@ -155,8 +155,13 @@ TEST_F(Send, TellsASocketThatCannotSend) {
   for (const auto &row : cases) {
     int length = 5;
     EXPECT_EQ(1, socket_send(row.fd, row.opts, "hello", &length, row.to)) << row.fd;
-    EXPECT_EQ(5, length);
     expect_trace("socket_send", "socket send error\n");
+    // The socket comes before the buffer and the length.
+    EXPECT_EQ(1, socket_send(row.fd, row.opts, nullptr, &length, row.to)) << row.fd;
+    expect_trace("socket_send", "socket send error\n");
+    EXPECT_EQ(1, socket_send(row.fd, row.opts, "hello", nullptr, row.to)) << row.fd;
+    expect_trace("socket_send", "socket send error\n");
+    EXPECT_EQ(5, length);
   }
   EXPECT_EQ("nothing", datagram.take());
   close(pipes[0]);
@@ -167,9 +172,14 @@ TEST_F(Send, TellsATypeThatItDoesNotKnow) {
   int pair[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair));
   int length = 5;
+  const std::string message = "socket Can't handle SO_TYPE=" + std::to_string(SOCK_SEQPACKET) + "\n";
   EXPECT_EQ(1, socket_send(pair[0], 0, "hello", &length, nullptr));
+  expect_trace("socket_send", message);
+  EXPECT_EQ(1, socket_send(pair[0], 0, nullptr, &length, nullptr));
+  expect_trace("socket_send", message);
+  EXPECT_EQ(1, socket_send(pair[0], 0, "hello", nullptr, nullptr));
+  expect_trace("socket_send", message);
   EXPECT_EQ(5, length);
-  expect_trace("socket_send", "socket Can't handle SO_TYPE=" + std::to_string(SOCK_SEQPACKET) + "\n");
   close(pair[0]);
   close(pair[1]);
 }
@@ -261,11 +271,29 @@ TEST_F(Send, ToAPeerThatHasGoneRaisesNoSignalWhenAskedNotTo) {
   EXPECT_EQ(SIGPIPE, WTERMSIG(status));
 }
 
-TEST_F(Send, WithNullFails) {
+TEST_F(Send, OfNoBufferIsRefusedByTheKernel) {
   Connection connection;
-  int length = 5;
-  EXPECT_EQ(1, socket_send(connection.near, 0, nullptr, &length, nullptr));
-  EXPECT_EQ(5, length);
-  EXPECT_EQ(1, socket_send(connection.near, 0, "hello", nullptr, nullptr));
+  const Receiver sender, receiver;
+  ipport to = receiver.self;
+  std::string told;
+  int of_stream = 5, of_datagram = 5;
+  {
+    sandbox::Captured errors(STDERR_FILENO);
+    EXPECT_EQ(1, socket_send(connection.near, 0, nullptr, &of_stream, nullptr));
+    EXPECT_EQ(1, socket_send(sender.fd, SOCKET_OPT_SENDTO, nullptr, &of_datagram, &to));
+    told = errors.text();
+  }
+  EXPECT_EQ(0, of_stream);
+  EXPECT_EQ(0, of_datagram);
+  EXPECT_EQ("sendto:: Bad address\nsendto:: Bad address\n", told);
+  expect_silence();
+}
+
+TEST_F(Send, WithoutALengthFails) {
+  Connection connection;
+  for (const char *buffer : {"hello", static_cast<const char *>(nullptr)})
+    EXPECT_EQ(1, socket_send(connection.near, 0, buffer, nullptr, nullptr));
+  char got;
+  EXPECT_EQ(-1, recv(connection.far, &got, 1, MSG_DONTWAIT));
   expect_silence();
 }
