@@ -152,7 +152,6 @@ bool serve_single(const Service &service, Watch &watch) {
     return true;
   if (bytes_waiting(service.fd) == 0) {
     service.handlers.on_close(service.tid, service.fd);
-    FD_CLR(service.fd, &watch.watched);
     return false;
   }
   // This is meant: neither the handler nor SOCKET_OPT_ONESHOT takes the only socket of a service out of its set.
@@ -184,10 +183,6 @@ extern "C" {
 
 int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, const socket_handler_set *handlers,
                   pthread_t *thread) {
-  if (!handlers || !thread) {
-    TRACE_NO_PROCESS("%s\n", text_of(word_error_args));
-    return 1;
-  }
   if (fd >= FD_SETSIZE) {
     TRACE_NO_PROCESS("%s\n", text_of(word_handler_error));
     return 1;
@@ -195,6 +190,10 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
   HeapBlock<Service> service(allocate_zeroed<Service>());
   if (!service) {
     TRACE_NO_PROCESS("%s\n", text_of(word_malloc_fail));
+    return 1;
+  }
+  if (!handlers) {
+    TRACE_NO_PROCESS("%s\n", text_of(word_error_args));
     return 1;
   }
   service->fd = fd;
@@ -219,6 +218,10 @@ int socket_select(int fd, unsigned opts, int timeout_sec, int timeout_usec, cons
   if ((service->listening && !(handlers->on_accept && handlers->on_cycle)) || !handlers->on_close ||
       !handlers->on_data || !handlers->on_error || !handlers->on_exit) {
     TRACE_NO_PROCESS("%s\n", text_of(word_handler_error));
+    return 1;
+  }
+  if (!thread) {
+    TRACE_NO_PROCESS("%s\n", text_of(word_error_args));
     return 1;
   }
 

@@ -117,6 +117,22 @@ TEST_F(Refusal, OfNull) {
   close(pair[1]);
 }
 
+TEST_F(Refusal, OfNullComesWhereItIsUsed) {
+  const struct {
+    int fd, sec;
+    const socket_handler_set *handlers;
+    const char *message;
+  } cases[] = {{-1, 0, &all_handlers, "getsockopt fail\n"},
+               {-1, 1, without(&socket_handler_set::on_timeout), "pthread handler set error\n"},
+               {-1, 0, nullptr, "error args!!\n"},
+               {FD_SETSIZE, 0, nullptr, "pthread handler set error\n"}};
+  for (const auto &row : cases) {
+    EXPECT_EQ(1, socket_select(row.fd, 0, row.sec, 0, row.handlers, nullptr));
+    expect_trace("socket_select", row.message);
+    sandbox::clear_console();
+  }
+}
+
 TEST_F(Refusal, WithoutMemory) {
   int pair[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair));
