@@ -124,8 +124,9 @@ int string2ip(const char *text, uint32_t *out);
  *
  * Returns:
  *   0  written
- *   1  `size` is below 16, whatever the address: traces "buffer size too small!!\n" with the short header of
- *      torvane/trace.h, and nothing is written; or `out` is null
+ *   1  `size` is below 16, whatever the address and `out`: traces "buffer size too small!!\n" with the short header of
+ *      torvane/trace.h, and nothing is written
+ *   1  `out` is null: nothing is traced
  */
 int ip2string(uint32_t ip, char *out, int size);
 

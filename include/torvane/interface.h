@@ -190,13 +190,14 @@ int get_ifname_by_ip(uint32_t ip, char *out, int size);
  * Returns the names of all interfaces, up or not, in the order of "/proc/net/dev", joined by ",".
  *
  *   out   receives the names; an empty text when there is no interface
- *   size  bytes of `out`, all of which are cleared first. The list and its terminator may fill them exactly
+ *   size  bytes of `out`, all of which are cleared first. The list and its terminator may fill them exactly. A negative
+ *         size is taken for 0
  *
  * Returns:
  *   0  all names are in `out`
- *   1  "/proc/net/dev" cannot be opened, `out` is null, or `size` is 0 or less: `out` is left alone
- *   1  the list does not fit: traces "buffer too small!!\n". `out` then holds the names that fit, terminated; the last
- *      of them may have its comma
+ *   1  "/proc/net/dev" cannot be opened, or `out` is null and `size` is not 0: `out` is left alone
+ *   1  the list does not fit, as with size 0: traces "buffer too small!!\n". `out` then holds the names that fit,
+ *      terminated, unless its size is 0; the last of them may have its comma
  */
 int get_netdev_name(char *out, int size);
 
@@ -207,8 +208,8 @@ int get_netdev_name(char *out, int size);
  *
  *   name  name to look for; null is allowed
  *
- * Unless `name` is null it reads the list with get_netdev_name into 1024 bytes, which traces "buffer too small!!\n"
- * when the list does not fit.
+ * It reads the list with get_netdev_name into 1024 bytes, which traces "buffer too small!!\n" when the list does not
+ * fit.
  */
 int check_netdev_name(const char *name);
 

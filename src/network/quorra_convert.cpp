@@ -73,12 +73,12 @@ int string2ip(const char *text, uint32_t *out) {
 }
 
 int ip2string(uint32_t ip, char *out, int size) {
-  if (!out)
-    return 1;
   if (size < INET_ADDRSTRLEN) {
     TRACE_NO_PROCESS("buffer size too small!!\n");
     return 1;
   }
+  if (!out)
+    return 1;
   uint8_t bytes[4];
   memcpy(bytes, &ip, sizeof(bytes));
   snprintf(out, INET_ADDRSTRLEN, "%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);

@@ -30,6 +30,15 @@ class AddressToText : public testing::Test {
   void SetUp() override {
     sandbox::clear_console();
   }
+  static void expect_trace() {
+    const auto traces = sandbox::console();
+    ASSERT_EQ(1u, traces.size());
+    EXPECT_FALSE(traces[0].has_process);
+    EXPECT_EQ("quorra_convert", traces[0].file);
+    EXPECT_EQ("ip2string", traces[0].func);
+    EXPECT_EQ("buffer size too small!!\n", traces[0].message);
+    sandbox::clear_console();
+  }
 };
 
 } // namespace
@@ -115,21 +124,18 @@ TEST_F(AddressToText, GivesTheTextBackThatStringToAddressRead) {
 
 TEST_F(AddressToText, RefusesABufferBelowSixteenBytesWhateverTheAddress) {
   for (const int size : {15, 8, 1, 0, -1, INT_MIN}) {
-    sandbox::clear_console();
     char out[16] = "unchanged";
     EXPECT_EQ(1, ip2string(address("1.2.3.4"), out, size)) << size;
     EXPECT_STREQ("unchanged", out);
-    const auto traces = sandbox::console();
-    ASSERT_EQ(1u, traces.size());
-    EXPECT_FALSE(traces[0].has_process);
-    EXPECT_EQ("quorra_convert", traces[0].file);
-    EXPECT_EQ("ip2string", traces[0].func);
-    EXPECT_EQ("buffer size too small!!\n", traces[0].message);
+    expect_trace();
+    EXPECT_EQ(1, ip2string(address("1.2.3.4"), nullptr, size)) << size;
+    expect_trace();
   }
 }
 
 TEST_F(AddressToText, WithoutABufferFails) {
   EXPECT_EQ(1, ip2string(address("1.2.3.4"), nullptr, 16));
+  EXPECT_EQ("", sandbox::console_text());
 }
 
 TEST_F(Endpoint, TakesBothNumbersAsTheyAre) {

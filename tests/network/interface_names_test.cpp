@@ -1,5 +1,6 @@
 // These tests look for the names of interfaces.
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -89,10 +90,22 @@ TEST_F(NameList, ThatDoesNotFitIsToldAndCut) {
   }
 }
 
+TEST_F(NameList, DoesNotFitABufferWithoutBytes) {
+  char list[64] = "unchanged";
+  for (char *buffer : {list, static_cast<char *>(nullptr)})
+    for (const int size : {0, -1, INT_MIN}) {
+      sandbox::clear_console();
+      EXPECT_EQ(1, get_netdev_name(buffer, size)) << size;
+      expect_trace("get_netdev_name", "buffer too small!!\n");
+    }
+  EXPECT_STREQ("unchanged", list);
+  const NetDev empty("");
+  EXPECT_EQ(0, get_netdev_name(list, 0)); // nothing is more than no bytes hold
+  EXPECT_STREQ("unchanged", list);
+}
+
 TEST_F(NameList, NeedsABufferAndItsFile) {
   char list[64] = "unchanged";
-  EXPECT_EQ(1, get_netdev_name(list, 0));
-  EXPECT_EQ(1, get_netdev_name(list, -1));
   EXPECT_EQ(1, get_netdev_name(nullptr, 64));
   int result;
   {
@@ -138,6 +151,9 @@ TEST_F(NameList, OfMoreThanItsBufferIsToldByTheCheck) {
   EXPECT_EQ("", sandbox::console_text()); // 1023 bytes and the terminator
   const NetDev longer(lines + "  x:" + counters);
   EXPECT_EQ(1, check_netdev_name("veth100"));
+  expect_trace("get_netdev_name", "buffer too small!!\n");
+  sandbox::clear_console();
+  EXPECT_EQ(1, check_netdev_name(nullptr));
   expect_trace("get_netdev_name", "buffer too small!!\n");
 }
 
