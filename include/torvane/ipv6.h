@@ -168,7 +168,7 @@ int j_get_ip6_by_ifname(const char *ifname, int which, unsigned char addr[16]);
  * ::/0 dev IFNAME", which goes through grep and awk.
  *
  *   ifname  name of the interface; it goes into the shell command as it stands
- *   addr    receives the 16 bytes of the gateway; all 0 when there is none
+ *   addr    receives the 16 bytes of the gateway; untouched when the tool named none
  *
  * Returns:
  *   0  the tool named a gateway; `addr` is all 0 if StringToV6Addr cannot read it
@@ -208,9 +208,7 @@ int StringToV6Addr(const char *text, unsigned char addr[16]);
  *   groups  the address
  *   text    at least 40 bytes that the caller has zeroed: NO terminator is written
  *
- * Returns:
- *   0  written
- *   1  an argument is null
+ * Returns 0, always; with a null argument nothing is written.
  */
 int V6AddrToString(const unsigned short groups[8], char *text);
 

@@ -78,7 +78,6 @@ int j_get_ip6_by_ifname(const char *ifname, int which, unsigned char addr[16]) {
 int get_gw6_by_ifname(const char *ifname, unsigned char addr[16]) {
   if (!ifname || !addr)
     return 1;
-  memset(addr, 0, address_size);
   // awk writes the word "via" right behind the gateway, so that its "v" ends the address.
   FILE *output = _system_read("ip -6 route show match ::/0 dev %s |grep \"default via\" |awk '{print $3$2}'", ifname);
   if (!output)

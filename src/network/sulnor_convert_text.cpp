@@ -119,7 +119,7 @@ int StringToV6Addr(const char *text, unsigned char addr[16]) {
 
 int V6AddrToString(const unsigned short groups[8], char *text) {
   if (!groups || !text)
-    return 1;
+    return 0;
   char written[48] = {};
   const int length = snprintf(written, sizeof(written), "%x:%x:%x:%x:%x:%x:%x:%x", groups[0], groups[1], groups[2],
                               groups[3], groups[4], groups[5], groups[6], groups[7]);

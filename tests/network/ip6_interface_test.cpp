@@ -22,6 +22,7 @@ using Texts = std::vector<std::string>;
 using Groups = std::array<unsigned short, 8>;
 
 constexpr Groups untouched = {1, 2, 3, 4, 5, 6, 7, 8};
+constexpr Address filled = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
 
 // While it lives there is an interface "via" with a link-local and a global address. Its peer is "vib".
 class Via {
@@ -164,25 +165,24 @@ class Tool : public testing::Test {
   void SetUp() override {
     sandbox::clear_console();
   }
-  // Returns the address as text, or "" if there was none.
+  // Returns the address as text, or "" if there was none; then `left` must stand in its place.
   template <typename Ask>
-  static std::string asked(Ask ask) {
-    Address address;
-    address.fill(0xff);
+  static std::string asked(Ask ask, const Address &left) {
+    Address address = filled;
     const int result = ask(address.data());
     if (result != 0) {
       EXPECT_EQ(1, result);
-      EXPECT_EQ(Address{}, address);
+      EXPECT_EQ(left, address);
       return "";
     }
     char text[INET6_ADDRSTRLEN];
     return inet_ntop(AF_INET6, address.data(), text, sizeof(text));
   }
   static std::string address(const char *ifname, int which) {
-    return asked([=](unsigned char *out) { return j_get_ip6_by_ifname(ifname, which, out); });
+    return asked([=](unsigned char *out) { return j_get_ip6_by_ifname(ifname, which, out); }, Address{});
   }
-  static std::string gateway(const char *ifname) {
-    return asked([=](unsigned char *out) { return get_gw6_by_ifname(ifname, out); });
+  static std::string gateway(const char *ifname, const Address &left = filled) {
+    return asked([=](unsigned char *out) { return get_gw6_by_ifname(ifname, out); }, left);
   }
   // Has each stand-in of a pipeline write its arguments to a file of its own, because they run at the same time.
   static void record_calls() {
@@ -265,9 +265,9 @@ TEST_F(Tool, ReadsTheGatewayFromTheOutput) {
   let_ip_say("default via fe80::1 metric 1024 pref medium\ndefault via fe80::2 metric 2048 pref medium\n");
   EXPECT_EQ("fe80::1", gateway("eth0"));
   let_ip_say("2001:db8::/32 metric 256\n::/0 via fe80::7\n");
-  EXPECT_EQ("", gateway("eth0"));
+  EXPECT_EQ("", gateway("eth0")); // no line is left, so the address is untouched
   let_ip_say("default via 0:0:0:0:0:0:0:0 metric 1\n");
-  EXPECT_EQ("", gateway("eth0"));
+  EXPECT_EQ("", gateway("eth0", Address{})); // this line was read
   let_ip_say("default via :: metric 1\n");
   EXPECT_EQ("::", gateway("eth0")); // only the long text stands for no gateway
 }
