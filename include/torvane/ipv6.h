@@ -66,13 +66,16 @@ typedef int (*ifc_entry_handler)(const struct nlmsghdr *msg, unsigned ifindex, i
  *   mode     1; with any other value the kernel is not asked and the result is 0
  *   entries  array that the caller has zeroed. Entry 0 is the filter and is not written: if its prefix length, family
  *            or scope is not 0, only addresses with that value are stored
- *   count    entries in the array. At most `count` - 1 addresses are stored; further ones are read and dropped
+ *   count    entries in the array. At most `count` - 1 addresses are stored; further ones are read and dropped. With a
+ *            negative number none is stored
  *
  * Returns:
  *   0  done, also when the reading ended early (see read_ifc_results)
  *   1  one of these:
- *        `count` is 0 or less, or a pointer is null; nothing is traced
- *        the socket cannot be opened; traces "socket(): Create failed.\n"
+ *        `entries` is null or `count` is 0; nothing is traced. A null `ifname` is refused likewise, once there is a
+ *        socket and with mode 1 alone
+ *        the socket cannot be opened, or the one on which the C library asks for the interface's index; traces
+ *        "socket(): Create failed.\n"
  *        the request cannot be sent; traces "socket(): Send packet failed.\n"
  *
  * The function does not tell how many addresses there were: walk the entries from 1 on and stop at the first whose

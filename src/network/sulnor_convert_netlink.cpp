@@ -1,4 +1,5 @@
 // Asks the kernel for addresses of interfaces by netlink.
+#include <errno.h>
 #include <linux/if_addr.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -130,6 +131,13 @@ bool request_addresses(int sock, unsigned char family) {
   return send(sock, &request, sizeof(request), 0) != -1;
 }
 
+// Finds the index of an interface; 0 stands for all of them. This is meant: a name that no interface has gives 0 too.
+// Returns false when the kernel cannot be asked: the C library opens a socket of its own for that.
+bool find_index(const char *ifname, unsigned &index) {
+  index = *ifname ? if_nametoindex(ifname) : 0;
+  return index != 0 || *ifname == '\0' || errno == ENODEV;
+}
+
 } // namespace
 
 extern "C" {
@@ -137,7 +145,7 @@ extern "C" {
 int getifaddr_netlink(const char *ifname, int family, int mode, v6_ifaddr *entries, int count) {
   constexpr int mode_addresses = 1;
 
-  if (!ifname || !entries || count <= 0)
+  if (!entries || count == 0)
     return 1;
   const Descriptor sock(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
   if (!sock) {
@@ -146,7 +154,13 @@ int getifaddr_netlink(const char *ifname, int family, int mode, v6_ifaddr *entri
   }
   if (mode != mode_addresses)
     return 0;
-  const unsigned ifindex = *ifname ? if_nametoindex(ifname) : 0;
+  if (!ifname)
+    return 1;
+  unsigned ifindex;
+  if (!find_index(ifname, ifindex)) {
+    TRACE("socket(): Create failed.\n");
+    return 1;
+  }
   const int wanted = family & 0xffff;
   const bool known = wanted == AF_INET || wanted == AF_INET6;
   if (!request_addresses(sock.get(), static_cast<unsigned char>(known ? wanted : AF_UNSPEC))) {
@@ -154,8 +168,8 @@ int getifaddr_netlink(const char *ifname, int family, int mode, v6_ifaddr *entri
     return 1;
   }
   const long page = sysconf(_SC_PAGESIZE);
-  read_ifc_results(sock.get(), page > 0 ? static_cast<int>(page) : 4096, ifindex, entries, count - 1,
-                   process_ifaddr_ip);
+  const int max = count > 0 ? count - 1 : 0;
+  read_ifc_results(sock.get(), page > 0 ? static_cast<int>(page) : 4096, ifindex, entries, max, process_ifaddr_ip);
   return 0;
 }
 

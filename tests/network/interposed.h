@@ -1,6 +1,7 @@
 // The tests of the network module watch these calls of the C library or make them fail.
 #pragma once
 
+#include <net/if.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <sys/ioctl.h>
@@ -14,6 +15,7 @@
 
 INTERPOSED(accept);
 INTERPOSED(fopen);
+INTERPOSED(if_nametoindex);
 INTERPOSED(ioctl);
 INTERPOSED(pthread_create);
 INTERPOSED(pthread_setcanceltype);

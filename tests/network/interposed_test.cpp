@@ -4,6 +4,7 @@
 
 INTERPOSE(accept, 3);
 INTERPOSE(fopen, 2);
+INTERPOSE(if_nametoindex, 1);
 INTERPOSE_VARIADIC(ioctl, 2);
 INTERPOSE(pthread_create, 4);
 INTERPOSE(pthread_setcanceltype, 2);

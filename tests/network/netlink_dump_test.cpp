@@ -1,9 +1,11 @@
 // These tests have the kernel list real addresses in the program's own network.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 
 #include "interposed.h"
 #include "netlink.h"
+#include "network.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -158,9 +161,19 @@ TEST_F(Dump, FailsWithoutAnArray) {
   v6_ifaddr entries[2] = {};
   EXPECT_EQ(1, getifaddr_netlink("va", 0, 1, nullptr, 10));
   EXPECT_EQ(1, getifaddr_netlink("va", 0, 1, entries, 0));
-  EXPECT_EQ(1, getifaddr_netlink("va", 0, 1, entries, -5));
+  EXPECT_EQ(1, getifaddr_netlink(nullptr, 0, 1, nullptr, 0));
   EXPECT_EQ(1, getifaddr_netlink(nullptr, 0, 1, entries, 2));
+  EXPECT_EQ(0, getifaddr_netlink(nullptr, 0, 0, entries, 2)); // the name is of no use in this mode
   EXPECT_EQ(0u, entries[1].info);
+  EXPECT_EQ("", sandbox::console_text());
+}
+
+TEST_F(Dump, OfANegativeCountFillsNothing) {
+  v6_ifaddr entries[2] = {};
+  for (const int count : {-1, -5, INT_MIN}) {
+    EXPECT_EQ(0, getifaddr_netlink("va", 0, 1, entries, count)) << count;
+    EXPECT_EQ(0u, entries[0].info | entries[1].info) << count;
+  }
   EXPECT_EQ("", sandbox::console_text());
 }
 
@@ -171,7 +184,43 @@ TEST_F(Dump, FailsWithoutASocket) {
     v6_ifaddr entries[2] = {};
     EXPECT_EQ(1, getifaddr_netlink("va", 0, mode, entries, 2));
     expect_ipv6_trace("getifaddr_netlink", "socket(): Create failed.\n");
+    EXPECT_EQ(1, getifaddr_netlink(nullptr, 0, mode, entries, 2));
+    EXPECT_EQ(2u, sandbox::console_messages().size());
   }
+}
+
+TEST_F(Dump, OfOneInterfaceNeedsASecondDescriptorForItsIndex) {
+  v6_ifaddr entries[100] = {};
+  int of_one, of_all, of_no_mode;
+  {
+    const Captured output(STDOUT_FILENO);
+    rlimit usual;
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit one_more = {static_cast<rlim_t>(next_descriptor()) + 1, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &one_more);
+    of_one = getifaddr_netlink("va", 0, 1, entries, 100);
+    const bool filled = entries[1].info != 0;
+    of_all = filled ? 1 : getifaddr_netlink("", 0, 1, entries, 100);
+    of_no_mode = getifaddr_netlink("va", 0, 0, entries, 100);
+    setrlimit(RLIMIT_NOFILE, &usual);
+  }
+  EXPECT_EQ(1, of_one);
+  EXPECT_EQ(0, of_all);
+  EXPECT_NE(0u, entries[1].info);
+  EXPECT_EQ(0, of_no_mode);
+}
+
+TEST_F(Dump, TellsAnIndexThatCannotBeHad) {
+  const StandIn hook(interposed::if_nametoindex_call, [](const char *) {
+    errno = ENOMEM;
+    return 0u;
+  });
+  v6_ifaddr entries[2] = {};
+  const int before = sandbox::open_descriptors();
+  EXPECT_EQ(1, getifaddr_netlink("va", 0, 1, entries, 2));
+  EXPECT_EQ(0u, entries[1].info);
+  EXPECT_EQ(before, sandbox::open_descriptors());
+  expect_ipv6_trace("getifaddr_netlink", "socket(): Create failed.\n");
 }
 
 TEST_F(Dump, FailsWhenTheRequestCannotBeSent) {
