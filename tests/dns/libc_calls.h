@@ -7,6 +7,7 @@
 namespace dns {
 
 struct LibcCalls {
+  std::atomic<int> selects{0};
   std::atomic<int> passing_selects{0}; // so many calls from now on are let through before some fail
   std::atomic<int> failing_selects{0}; // so many calls then fail; likewise for the other functions
   std::atomic<int> select_error{0};

@@ -42,6 +42,7 @@ bool take_one(std::atomic<int> &left) {
 }
 
 int watched_select(int count, fd_set *in, fd_set *out, fd_set *except, timeval *timeout) {
+  libc_calls.selects++;
   if (!take_one(libc_calls.passing_selects) && take_one(libc_calls.failing_selects))
     return interposed::fail(libc_calls.select_error);
   if (timeout) {
@@ -121,6 +122,18 @@ TEST_F(KernelCalls, AnUnreachableServerEndsTheCallAfterTheQueriesBeforeIt) {
   EXPECT_EQ("sendto failed: Network is unreachable\nsendto failed: Network is unreachable\n", errors.text());
   EXPECT_EQ(4u, box.queries().size());
   EXPECT_EQ(4, libc_calls.pauses); // none after a query that was not sent
+}
+
+TEST_F(KernelCalls, DescriptorZeroServesAsAnyOther) {
+  Server server(here, say_yes);
+  EXPECT_EQ(0, sandbox::in_child([&] {
+              close(STDIN_FILENO);
+              if (dnsQuery4_main(query_.get(), &responded_, 1) != 1)
+                return 1;
+              if (query_.filed() != Texts{"A 0 0 192.0.2.1"})
+                return 2;
+              return fcntl(STDIN_FILENO, F_GETFD) == -1 ? 0 : 3;
+            }));
 }
 
 TEST_F(KernelCalls, EverySentQueryIsFollowedByAMillisecond) {

@@ -64,6 +64,22 @@ TEST_F(Results, OneOfTheTwoCallsIsEnough) {
   EXPECT_EQ(0, dnsQuery4(query.get()));
 }
 
+TEST_F(Results, AServerThatAnswersWellAfterTheOthersIsHeard) {
+  // The first reply is for no name asked for, so it ends nothing. The second comes when the client waits again.
+  Server prompt(addresses[0], [](const Bytes &query) {
+    return std::vector<Bytes>{reply(query, 1, a(labels("other.test"), "192.0.2.1"))};
+  });
+  Server late(addresses[1], [](const Bytes &query) {
+    while (dns::libc_calls.selects < 2)
+      std::this_thread::yield();
+    return std::vector<Bytes>{yes(query, "192.0.2.2")};
+  });
+  Query query({addresses[0], addresses[1]}, {"www.test"});
+  dns::libc_calls.selects = 0;
+  ask(query);
+  EXPECT_EQ((Texts{"A 0 1 192.0.2.1", "A 1 0 192.0.2.2"}), query.filed());
+}
+
 TEST_F(Results, TheCheckTracesNothingAndFilesAsUsual) {
   Server server(here, with_address("192.0.2.1"));
   Query query({here}, {"www.test"});

@@ -1,4 +1,5 @@
 // These tests ask the kernel about interfaces that they make themselves.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -8,6 +9,7 @@
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -159,6 +161,29 @@ TEST_F(Interface, WithoutADescriptorTellsNothing) {
   EXPECT_TRUE(std::equal(results, results + 7, expected));
   EXPECT_EQ(0x5a5a5a5au, out);
   EXPECT_EQ(9, mac[0]);
+}
+
+TEST_F(Interface, IsAskedThroughDescriptorZeroAsThroughAnyOther) {
+  EXPECT_EQ(0, sandbox::in_child([] {
+              close(STDIN_FILENO);
+              const auto given_back = [] { return fcntl(STDIN_FILENO, F_GETFD) == -1; };
+              uint32_t out;
+              for (int i = 0; i < 4; i++) // there is no channel
+                if (queries[i].ask(near_end, &out) != 0 || !given_back())
+                  return 1 + i;
+              uint8_t mac[6];
+              if (get_mac_by_ifname(near_end, mac, 6) != 0 || !given_back())
+                return 5;
+              mac[5]++;
+              if (set_mac_by_ifname(near_end, mac) != 0 || !given_back())
+                return 6;
+              mac[5]--;
+              if (set_mac_by_ifname(near_end, mac) != 0 || !given_back())
+                return 7;
+              char names[1024];
+              return get_netdev_name(names, sizeof(names)) == 0 && given_back() ? 0 : 8;
+            }));
+  EXPECT_EQ("02:00:5e:10:00:01", mac_of(near_end));
 }
 
 TEST_F(Interface, IsAskedOnARawSocketThatNoProgramInherits) {

@@ -13,6 +13,7 @@
 
 #include "interposed.h"
 #include "sockets.h"
+#include "support/child_process.h"
 #include "support/sandbox.h"
 #include "torvane.h"
 
@@ -189,6 +190,18 @@ TEST_F(Open, TellsAnEndpointThatCannotBeBound) {
   EXPECT_EQ(1, socket_open(nullptr, &local, SOCKET_OPT_TCP | SOCKET_OPT_REUSE | SOCKET_OPT_BIND, &fd));
   expect_trace("socket_open", "socket bind error fd=" + number + ",ip=203.0.113.77,port=65535\n");
   EXPECT_EQ(77, fd);
+}
+
+TEST_F(Open, GivesDescriptorZeroLikeAnyOther) {
+  EXPECT_EQ(0, sandbox::in_child([] {
+              close(STDIN_FILENO);
+              ipport local = endpoint("127.0.0.1", 0);
+              int fd = 77;
+              if (socket_open("lo", &local, SOCKET_OPT_REUSE | SOCKET_OPT_BIND, &fd) != 0 || fd != STDIN_FILENO)
+                return 1;
+              socket_close(fd);
+              return fcntl(STDIN_FILENO, F_GETFD) == -1 ? 0 : 2;
+            }));
 }
 
 TEST_F(Open, WithNullFails) {
