@@ -78,8 +78,8 @@ root_qdisc *root_qdisc_find_by_name(const char *ifname);
  *   2  the interface has a tree already
  *   3  memory ran out or the type is unknown
  *   4  `speeds` or `params` is null
- * Whenever the result is not 0, nothing has changed. An unknown type traces
- * "Internel error occur at not define root qdisc type\n".
+ * Whenever the result is not 0, nothing has changed. The checks come in this order: name, tree, memory, `speeds`, type,
+ * `params`. An unknown type traces "Internel error occur at not define root qdisc type\n".
  *
  * HTB and HFSC trees start with three classes: 1 at the top and 2 below it at phy_rate[0], and 3 below 1 at
  * link_rate[0]. Class 2 carries SFQ with perturb 10. An HTB class gets rate and ceil alike, and bursts of 1000000 bytes
@@ -115,7 +115,7 @@ int del_root_qdisc(const char *ifname);
  *   1  the interface (traced by the lookup) or the parent does not exist
  *   2  `class_id` exists
  *   3  memory ran out
- *   4  the tree's type takes no classes, or `params` is null
+ *   4  the tree's type takes no classes, or `params` is null, which is looked at last
  * On failure nothing has changed.
  *
  * The new class has no children and a pfifo leaf without limit. A leaf that gets its first child stops being one: its

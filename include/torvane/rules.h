@@ -162,13 +162,14 @@ extern list_node sched_root;
  *   "Mark key not found!!\n"     the mark target is set, and `mark` is no class without children (check_Key in
  *                                torvane/qos.h; a mark above 0xffff is none)
  *   "Memory allocate fail!!\n"   memory ran out
- * A null `match` or `target` gives 0 without a trace.
+ * The checks come in this order. A null `target` gives 0 without a trace where its mark would be looked at, and a null
+ * `match` does so last of all.
  */
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
 /*
- * Replaces a rule: deletes it (del_qos_rule), then adds the new one (add_qos_rule). When the add fails, the old rule is
- * gone.
+ * Replaces a rule: deletes it (del_qos_rule), then adds the new one (add_qos_rule). When the add fails, for a null block
+ * too, the old rule is gone.
  *
  *   ifname  interface name
  *   index   number of the rule
@@ -178,7 +179,6 @@ uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, cons
  * Returns:
  *   1  replaced
  *   0  there is no such rule, or the new one was refused; add_qos_rule and del_qos_rule list their traces
- *   0  `match` or `target` is null; nothing is deleted or traced
  */
 uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 

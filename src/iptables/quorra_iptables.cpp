@@ -35,8 +35,6 @@ extern "C" {
 // texts of their traces are spelled as users know them.
 
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target) {
-  if (!match || !target)
-    return 0;
   list_node *rules = find_rule_list_by_name(ifname);
   if (!rules) {
     TRACE("QoS tree not found!!\n");
@@ -55,6 +53,8 @@ uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, cons
     }
   }
 
+  if (!target)
+    return 0;
   qos_target wanted;
   memcpy(&wanted, target, sizeof(wanted));
   if (has_bit(wanted.target_flags, QOS_TARGET_MARK) && !is_markable_class(ifname, wanted.mark)) {
@@ -62,21 +62,22 @@ uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, cons
     return 0;
   }
 
-  auto *rule = allocate_zeroed<qos_rule>();
+  HeapBlock<qos_rule> rule(allocate_zeroed<qos_rule>());
   if (!rule) {
     TRACE("Memory allocate fail!!\n");
     return 0;
   }
+  if (!match)
+    return 0;
   rule->index = index;
   memcpy(&rule->match, match, sizeof(rule->match));
   rule->target = wanted;
   list_add(&rule->node, successor->prev, successor);
+  rule.release();
   return 1;
 }
 
 uint32_t modify_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target) {
-  if (!match || !target)
-    return 0;
   return del_qos_rule(ifname, index) ? add_qos_rule(ifname, index, match, target) : 0;
 }
 

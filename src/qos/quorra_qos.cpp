@@ -123,11 +123,15 @@ void add_bands(root_qdisc *root) {
   }
 }
 
+void delete_class(qos_class *tc_class) {
+  list_del(&tc_class->node);
+  free(tc_class);
+}
+
 void delete_classes(list_node *head) {
   for (qos_class &tc_class : classes_of(head)) {
     delete_classes(&tc_class.children);
-    list_del(&tc_class.node);
-    free(&tc_class);
+    delete_class(&tc_class);
   }
 }
 
@@ -149,31 +153,33 @@ int add_root_qdisc(const uint32_t speeds[4], const char *ifname, uint32_t type, 
     return 1;
   if (find_root(ifname))
     return 2;
-  const size_t params_size = root_params_size(type);
-  if (params_size == 0) {
-    // The text is spelled as users know it, here and in del_root_qdisc; this is meant.
-    TRACE("Internel error occur at not define root qdisc type\n");
-    return 3;
-  }
-  if (!speeds || !params)
-    return 4;
-
-  auto *root = allocate_zeroed<root_qdisc>();
+  HeapBlock<root_qdisc> root(allocate_zeroed<root_qdisc>());
   if (!root)
     return 3;
+  if (!speeds)
+    return 4;
   memcpy(root->link_rate, speeds, sizeof(root->link_rate));
   memcpy(root->phy_rate, speeds + 2, sizeof(root->phy_rate));
   set_text(root->ifname, ifname);
   root->type = type;
   list_make_empty(&root->classes);
   list_make_empty(&root->rules);
+  const size_t params_size = root_params_size(type);
+  if (params_size == 0) {
+    // The text is spelled as users know it, here and in del_root_qdisc; this is meant.
+    TRACE("Internel error occur at not define root qdisc type\n");
+    return 3;
+  }
+  if (!params)
+    return 4;
   memcpy(&root->params, params, params_size);
   list_add_tail(&root->node, &qos_root);
 
   if (type == QOS_ROOT_HTB || type == QOS_ROOT_HFSC)
-    add_default_classes(root);
+    add_default_classes(root.get());
   else if (type == QOS_ROOT_PRIO)
-    add_bands(root);
+    add_bands(root.get());
+  root.release();
   return 0;
 }
 
@@ -196,7 +202,7 @@ int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const v
   if (!root)
     return 1;
   const uint32_t type = MapById(class_type_of_root, root->type);
-  if (type == no_class_type || !params)
+  if (type == no_class_type)
     return 4;
 
   // This is meant: at the top level an id may be used twice. Lookups find the first class that has it.
@@ -213,6 +219,10 @@ int add_class(const char *ifname, uint16_t parent_id, uint16_t class_id, const v
   qos_class *tc_class = append_class(siblings, type, class_id);
   if (!tc_class)
     return 3;
+  if (!params) {
+    delete_class(tc_class);
+    return 4;
+  }
   memcpy(&tc_class->params, params, type == QOS_CLASS_HTB ? sizeof(htb_params) : sizeof(hfsc_params));
   return 0;
 }
@@ -222,8 +232,7 @@ int del_class(const char *ifname, uint16_t class_id) {
   if (!tc_class)
     return 1;
   delete_classes(&tc_class->children);
-  list_del(&tc_class->node);
-  free(tc_class);
+  delete_class(tc_class);
   return 0;
 }
 

@@ -137,10 +137,9 @@ TEST_F(Rules, NullBlocksAndNamesFail) {
   ASSERT_EQ(1u, add(1, rule));
   EXPECT_EQ(0u, add_qos_rule("eth1", 2, nullptr, &rule.target));
   EXPECT_EQ(0u, add_qos_rule("eth1", 2, &rule.match, nullptr));
-  EXPECT_EQ(0u, modify_qos_rule("eth1", 1, nullptr, &rule.target));
-  EXPECT_EQ(0u, modify_qos_rule("eth1", 1, &rule.match, nullptr));
+  EXPECT_EQ(0u, add_qos_rule("eth1", 2, nullptr, nullptr));
   EXPECT_EQ(Lines(), traced());
-  EXPECT_EQ(Indexes{1}, indexes()); // a modify without its blocks deletes nothing
+  EXPECT_EQ(Indexes{1}, indexes());
 
   EXPECT_EQ(0u, add_qos_rule(nullptr, 2, &rule.match, &rule.target));
   EXPECT_EQ("quorra_iptables add_qos_rule: QoS tree not found!!\n", traced().back());
@@ -148,6 +147,51 @@ TEST_F(Rules, NullBlocksAndNamesFail) {
   EXPECT_EQ("quorra_iptables del_qos_rule: QoS tree not found!!\n", traced().back());
   EXPECT_EQ(0u, modify_qos_rule(nullptr, 1, &rule.match, &rule.target));
   EXPECT_EQ(Indexes{1}, indexes());
+}
+
+TEST_F(Rules, ANullBlockIsRefusedWhereItWouldBeRead) {
+  const qos_rule rule = marking_rule();
+  qos_rule wrong = rule;
+  wrong.target.mark = 1;
+  ASSERT_EQ(1u, add(1, rule));
+  const Lines no_tree = {"quorra_qos root_qdisc_find_by_name: eth7 not found!!\n",
+                         "quorra_iptables add_qos_rule: QoS tree not found!!\n"};
+  const Lines exists = {"quorra_iptables add_qos_rule: Index already exist!!\n"};
+  const Lines no_mark = {"quorra_iptables add_qos_rule: Mark key not found!!\n"};
+  const Lines no_memory = {"quorra_iptables add_qos_rule: Memory allocate fail!!\n"};
+  for (const qos_target *target : {&rule.target, static_cast<const qos_target *>(nullptr)}) {
+    EXPECT_EQ(0u, add_qos_rule("eth7", 1, nullptr, target));
+    EXPECT_EQ(no_tree, traced());
+    EXPECT_EQ(0u, add_qos_rule("eth1", 1, nullptr, target));
+    EXPECT_EQ(exists, traced());
+  }
+  EXPECT_EQ(0u, add_qos_rule("eth1", 2, nullptr, &wrong.target)); // the target is read before the match
+  EXPECT_EQ(no_mark, traced());
+  for (const qos_target *target : {&rule.target, static_cast<const qos_target *>(nullptr)}) {
+    sandbox::fail_allocation(1);
+    EXPECT_EQ(0u, add_qos_rule("eth1", 2, nullptr, target));
+    sandbox::fail_allocation(0);
+    EXPECT_EQ(target ? no_memory : Lines(), traced());
+  }
+  EXPECT_EQ(Indexes{1}, indexes());
+}
+
+TEST_F(Rules, AModifyWithANullBlockHasDeletedTheOldRule) {
+  const qos_rule rule = marking_rule();
+  ASSERT_EQ(1u, add(1, rule));
+  ASSERT_EQ(1u, add(2, rule));
+  ASSERT_EQ(1u, add(3, rule));
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 4, nullptr, nullptr));
+  EXPECT_EQ((Indexes{1, 2, 3}), indexes());
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 1, nullptr, &rule.target));
+  EXPECT_EQ((Indexes{2, 3}), indexes());
+  EXPECT_EQ(0u, modify_qos_rule("eth1", 2, &rule.match, nullptr));
+  EXPECT_EQ(Indexes{3}, indexes());
+  EXPECT_EQ(Lines(), traced());
+  EXPECT_EQ(0u, modify_qos_rule("eth7", 3, nullptr, nullptr));
+  EXPECT_EQ((Lines{"quorra_qos root_qdisc_find_by_name: eth7 not found!!\n",
+                   "quorra_iptables del_qos_rule: QoS tree not found!!\n"}),
+            traced());
 }
 
 TEST_F(Rules, DeletingUnlinksThatRuleAlone) {

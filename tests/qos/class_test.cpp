@@ -81,8 +81,12 @@ TEST_F(Class, AddTellsWhyNot) {
       {"prio", 0, 9, &params, 4},    //
       {"prio", 1, 1, &params, 4},    //
       {"unknown", 1, 9, &params, 4}, //
-      {"htb", 1, 60, nullptr, 4},    //
+      {"htb", 1, 60, nullptr, 4},    // nothing is wrong but the block
       {"htb", 0, 60, nullptr, 4},    //
+      {"htb", 2, 60, nullptr, 4},    // its parent is a leaf, and stays one
+      {"htb", 9, 60, nullptr, 1},    // all else is checked before the block
+      {"htb", 1, 31, nullptr, 2},    //
+      {"pfifo", 0, 1, nullptr, 4},   //
   };
   for (const auto &c : cases)
     EXPECT_EQ(c.result, add_class(c.ifname, c.parent, c.id, c.params)) << c.ifname << " " << c.parent << ":" << c.id;
@@ -92,7 +96,9 @@ TEST_F(Class, AddTellsWhyNot) {
   EXPECT_EQ("1,2,3", shape("prio"));
   EXPECT_EQ(Messages{}, console_messages());
   EXPECT_EQ(1, add_class(nullptr, 0, 1, &params));
+  sandbox::clear_console();
   EXPECT_EQ(1, add_class("eth9", 0, 1, nullptr));
+  EXPECT_EQ(Messages{"eth9 not found!!\n"}, console_messages());
   root_qdisc_find_by_name("unknown")->type = QOS_ROOT_HTB;
 }
 
@@ -204,6 +210,17 @@ TEST_F(Class, WithoutMemoryTheTreeStaysAsItWas) {
   EXPECT_EQ(Messages{}, console_messages());
 }
 
+TEST_F(Class, LackOfMemoryComesBeforeANullBlock) {
+  trees::add_htb("eth1");
+  const auto add_without_block = [] { return add_class("eth1", 2, 9, nullptr); };
+  const auto check = [](int result, bool failed) {
+    EXPECT_EQ(failed ? 3 : 4, result);
+    EXPECT_EQ("1(2~10,3)", shape("eth1"));
+  };
+  EXPECT_EQ(1u, sandbox::fail_each_allocation(add_without_block, check));
+  EXPECT_EQ(Messages{}, console_messages());
+}
+
 TEST_F(Leaf, IsCopiedWholeWhateverItsType) {
   trees::add_htb("eth1");
   trees::add_prio("eth2");
@@ -225,11 +242,15 @@ TEST_F(Leaf, AddTellsWhyNot) {
   EXPECT_EQ(1, add_leaf_qdisc("eth1", 9, &leaf));
   EXPECT_EQ(4, add_leaf_qdisc("eth1", 1, &leaf));
   EXPECT_EQ(4, add_leaf_qdisc("eth1", 3, nullptr));
+  EXPECT_EQ(4, add_leaf_qdisc("eth1", 1, nullptr));
   EXPECT_EQ(1, add_leaf_qdisc("eth1", 9, nullptr));
   EXPECT_EQ(std::string(24, '\0'), bytes_of(&class_find("eth1", 1)->leaf, 24));
   EXPECT_EQ("1(2~10,3)", shape("eth1"));
   EXPECT_EQ(Messages{}, console_messages());
   EXPECT_EQ(1, add_leaf_qdisc(nullptr, 3, &leaf));
+  sandbox::clear_console();
+  EXPECT_EQ(1, add_leaf_qdisc("eth9", 3, nullptr));
+  EXPECT_EQ(Messages{"eth9 not found!!\n"}, console_messages());
 }
 
 TEST_F(Leaf, DeletionResetsItToPfifoWithoutLimit) {

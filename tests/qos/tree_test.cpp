@@ -180,6 +180,39 @@ TEST_F(RootQdisc, NullArgumentsMakeNoTree) {
   EXPECT_EQ("", trees::interfaces());
 }
 
+TEST_F(RootQdisc, ANullArgumentIsRefusedWhereItWouldBeRead) {
+  trees::add_htb("eth1");
+  EXPECT_EQ(2, add_root_qdisc(nullptr, "eth1", QOS_ROOT_HTB, nullptr));
+  EXPECT_EQ(4, add_root_qdisc(nullptr, "eth2", 4, nullptr)); // the speeds are read before the type
+  EXPECT_EQ(Messages{}, console_messages());
+  EXPECT_EQ(3, add_root_qdisc(trees::speeds, "eth2", 4, nullptr)); // an unknown type has no parameters
+  EXPECT_EQ(Messages{"Internel error occur at not define root qdisc type\n"}, console_messages());
+  EXPECT_EQ("eth1 ", trees::interfaces());
+}
+
+TEST_F(RootQdisc, LackOfMemoryComesBeforeWhatIsWrongWithTheArguments) {
+  const root_params_tree params = {};
+  const struct {
+    const uint32_t *speeds;
+    uint32_t type;
+    const void *params;
+    int result;
+  } cases[] = {{nullptr, QOS_ROOT_HTB, &params, 4},
+               {trees::speeds, QOS_ROOT_HTB, nullptr, 4},
+               {trees::speeds, QOS_ROOT_PFIFO_FAST, nullptr, 4},
+               {trees::speeds, 4, &params, 3}};
+  for (const auto &c : cases) {
+    sandbox::clear_console();
+    sandbox::fail_allocation(1);
+    EXPECT_EQ(3, add_root_qdisc(c.speeds, "eth1", c.type, c.params));
+    EXPECT_TRUE(sandbox::allocation_failed());
+    EXPECT_EQ(Messages{}, console_messages());
+    sandbox::fail_allocation(0);
+    EXPECT_EQ(c.result, add_root_qdisc(c.speeds, "eth1", c.type, c.params));
+  }
+  EXPECT_EQ("", trees::interfaces());
+}
+
 TEST_F(RootQdisc, NameOf31CharactersIsKeptWhole) {
   ASSERT_EQ(0, trees::add_htb(ifname_31.c_str()));
   EXPECT_EQ(ifname_31 + '\0', bytes_of(root_qdisc_find_by_name(ifname_31.c_str())->ifname, 32));
@@ -347,6 +380,17 @@ TEST_F(Lookup, UnknownInterfaceIsTracedOnceByEveryOperation) {
       EXPECT_EQ("root_qdisc_find_by_name", traces[0].func);
     }
   }
+}
+
+TEST_F(Lookup, NullNameIsTracedAsSuch) {
+  trees::add_htb("eth1");
+  EXPECT_EQ(nullptr, root_qdisc_find_by_name(nullptr));
+  const std::vector<sandbox::Trace> traces = sandbox::console();
+  ASSERT_EQ(1u, traces.size());
+  EXPECT_EQ("(null) not found!!\n", traces[0].message);
+  EXPECT_EQ("quorra_qos", traces[0].file);
+  EXPECT_EQ("root_qdisc_find_by_name", traces[0].func);
+  EXPECT_TRUE(traces[0].has_process);
 }
 
 TEST_F(Lookup, FailuresWithoutAConsoleKeepTheirResults) {
