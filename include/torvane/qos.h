@@ -35,6 +35,9 @@
  * processes that start QoS at the same time overwrite each other's. The library does not look at what the commands in
  * a script report; they write their errors to the standard error of the calling process.
  *
+ * Depth. Lookups, scripts and reports take stack for every level of classes: 5 bytes on a 32-bit machine and 10 on a
+ * 64-bit one, in steps of 65 levels. Deleting takes none.
+ *
  * Text. An interface name goes into shell scripts as it stands. Never pass one that came from a user without checking
  * it first.
  *

@@ -60,8 +60,10 @@
  * not clash. In a program that loads both libraries each of these names is that of the library linked first: link
  * libxml2 first, and keep the trees of this header in a different program.
  *
- * Threads. tabCnt has no lock: print from one thread at a time. One tree is used by one thread at a time. Printing and
- * freeing use stack for each level of depth.
+ * Threads. tabCnt has no lock: print from one thread at a time. One tree is used by one thread at a time.
+ *
+ * Depth. Printing takes stack for every level of elements: 5 bytes on a 32-bit machine and 10 on a 64-bit one, in steps
+ * of 65 levels. Freeing takes none.
  */
 #ifndef TORVANE_XML_H
 #define TORVANE_XML_H

@@ -23,13 +23,6 @@ root_qdisc *find_root(const char *ifname) {
   return nullptr;
 }
 
-uint16_t owner_of(list_node *head) {
-  for (root_qdisc &root : roots())
-    if (&root.classes == head)
-      return 0;
-  return record_of<qos_class>(head, offsetof(qos_class, children))->id;
-}
-
 } // namespace torvane
 
 namespace {
@@ -128,10 +121,28 @@ void delete_class(qos_class *tc_class) {
   free(tc_class);
 }
 
-void delete_classes(list_node *head) {
-  for (qos_class &tc_class : classes_of(head)) {
-    delete_classes(&tc_class.children);
-    delete_class(&tc_class);
+// Deletes the classes of a list, children before their parents. Each is the first of its list when its turn comes, so
+// the way up needs no stack: the node before it is the head of that list.
+void delete_classes(list_node *top) {
+  list_node *head = top;
+  list_node *node = head->next;
+  for (;;) {
+    qos_class *tc_class;
+    if (node != head) {
+      tc_class = class_of(node);
+      if (!is_leaf(*tc_class)) {
+        head = &tc_class->children;
+        node = head->next;
+        continue;
+      }
+    } else if (head != top) {
+      tc_class = class_above(head);
+      head = tc_class->node.prev;
+    } else {
+      return;
+    }
+    node = tc_class->node.next;
+    delete_class(tc_class);
   }
 }
 
@@ -275,21 +286,6 @@ int get_automark_value(const char *ifname, automark *out) {
 list_node *find_rule_list_by_name(const char *ifname) {
   root_qdisc *root = root_qdisc_find_by_name(ifname);
   return root ? &root->rules : nullptr;
-}
-
-qos_class *class_find(const char *ifname, uint16_t class_id) {
-  root_qdisc *root = root_qdisc_find_by_name(ifname);
-  return root ? class_find_in_list(&root->classes, class_id) : nullptr;
-}
-
-qos_class *class_find_in_list(list_node *head, uint16_t class_id) {
-  for (qos_class &tc_class : classes_of(head)) {
-    if (tc_class.id == class_id)
-      return &tc_class;
-    if (qos_class *below = class_find_in_list(&tc_class.children, class_id))
-      return below;
-  }
-  return nullptr;
 }
 
 } // extern "C"

@@ -57,8 +57,10 @@ void report_leaf(const leaf_qdisc &leaf) {
   }
 }
 
-void report_class(const qos_class &tc_class, unsigned parent) {
+bool report_class(qos_class &tc_class, uint16_t owner, void *) {
   const char *name = TxtMapById(class_type_names, tc_class.type);
+  // This is meant: the report shows class 1 as 1:1, while its parent in scripts is 0.
+  const unsigned parent = tc_class.id == 1 ? 1 : owner;
   if (tc_class.type == QOS_CLASS_HTB) {
     const htb_params &htb = tc_class.params.htb;
     TRACE_AS(class_part, "class:           %s handle %3d:%-3d %10u kbps %10u kbps %10u byte %10u byte prio:%2u\n", name,
@@ -71,17 +73,13 @@ void report_class(const qos_class &tc_class, unsigned parent) {
     TRACE_AS(class_part, "                 ls:%9u byte/%9u ms/%9u kbps   rt:%9u byte/%9u ms/%9u kbps\n", hfsc.ls.umax,
              hfsc.ls.dmax, hfsc.ls.rate, hfsc.rt.umax, hfsc.rt.dmax, hfsc.rt.rate);
   }
+  if (is_leaf(tc_class))
+    report_leaf(tc_class.leaf);
+  return false;
 }
 
-void report_classes(list_node *head, unsigned owner) {
-  for (qos_class &tc_class : classes_of(head)) {
-    // This is meant: the report shows class 1 as 1:1, while its parent in scripts is 0.
-    report_class(tc_class, tc_class.id == 1 ? 1 : owner);
-    if (is_leaf(tc_class))
-      report_leaf(tc_class.leaf);
-    else
-      report_classes(&tc_class.children, tc_class.id);
-  }
+void report_classes(list_node *head, uint16_t owner) {
+  walk_classes(head, owner, report_class, nullptr);
 }
 
 } // namespace

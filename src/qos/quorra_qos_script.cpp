@@ -86,22 +86,32 @@ void write_filter(FILE *out, const char *ifname, const qos_class &tc_class) {
           tc_class.id, tc_class.id);
 }
 
-void write_classes(FILE *out, const char *ifname, list_node *head, unsigned owner) {
-  for (qos_class &tc_class : classes_of(head)) {
-    // This is meant: class 1 hangs on the root, wherever in the tree it stands.
-    const unsigned parent = tc_class.id == 1 ? 0 : owner;
-    if (tc_class.type == QOS_CLASS_HTB)
-      write_htb_class(out, ifname, parent, tc_class);
-    else if (tc_class.type == QOS_CLASS_HFSC)
-      write_hfsc_class(out, ifname, parent, tc_class);
+struct Script {
+  FILE *out;
+  const char *ifname;
+};
 
-    if (is_leaf(tc_class)) {
-      write_leaf(out, ifname, tc_class);
-      write_filter(out, ifname, tc_class);
-    } else {
-      write_classes(out, ifname, &tc_class.children, tc_class.id);
-    }
+bool write_class(qos_class &tc_class, uint16_t owner, void *context) {
+  const Script &script = *static_cast<Script *>(context);
+  FILE *const out = script.out;
+  const char *const ifname = script.ifname;
+  // This is meant: class 1 hangs on the root, wherever in the tree it stands.
+  const unsigned parent = tc_class.id == 1 ? 0 : owner;
+  if (tc_class.type == QOS_CLASS_HTB)
+    write_htb_class(out, ifname, parent, tc_class);
+  else if (tc_class.type == QOS_CLASS_HFSC)
+    write_hfsc_class(out, ifname, parent, tc_class);
+
+  if (is_leaf(tc_class)) {
+    write_leaf(out, ifname, tc_class);
+    write_filter(out, ifname, tc_class);
   }
+  return false;
+}
+
+void write_classes(FILE *out, const char *ifname, list_node *head, uint16_t owner) {
+  Script script = {out, ifname};
+  walk_classes(head, owner, write_class, &script);
 }
 
 void write_root_removal(FILE *out, const char *ifname) {

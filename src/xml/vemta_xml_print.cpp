@@ -48,25 +48,61 @@ void print_text(FILE *out, xml_text *text) {
     fputs(text->text, out);
 }
 
-// Prints the element and those after it.
+// Prints the start tag and what stands before the content. This is meant: an empty section precedes the content,
+// children stand inside a section, and no value is escaped.
+void print_start(FILE *out, const xml_node *node) {
+  printTabs(out, tabCnt);
+  fprintf(out, "<%s", node->name);
+  for (const xml_attr *attr = node->attrs; attr; attr = attr->next)
+    fprintf(out, " %s=\"%s\"", attr->name, attr->value);
+  fputs("><![CDATA[]]><![CDATA[", out);
+}
+
+void print_end(FILE *out, const xml_node *node) {
+  fprintf(out, "]]></%s>\n", node->name);
+}
+
+// Prints the end of an element that has children.
+void print_end_below(FILE *out, const xml_node *node) {
+  tabCnt--;
+  printTabs(out, tabCnt);
+  print_end(out, node);
+}
+
+// Prints the element and those after it. An element does not know its parent, so the walk keeps those that it came down
+// through. It calls itself only when there is no room for one more: that takes far less stack than a call for every
+// level.
 void print_chain(FILE *out, xml_node *node) {
-  for (; node; node = node->next) {
-    printTabs(out, tabCnt);
-    fprintf(out, "<%s", node->name);
-    for (const xml_attr *attr = node->attrs; attr; attr = attr->next)
-      fprintf(out, " %s=\"%s\"", attr->name, attr->value);
-    // This is meant: an empty section precedes the content, children stand inside a section, and no value is escaped.
-    fputs("><![CDATA[]]><![CDATA[", out);
-    if (node->children) {
-      putc('\n', out);
-      tabCnt++;
-      print_chain(out, node->children);
-      tabCnt--;
-      printTabs(out, tabCnt);
-    } else if (node->text) {
-      print_text(out, node->text);
+  constexpr size_t room = 64;
+  xml_node *above[room];
+  size_t depth = 0;
+  for (;;) {
+    if (!node) {
+      if (depth == 0)
+        return;
+      node = above[--depth];
+      print_end_below(out, node);
+      node = node->next;
+      continue;
     }
-    fprintf(out, "]]></%s>\n", node->name);
+    print_start(out, node);
+    if (!node->children) {
+      if (node->text)
+        print_text(out, node->text);
+      print_end(out, node);
+      node = node->next;
+      continue;
+    }
+    putc('\n', out);
+    tabCnt++;
+    if (depth < room) {
+      above[depth++] = node;
+      node = node->children;
+    } else {
+      print_chain(out, node->children);
+      print_end_below(out, node);
+      node = node->next;
+    }
   }
 }
 

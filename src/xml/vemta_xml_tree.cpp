@@ -33,9 +33,17 @@ void free_text(xml_text *text) {
   free(text);
 }
 
-// Frees an element, the elements after it and everything below them.
+// Frees an element, the elements after it and everything below them. An element's children first come between it and
+// the next one, so that a deep document takes no more stack than a flat one.
 void free_chain(xml_node *node) {
   while (node) {
+    if (node->children) {
+      xml_node *last = node->children;
+      while (last->next)
+        last = last->next;
+      last->next = node->next;
+      node->next = node->children;
+    }
     xml_node *const next = node->next;
     freeString(node->name);
     free_text(node->text);
@@ -44,7 +52,6 @@ void free_chain(xml_node *node) {
       free_attr(attr);
       attr = next_attr;
     }
-    free_chain(node->children);
     free(node);
     node = next;
   }
