@@ -32,11 +32,16 @@
  * Scripts. A tree is applied by a shell script of tc, ifconfig and iptables commands. It is made anew on every call,
  * with mode 0700, and run through the shell (see __system in torvane/process.h for what else happens while a command
  * runs). All interfaces share one start script, "/var/tmp/qos_start", and one stop script, "/var/tmp/qos_stop", so two
- * processes that start QoS at the same time overwrite each other's. The library does not look at what the commands in
+ * processes that start QoS at the same time replace each other's. The library does not look at what the commands in
  * a script report; they write their errors to the standard error of the calling process.
  *
- * Depth. Lookups, scripts and reports take stack for every level of classes: 5 bytes on a 32-bit machine and 10 on a
- * 64-bit one, in steps of 65 levels. Deleting takes none.
+ * A new script (made as "/var/tmp/qos_start:new" and renamed) takes the place of whatever is at its path, be it a link
+ * or another user's file, without opening it; a directory stays, and the script cannot be created. The script can be
+ * written to by its owner alone, but who may remove other users' files from /var/tmp can exchange it before it is run.
+ * So the folder must be root's, and have the sticky bit (mode 1777) or be writable for root alone.
+ *
+ * Depth. Lookups, scripts and reports take stack for every level of classes: 5 bytes on a 32-bit machine and 10 on
+ * a 64-bit one, in steps of 65 levels. Deleting takes none.
  *
  * Text. An interface name goes into shell scripts as it stands. Never pass one that came from a user without checking
  * it first.

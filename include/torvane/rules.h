@@ -168,8 +168,8 @@ extern list_node sched_root;
 uint32_t add_qos_rule(const char *ifname, uint8_t index, const void *match, const void *target);
 
 /*
- * Replaces a rule: deletes it (del_qos_rule), then adds the new one (add_qos_rule). When the add fails, for a null block
- * too, the old rule is gone.
+ * Replaces a rule: deletes it (del_qos_rule), then adds the new one (add_qos_rule). When the add fails, for a null
+ * block as for any other reason, the old rule is gone.
  *
  *   ifname  interface name
  *   index   number of the rule
@@ -255,7 +255,8 @@ void remove_qos_rule(FILE *out, const char *ifname);
 
 /*
  * Applies the rules of one interface alone; the queueing disciplines are not touched. Writes the commands of
- * renew_qos_rule to "/var/tmp/qos_rule_" followed by the interface's name, with mode 0700, and runs that script.
+ * renew_qos_rule to "/var/tmp/qos_rule_" followed by the interface's name, with mode 0700, and runs that script, which
+ * is made like those of a tree (torvane/qos.h says how, and who may write to the folder).
  *
  * Returns:
  *   1  the script was written and run

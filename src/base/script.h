@@ -5,8 +5,8 @@
 
 namespace torvane {
 
-// Creates or empties the file and writes the banner. Returns the stream, which is the caller's until run_script takes
-// it, or null, with nothing traced, when the file cannot be opened.
+// Makes the file anew (base/new_file.h) and writes the banner. Returns the stream, which is the caller's until
+// run_script takes it, or null, with nothing traced, when the file cannot be made.
 FILE *open_script(const char *path);
 
 // Closes the stream, makes the file executable for its owner and runs it. Returns whether it ran: a script that could

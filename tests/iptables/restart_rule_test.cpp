@@ -3,10 +3,11 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <thread>
-
 #include "iptables/rule_builders.h"
+#include "support/left_behind.h"
+#include "support/paused_console.h"
 #include "support/script_goldens.h"
+#include "support/standard_descriptors.h"
 
 namespace {
 
@@ -288,58 +289,69 @@ TEST_F(RestartRule, AScriptThatCannotBeWrittenWholeIsNotRun) {
   EXPECT_EQ(descriptors, sandbox::open_descriptors());
 }
 
-// Makes the console a pipe, so that the library waits in the middle of the script, at its only trace, until the test
-// reads. One hundred rules before that trace fill more than the buffer of a stream.
-class PausedRestart {
- public:
-  PausedRestart() {
-    for (unsigned index = 0; index <= UINT8_MAX; index++)
-      del_qos_rule("eth1", static_cast<uint8_t>(index));
-    const qos_rule marks = marking_rule(), reports = make_rule(0, bits(QOS_TARGET_LOG));
-    for (uint8_t index = 100; index < 200; index++)
-      EXPECT_EQ(1u, add_qos_rule("eth1", index, &marks.match, &marks.target));
-    EXPECT_EQ(1u, add_qos_rule("eth1", 200, &reports.match, &reports.target));
-    EXPECT_EQ(0, rename("/dev/console", "/dev/console.away"));
-    EXPECT_EQ(0, mkfifo("/dev/console", 0600));
-    library_ = std::thread([this] { result_ = restart_rule("eth1"); });
-    // This open returns when the library has opened the other end.
-    reader_ = fopen("/dev/console", "re");
-  }
-  ~PausedRestart() {
-    unlink("/dev/console");
-    rename("/dev/console.away", "/dev/console");
-  }
-  uint32_t finish() {
-    sandbox::all_of(reader_);
-    fclose(reader_);
-    library_.join();
-    return result_;
-  }
-
- private:
-  std::thread library_;
-  FILE *reader_;
-  uint32_t result_ = 2;
-};
+// Gives the interface one hundred rules, which fill more than the buffer of a stream, and then one that is traced.
+void add_rules_with_a_trace() {
+  for (unsigned index = 0; index <= UINT8_MAX; index++)
+    del_qos_rule("eth1", static_cast<uint8_t>(index));
+  const qos_rule marks = marking_rule(), reports = make_rule(0, bits(QOS_TARGET_LOG));
+  for (uint8_t index = 100; index < 200; index++)
+    EXPECT_EQ(1u, add_qos_rule("eth1", index, &marks.match, &marks.target));
+  EXPECT_EQ(1u, add_qos_rule("eth1", 200, &reports.match, &reports.target));
+}
 
 TEST_F(RestartRule, AWriteThatFailedCountsAlsoWhenTheDiskHasRoomAgain) {
   const sandbox::StandIns tools({"iptables"});
+  add_rules_with_a_trace();
+  uint32_t result = 2;
   {
     const SmallDisk full(0);
-    PausedRestart restart;
+    const sandbox::PausedAtTrace pause([&] { result = restart_rule("eth1"); });
     EXPECT_EQ(0, unlink("/var/tmp/filler"));
-    EXPECT_EQ(0u, restart.finish());
   }
+  EXPECT_EQ(0u, result);
   EXPECT_EQ(Lines(), tools.calls());
 }
 
 TEST_F(RestartRule, TheScriptIsNotInheritedWhileItIsWritten) {
   const sandbox::StandIns tools({"iptables"});
-  PausedRestart restart;
-  const sandbox::Outcome child = sandbox::run("ls -l /proc/self/fd");
-  EXPECT_EQ(std::string::npos, child.output.find(script_path)) << child.output;
-  EXPECT_EQ(std::string::npos, child.output.find("/dev/console")) << child.output;
-  EXPECT_EQ(1u, restart.finish());
+  add_rules_with_a_trace();
+  uint32_t result = 2;
+  {
+    const sandbox::PausedAtTrace pause([&] { result = restart_rule("eth1"); });
+    EXPECT_EQ(1u, sandbox::descriptors_of(script_path).size());
+    const sandbox::Outcome child = sandbox::run("ls -l /proc/self/fd");
+    EXPECT_EQ(std::string::npos, child.output.find(script_path)) << child.output;
+    EXPECT_EQ(std::string::npos, child.output.find("/dev/console")) << child.output;
+  }
+  EXPECT_EQ(1u, result);
+}
+
+TEST_F(RestartRule, AScriptReplacesWhateverIsInItsPlace) {
+  const sandbox::StandIns tools({"iptables"});
+  for (const auto &thing : sandbox::left_behind) {
+    SCOPED_TRACE(thing.what);
+    sandbox::make_kept(script_path);
+    unlink(script_path);
+    thing.put(script_path);
+    EXPECT_EQ(1u, restart_rule("eth1"));
+    EXPECT_TRUE(sandbox::is_kept(script_path));
+    EXPECT_TRUE(sandbox::is_own_file(script_path, 0700));
+    EXPECT_EQ(whole_script, sandbox::read_file(script_path));
+  }
+  unlink(sandbox::kept_beside(script_path).c_str());
+}
+
+TEST_F(RestartRule, AScriptKeepsOffTheDescriptorsOfStandardInputOutputAndError) {
+  add_rules_with_a_trace();
+  const sandbox::StandIns tools({"iptables"});
+  EXPECT_EQ(0, sandbox::without_standard_descriptors([] {
+              uint32_t result = 2;
+              sandbox::PausedAtTrace pause([&] { result = restart_rule("eth1"); });
+              const std::vector<int> descriptors = sandbox::descriptors_of(script_path);
+              pause.finish();
+              return result == 1 && descriptors.size() == 1 && descriptors[0] > 2 ? 0 : 1;
+            }));
+  EXPECT_TRUE(sandbox::is_own_file(script_path, 0700));
 }
 
 TEST_F(RestartRule, HalfAScriptIsNotRunEither) {

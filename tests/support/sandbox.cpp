@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <net/if.h>
 #include <sched.h>
 #include <signal.h>
@@ -274,6 +275,19 @@ int open_descriptors() {
     count++;
   closedir(dir);
   return count;
+}
+
+std::vector<int> descriptors_of(const std::string &path) {
+  std::vector<int> found;
+  DIR *dir = opendir("/proc/self/fd");
+  while (const dirent *entry = readdir(dir)) {
+    char file[PATH_MAX];
+    const ssize_t length = readlinkat(dirfd(dir), entry->d_name, file, sizeof(file));
+    if (length > 0 && path == std::string(file, static_cast<size_t>(length)))
+      found.push_back(std::stoi(entry->d_name));
+  }
+  closedir(dir);
+  return found;
 }
 
 NoDescriptors::NoDescriptors() {

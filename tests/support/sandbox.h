@@ -107,7 +107,8 @@ class Captured {
   int saved_;
 };
 
-int open_descriptors(); // of this process
+int open_descriptors();                                   // of this process
+std::vector<int> descriptors_of(const std::string &path); // those under which this process has the file open
 
 // While an object lives, this process can open no descriptor.
 class NoDescriptors {

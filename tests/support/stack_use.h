@@ -6,8 +6,6 @@
 #include <string.h>
 #include <sys/mman.h>
 
-#include <tuple>
-
 namespace sandbox {
 
 constexpr size_t measured_stack = 8 << 20;
