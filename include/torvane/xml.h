@@ -183,9 +183,11 @@ void printfXmlDoc(FILE *stream, const xml_doc *doc);
  *   - the file cannot be written whole (a full /var); it is removed
  *   - there is no memory for the buffer; the file stays on disk, and open: one descriptor is lost
  *
- * The document passes through the file "/var/xml_SECONDS", with the time of day in whole seconds, which is made or
- * emptied, read back and removed. Two calls in one second, of any threads or processes, use the same file: hold a lock
- * around the call where that can be.
+ * The document passes through the file "/var/xml_SECONDS", with the time of day in whole seconds, which is made anew,
+ * read back and removed. It is made as "/var/xml_SECONDS:new" and renamed, and takes the place of whatever is there, be
+ * it a link or another user's file, without opening it; a directory stays, and the file cannot be made. It is closed on
+ * exec, and never descriptor 0, 1 or 2. Two calls in one second, of any threads or processes, use the same names, and
+ * one of them may fail: hold a lock around the call where that can be. Nobody but root should be able to write to /var.
  *
  * Before every text that is not empty, writes "cnt = %d\n" to standard output. Print from one thread at a time.
  */
@@ -199,8 +201,8 @@ void xmlFreeDoc(xml_doc *doc);
 
 /*
  * Begins a document that the caller writes as text. The library makes a temporary file (tmpfile(3), without a name; it
- * is closed on exec) and writes `<?xml version="1.0"?>`, a newline, "<root>" and a newline into it. The caller writes
- * its elements to `fp`, then calls xmlFileToBuf.
+ * is closed on exec, and never descriptor 0, 1 or 2) and writes `<?xml version="1.0"?>`, a newline, "<root>" and
+ * a newline into it. The caller writes its elements to `fp`, then calls xmlFileToBuf.
  *
  * Returns the record, to be freed with xmlFreeDocFile. Its `fp` is null when the file cannot be made. Returns null
  * when there is no memory for the record.

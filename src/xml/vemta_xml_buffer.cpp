@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/new_file.h"
 #include "torvane/xml.h"
 #include "xml/xml.h"
 
@@ -21,6 +22,20 @@ long finished_length(FILE *stream) {
     return -1;
   const long length = ftell(stream);
   return length >= 0 && fseek(stream, 0, SEEK_SET) == 0 ? length : -1;
+}
+
+// Makes a file without a name, closed on exec and above the descriptors of standard input to error.
+FILE *nameless_file() {
+  FILE *file = tmpfile();
+  if (!file)
+    return nullptr;
+  if (fileno(file) > STDERR_FILENO) {
+    fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    return file;
+  }
+  FILE *const moved = open_stream(fcntl(fileno(file), F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "w+");
+  fclose(file);
+  return moved;
 }
 
 // Returns the next `length` bytes of the stream with a terminator, in a block of their own; null without memory.
@@ -41,7 +56,7 @@ char *xmlPrepareBuf(const xml_doc *doc) {
   // This is meant: two calls in one second use the same file.
   char path[128];
   snprintf(path, sizeof(path), "%s/xml_%lu", "/var", static_cast<unsigned long>(time(nullptr)));
-  FILE *file = fopen(path, "w+e");
+  FILE *file = create_anew(path, 0666);
   if (!file)
     return nullptr;
   printfXmlDoc(file, doc);
@@ -67,11 +82,9 @@ xml_doc_file *xmlNewDocFile(void) {
   if (!doc)
     return nullptr;
   doc->version = xml_version;
-  doc->fp = tmpfile();
-  if (doc->fp) {
-    fcntl(fileno(doc->fp), F_SETFD, FD_CLOEXEC);
+  doc->fp = nameless_file();
+  if (doc->fp)
     fprintf(doc->fp, "<?xml version=\"%s\"?>\n<%s>\n", doc->version, file_root);
-  }
   return doc;
 }
 

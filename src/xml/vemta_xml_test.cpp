@@ -1,6 +1,8 @@
 // Tests the XML services: a small document is printed to a file and to a buffer.
+#include <fcntl.h>
 #include <stdio.h>
 
+#include "base/new_file.h"
 #include "base/owners.h"
 #include "torvane/xml.h"
 
@@ -21,7 +23,7 @@ void add_text(xml_node *node, const char *content) {
 } // namespace
 
 extern "C" int xml_test_main(void) {
-  const File output(fopen("output.txt", "w+e"));
+  const File output(open_stream(open("output.txt", O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), "w+"));
   if (!output)
     return 1;
   xml_doc *doc = xmlNewDoc();

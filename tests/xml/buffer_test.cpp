@@ -1,4 +1,6 @@
 // Documents as heap buffers, and documents in temporary files.
+#include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,11 +13,16 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/interposed.h"
+#include "support/left_behind.h"
 #include "support/mounts.h"
 #include "support/sandbox.h"
+#include "support/standard_descriptors.h"
 #include "torvane.h"
 #include "xml/buffers.h"
 #include "xml/documents.h"
+
+INTERPOSE(ftell, 1);
 
 using buffers::files_of;
 using buffers::small_document;
@@ -39,6 +46,18 @@ Document small() {
   xmlAddAttr(ifname, "class", "ioio");
   xmlAddChild(xmlAddChild(doc->root, xmlNewNode("ptAddr")), element("ipaddr", "aabb"));
   return doc;
+}
+
+// Calls `put` with every name that the file may have in the next minute.
+template <typename Put>
+void at_each_name(Put put) {
+  const time_t now = time(nullptr);
+  for (time_t second = now; second < now + 60; second++)
+    put("/var/xml_" + std::to_string(second));
+}
+
+long no_position(FILE *) {
+  return interposed::fail(EOVERFLOW);
 }
 
 class XmlBuffer : public buffers::Test {};
@@ -93,14 +112,79 @@ TEST_F(XmlBuffer, LeavesTheEscapedTextInTheTree) {
 
 TEST_F(XmlBuffer, OverwritesWhatHasItsFilesName) {
   const OwnFiles var("/var");
-  const time_t now = time(nullptr);
-  for (time_t second = now; second < now + 60; second++)
-    sandbox::write_file("/var/xml_" + std::to_string(second), std::string(100000, '?'));
+  at_each_name([](const std::string &path) { sandbox::write_file(path, std::string(100000, '?')); });
   Captured standard_output(1);
   const Buffer buffer(xmlPrepareBuf(small().get()));
   ASSERT_NE(nullptr, buffer);
   EXPECT_STREQ(small_document, buffer.get());
   EXPECT_EQ(59u, files_of("/var").size());
+}
+
+TEST_F(XmlBuffer, ReplacesWhateverHasItsFilesName) {
+  for (const auto &thing : sandbox::left_behind) {
+    SCOPED_TRACE(thing.what);
+    const OwnFiles var("/var");
+    sandbox::make_kept("/var/xml");
+    at_each_name(thing.put);
+    at_each_name([&](const std::string &path) { thing.put(path + ":new"); });
+    const size_t files = files_of("/var").size();
+    Captured standard_output(1);
+    const Buffer buffer(xmlPrepareBuf(small().get()));
+    EXPECT_STREQ(small_document, buffer.get());
+    EXPECT_TRUE(sandbox::is_kept("/var/xml"));
+    EXPECT_EQ(files - 2, files_of("/var").size());
+  }
+}
+
+// Looks at the file when there is no memory for the buffer, because it stays then. Returns 0 if it is as it must be.
+int look_at_the_file() {
+  const Document doc = small();
+  umask(026);
+  for (unsigned n = 1; files_of("/var").empty(); n++) {
+    sandbox::fail_allocation(n);
+    xmlFreeBuf(xmlPrepareBuf(doc.get()));
+    if (!sandbox::allocation_failed())
+      return 1;
+  }
+  sandbox::fail_allocation(0);
+  const std::string path = files_of("/var").at(0);
+  const std::vector<int> descriptors = sandbox::descriptors_of(path);
+  if (descriptors.size() != 1 || descriptors[0] < 3 || fcntl(descriptors[0], F_GETFD) != FD_CLOEXEC)
+    return 2;
+  const bool as_wanted = sandbox::is_own_file(path, 0640) && read_file(path) == small_document;
+  unlink(path.c_str());
+  return as_wanted ? 0 : 3;
+}
+
+TEST_F(XmlBuffer, FileIsTheCallersClosedOnExecAndAboveStandardError) {
+  const OwnFiles var("/var");
+  EXPECT_EQ(0, sandbox::without_standard_descriptors(look_at_the_file));
+  EXPECT_EQ(0, sandbox::in_child([] {
+              const Captured standard_output(1);
+              return look_at_the_file();
+            }));
+}
+
+TEST_F(XmlBuffer, HoldsNoneOfWhatIsPrintedToAClosedStandardOutput) {
+  const OwnFiles var("/var");
+  const Document doc = small();
+  EXPECT_EQ(0, sandbox::without_standard_descriptors([&] {
+              const Buffer buffer(xmlPrepareBuf(doc.get()));
+              if (!buffer || strcmp(small_document, buffer.get()) != 0)
+                return 1;
+              return sandbox::standard_descriptors_are_closed() ? 0 : 2;
+            }));
+  EXPECT_EQ(0, sandbox::with_only_standard_descriptors(
+                   [&] { return !xmlPrepareBuf(doc.get()) && sandbox::standard_descriptors_are_closed() ? 0 : 1; }));
+  EXPECT_TRUE(files_of("/var").empty());
+}
+
+TEST_F(XmlBuffer, IsNullWhenTheLengthOfTheFileIsUnknown) {
+  const OwnFiles var("/var");
+  const interposed::StandIn hook(interposed::ftell_call, no_position);
+  Captured standard_output(1);
+  EXPECT_EQ(nullptr, xmlPrepareBuf(small().get()));
+  EXPECT_TRUE(files_of("/var").empty());
 }
 
 TEST_F(XmlBuffer, IsNullForANullDocument) {
@@ -121,11 +205,9 @@ TEST_F(XmlBuffer, IsNullWhenTheFileCannotBeMade) {
     const NoDescriptors none;
     EXPECT_EQ(nullptr, xmlPrepareBuf(doc.get()));
   }
-  {
+  for (const char *suffix : {"", ":new"}) {
     const OwnFiles var("/var");
-    const time_t now = time(nullptr);
-    for (time_t second = now; second < now + 60; second++)
-      mkdir(("/var/xml_" + std::to_string(second)).c_str(), 0700);
+    at_each_name([&](const std::string &path) { mkdir((path + suffix).c_str(), 0700); });
     EXPECT_EQ(nullptr, xmlPrepareBuf(doc.get()));
     EXPECT_EQ(60u, files_of("/var").size());
   }
@@ -185,6 +267,7 @@ TEST_F(XmlDocFile, BeginsWithDeclarationAndRoot) {
   ASSERT_NE(nullptr, doc);
   EXPECT_STREQ("1.0", doc->version);
   ASSERT_NE(nullptr, doc->fp);
+  EXPECT_EQ(FD_CLOEXEC, fcntl(fileno(doc->fp), F_GETFD));
   rewind(doc->fp);
   EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n", sandbox::all_of(doc->fp));
   fclose(doc->fp);
@@ -243,6 +326,40 @@ TEST_F(XmlDocFile, TakesThePrintedElementsOfADocument) {
   unsigned length = 0;
   const Buffer buffer(xmlFileToBuf(doc, &length));
   EXPECT_EQ("<?xml version=\"1.0\"?>\n<root>\n" + std::string(small_document) + "</root>", buffer.get());
+  xmlFreeDocFile(doc);
+}
+
+TEST_F(XmlDocFile, HoldsNoneOfWhatIsPrintedToAClosedStandardOutput) {
+  const Document tree = small();
+  EXPECT_EQ(
+      0, sandbox::without_standard_descriptors([&] {
+        xml_doc_file *doc = xmlNewDocFile();
+        if (!doc->fp || !sandbox::standard_descriptors_are_closed() || fcntl(fileno(doc->fp), F_GETFD) != FD_CLOEXEC)
+          return 1;
+        printfXmlDoc(doc->fp, tree.get());
+        unsigned length = 0;
+        const Buffer buffer(xmlFileToBuf(doc, &length));
+        xmlFreeDocFile(doc);
+        return "<?xml version=\"1.0\"?>\n<root>\n" + std::string(small_document) + "</root>" == buffer.get() ? 0 : 2;
+      }));
+  EXPECT_EQ(0, sandbox::with_only_standard_descriptors([] {
+              xml_doc_file *doc = xmlNewDocFile();
+              const bool has_file = doc->fp;
+              xmlFreeDocFile(doc);
+              return !has_file && sandbox::standard_descriptors_are_closed() ? 0 : 1;
+            }));
+}
+
+TEST_F(XmlDocFile, WhoseLengthIsUnknownGivesNoBuffer) {
+  xml_doc_file *doc = xmlNewDocFile();
+  unsigned length = 42;
+  {
+    const interposed::StandIn hook(interposed::ftell_call, no_position);
+    EXPECT_EQ(nullptr, xmlFileToBuf(doc, &length));
+  }
+  EXPECT_EQ(42u, length);
+  ASSERT_NE(nullptr, doc->fp);
+  fclose(doc->fp);
   xmlFreeDocFile(doc);
 }
 

@@ -58,6 +58,17 @@ TEST_F(XmlTestMain, ReplacesAnOlderFile) {
   unlink("/run/example/output.txt");
 }
 
+TEST_F(XmlTestMain, KeepsItsFilesOffAClosedStandardOutput) {
+  const OwnFiles var("/var");
+  EXPECT_EQ(0, run_example([] {
+              setvbuf(stdout, nullptr, _IONBF, 0);
+              close(1);
+            }));
+  EXPECT_EQ(small_document, read_file("/run/example/output.txt"));
+  EXPECT_TRUE(files_of("/var").empty());
+  unlink("/run/example/output.txt");
+}
+
 TEST_F(XmlTestMain, FailsWithoutABuffer) {
   const OwnFiles var("/var", MS_RDONLY);
   EXPECT_EQ(1, run_example([] {}));
