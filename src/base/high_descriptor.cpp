@@ -16,4 +16,14 @@ int keep_above_standard(int fd) {
   return high;
 }
 
+FILE *open_stream(int fd, const char *mode) {
+  const int high = keep_above_standard(fd);
+  if (high < 0)
+    return nullptr;
+  FILE *file = fdopen(high, mode);
+  if (!file)
+    close(high);
+  return file;
+}
+
 } // namespace torvane

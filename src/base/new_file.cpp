@@ -8,16 +8,6 @@
 
 namespace torvane {
 
-FILE *open_stream(int fd, const char *mode) {
-  const int high = keep_above_standard(fd);
-  if (high < 0)
-    return nullptr;
-  FILE *file = fdopen(high, mode);
-  if (!file)
-    close(high);
-  return file;
-}
-
 FILE *create_anew(const char *path, mode_t permissions) {
   char name_buffer[128];
   TextWriter name(name_buffer);

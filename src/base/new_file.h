@@ -6,11 +6,6 @@
 
 namespace torvane {
 
-// Makes a stream of a descriptor that was just opened close-on-exec, as fdopen does, and keeps it above those of
-// standard input to error. The descriptor is no longer the caller's. Returns null, with the descriptor closed, when
-// that cannot be done or `fd` is negative.
-FILE *open_stream(int fd, const char *mode);
-
 // Makes a file of the caller's own at `path` (at most 100 bytes) and opens it for reading and writing. Whatever stands
 // there (a file of another user, a link, a pipe) is replaced and never opened; a directory stays. The file gets
 // `permissions` less the umask and is made under a name beside `path`, which it then takes over, so that the one before

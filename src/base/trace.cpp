@@ -5,8 +5,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-#include "base/append_file.h"
 #include "base/cancellation.h"
+#include "base/high_descriptor.h"
 #include "torvane/trace.h"
 
 namespace torvane {
@@ -31,7 +31,9 @@ using HeaderWriter = int(FILE *stream, const char *module, int line, const char 
   // A thread that may be cancelled at any point must not end with the stream open and stdio's lock taken.
   const int cancellability = hold_cancellation();
   // A console that is absent is not made: the file would grow without bound, and nobody would read it.
-  if (FILE *console = append_to("/dev/console", O_WRONLY)) {
+  // Nor does it become the process's controlling terminal.
+  const int fd = open("/dev/console", O_WRONLY | O_APPEND | O_NOCTTY | O_CLOEXEC);
+  if (FILE *console = open_stream(fd, "a")) {
     write_header(console, module, line, func);
     vfprintf(console, format, values);
     fclose(console);

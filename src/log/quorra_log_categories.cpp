@@ -6,8 +6,8 @@
 #include <string.h>
 #include <time.h>
 
-#include "base/append_file.h"
 #include "base/fields.h"
+#include "base/high_descriptor.h"
 #include "base/owners.h"
 #include "torvane/event_log.h"
 
@@ -80,7 +80,7 @@ void putlog(unsigned index, const char *field1, const char *field2) {
   char path[entry_path_size];
   if (!make_path(path, sizeof(path), entry.dir, entry.file))
     return;
-  FILE *file = append_to(path, O_RDWR | O_CREAT);
+  FILE *file = open_stream(open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666), "a");
   if (!file)
     return;
   fprintf(file, "%s|%s|%lu\n", field1, field2, seconds_since_epoch());

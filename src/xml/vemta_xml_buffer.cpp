@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/high_descriptor.h"
 #include "base/new_file.h"
 #include "torvane/xml.h"
 #include "xml/xml.h"

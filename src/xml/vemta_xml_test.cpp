@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 
-#include "base/new_file.h"
+#include "base/high_descriptor.h"
 #include "base/owners.h"
 #include "torvane/xml.h"
 
