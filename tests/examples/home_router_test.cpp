@@ -177,6 +177,7 @@ TEST_F(Policy, TheTreeHasToHold) {
 
 TEST_F(Policy, WithAMistakeAppliesNothing) {
   const sandbox::StandIns tools({"tc", "iptables", "ifconfig"});
+  unlink("/var/tmp/qos_start"); // of a test before
   sandbox::write_file(policy_path, with("rate = 256", "rate = 0"));
   EXPECT_EQ(1, run(policy_path).status);
   EXPECT_EQ(std::vector<std::string>(), tools.calls());

@@ -211,10 +211,12 @@ TEST_F(Monitor, ReadsTheFileOnceForEachInterface) {
 }
 
 TEST(MonitorOfVeth, MeasuresRealTraffic) {
+  // The sending end comes up last, when there is a carrier: its queue is ready then. Without one the kernel would start
+  // the queue some time later and drop what is sent before.
   const auto made =
       run("ip link add mona type veth peer name monb && "
           "echo 1 >/proc/sys/net/ipv6/conf/mona/disable_ipv6 && echo 1 >/proc/sys/net/ipv6/conf/monb/disable_ipv6 && "
-          "ip addr add 198.51.100.1/24 dev mona && ip link set mona up && ip link set monb up && "
+          "ip addr add 198.51.100.1/24 dev mona && ip link set monb up && ip link set mona up && "
           "ip neigh add 198.51.100.2 lladdr 02:00:00:00:00:02 dev mona nud permanent");
   if (made.status != 0) {
     run("ip link del mona");

@@ -100,7 +100,7 @@ TEST_F(Open, DoesWhatEachOptionBitSays) {
 }
 
 // The kernel gives nobody these ports by itself. One that it had given might still be busy from an old connection.
-constexpr uint16_t own_port = 4001, another_own_port = 4002;
+constexpr uint16_t own_port = 4001, port_of_interface = 4002, port_to_listen_at = 4003, port_to_connect_to = 4004;
 
 TEST_F(Open, BindsToTheEndpointGiven) {
   ipport local = {address("127.0.0.1"), htons(own_port)}, bound = {};
@@ -113,7 +113,7 @@ TEST_F(Open, BindsToTheEndpointGiven) {
 }
 
 TEST_F(Open, TakesTheAddressOfAnInterfaceAndThePortOfTheEndpoint) {
-  ipport local = {address("203.0.113.1"), htons(another_own_port)}, bound = {};
+  ipport local = {address("203.0.113.1"), htons(port_of_interface)}, bound = {};
   int fd = -1;
   ASSERT_EQ(0, socket_open("lo", &local, SOCKET_OPT_TCP | SOCKET_OPT_BIND, &fd));
   EXPECT_EQ(0, get_socket_local(fd, &bound));
@@ -224,9 +224,8 @@ TEST_F(Open, FailsTheSameWithoutAConsole) {
 }
 
 TEST_F(Listen, IsBoundWithReuseWhateverTheOptions) {
-  const Receiver free_port;
   for (const unsigned opts : {0x1u, 0xFFFFFFFFu}) {
-    ipport local = free_port.self, bound = {};
+    ipport local = endpoint("127.0.0.1", port_to_listen_at), bound = {};
     int fd = -1;
     ASSERT_EQ(0, socket_listen(&local, opts, 5, &fd));
     EXPECT_EQ(1, option(fd, SO_ACCEPTCONN));
@@ -338,8 +337,7 @@ TEST_F(Connect, BindsWhenToldTo) {
 }
 
 TEST_F(Connect, OfAStreamThatIsInProgressFailsInSilence) {
-  Receiver free_port;
-  ipport remote = free_port.self;
+  ipport remote = endpoint("127.0.0.1", port_to_connect_to);
   int listening = -1, fd = 77;
   ASSERT_EQ(0, socket_listen(&remote, SOCKET_OPT_TCP, 5, &listening));
   const int before = open_descriptors();

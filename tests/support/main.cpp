@@ -1,4 +1,5 @@
-// Runs a test program in its private world. Where the machine allows none, every test is skipped with the reason.
+// Runs a test program in its private world. Where the machine allows none, every test is skipped with the reason. Else
+// every test starts with an empty console, whatever ran before it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -19,6 +20,13 @@ class EndHangingTest : public testing::EmptyTestEventListener {
   }
 };
 
+class StartWithEmptyConsole : public testing::EmptyTestEventListener {
+ public:
+  void OnTestStart(const testing::TestInfo &) override {
+    sandbox::clear_console();
+  }
+};
+
 class SkipEveryTest : public testing::EmptyTestEventListener {
  public:
   explicit SkipEveryTest(std::string reason) : reason_(std::move(reason)) {}
@@ -36,7 +44,9 @@ int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new EndHangingTest);
   const std::string refusal = sandbox::enter();
-  if (!refusal.empty())
+  if (refusal.empty())
+    testing::UnitTest::GetInstance()->listeners().Append(new StartWithEmptyConsole);
+  else
     testing::UnitTest::GetInstance()->listeners().Append(new SkipEveryTest(refusal));
   return RUN_ALL_TESTS();
 }

@@ -57,6 +57,7 @@ struct Trace {
   std::string message; // with its newline
 };
 
+// The console is empty when a test starts.
 std::string console_text();
 std::vector<Trace> console();                // every trace since the last clear
 std::vector<std::string> console_messages(); // the messages of these traces
