@@ -124,7 +124,7 @@ TEST(TimerService, CancelledInItsListsTheThreadGivesTheSemaphoreBackFirst) {
               pthread_cancel(controls::timer_thread());
               const int ended_at_once = controls::timer_threads_ended();
               upup(controls::semaphore, "test", 1, "test", 0);
-              const bool ended = eventually([] { return controls::timer_threads_ended() == 1; });
+              const bool ended = every_thread_ended();
               return told(static_cast<int>(waits), ended_at_once, static_cast<int>(ended), controls::semaphore_value());
             }));
 }
